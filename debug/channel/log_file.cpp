@@ -1,0 +1,104 @@
+// The open file of a channel: create, append, close.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <new>
+#include <string>
+
+#include "velt/channel.h"
+
+#include "platform/bounded.h"
+
+char const* const VELT_DEBUG_FILE_NAME_TIME_PATTERN = "%Y%m%d_%H%M%S.log";
+
+namespace {
+
+constexpr mode_t kDirectoryMode = 0755;
+constexpr mode_t kLogFileMode = 0640;
+constexpr std::size_t kLongestWrite = 2'097'152;
+
+std::tm LocalTime(std::time_t now) {
+  std::tm local{};
+  localtime_r(&now, &local);
+  return local;
+}
+
+std::string TimeText(std::tm const& local, char const* pattern) {
+  std::array<char, 512> text{};
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // three constants of this library
+  std::strftime(text.data(), text.size(), pattern, &local);
+#pragma GCC diagnostic pop
+  return text.data();
+}
+
+}  // namespace
+
+bool VeltDebugInfo::OpenNewFile() {
+  try {
+    std::tm const local = LocalTime(std::time(nullptr));
+    std::string const time_in_name = TimeText(local, VELT_DEBUG_FILE_NAME_TIME_PATTERN);
+    struct stat info {};
+    if (stat(m_strLogPath.c_str(), &info) != 0) {
+      (void)mkdir(m_strLogPath.c_str(), kDirectoryMode);  // a failure shows as a file that cannot be opened
+    }
+    m_strCurFileName = m_strLogPath + m_strFilePrefix + time_in_name;
+    m_nCurFileSize = 0;
+
+    m_pFile = std::make_unique<std::ofstream>();
+    // Unbuffered: each line is one write of our own, and a line that the device refused is not kept back by
+    // the stream to come a second time.
+    m_pFile->rdbuf()->pubsetbuf(nullptr, 0);
+    m_pFile->open(m_strCurFileName, std::ios_base::out | std::ios_base::trunc);
+    if (!m_pFile->is_open() || !m_pFile->good()) {
+      m_pFile.reset();
+      return false;
+    }
+    if (m_strFirstFileName.empty()) m_strFirstFileName = m_strFilePrefix + time_in_name;
+
+    VELTInsertBOM(*m_pFile);
+    m_pFile->clear();  // a device that refused the mark may take the lines
+    m_nCurFileSize = static_cast<uint32_t>(m_pFile->tellp());
+    std::array<char, 512> creation{};
+    velt::snprintf_s(creation.data(), creation.size(), creation.size() - 1,
+                     "File create at %s. Current ospid is %d\n",
+                     TimeText(local, "time %Y-%m-%d %H:%M:%S").c_str(), getpid());
+    WriteFile(creation.data());
+    WriteFile(m_strFileHeader.c_str());
+    (void)chmod(m_strCurFileName.c_str(), kLogFileMode);  // the file is written either way
+    return true;
+  } catch (std::bad_alloc const&) {
+    m_pFile.reset();
+    return false;  // the caller tries again in a second
+  }
+}
+
+bool VeltDebugInfo::WriteFile(char const* text) {
+  if (text == nullptr || m_pFile == nullptr) return false;
+  return Append(text, strnlen(text, kLongestWrite));
+}
+
+bool VeltDebugInfo::Append(char const* text, std::size_t length) {
+  m_pFile->write(text, static_cast<std::streamsize>(length));
+  if (m_pFile->good()) {
+    m_nCurFileSize += static_cast<uint32_t>(length);
+    return true;
+  }
+  m_pFile->clear();  // the next line is tried in its own right
+  // Some of the text may be in the file; only the file knows how much.
+  m_nCurFileSize = static_cast<uint32_t>(m_pFile->tellp());
+  return false;
+}
+
+void VeltDebugInfo::CloseFile() {
+  if (m_pFile == nullptr) return;
+  std::array<char, 512> trailer{};
+  velt::snprintf_s(trailer.data(), trailer.size(), trailer.size() - 1, "File close at %s\n",
+                   TimeText(LocalTime(std::time(nullptr)), "%Z %Y-%m-%d %H:%M:%S").c_str());
+  WriteFile(trailer.data());
+  m_pFile.reset();  // nothing is buffered, so closing has nothing to lose
+}

@@ -1,0 +1,129 @@
+// The caller's side of a channel: makes a record and queues it.
+#include <array>
+#include <cstdarg>
+#include <cstring>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include <ace/OS_NS_sys_time.h>
+
+#include "velt/channel.h"
+
+#include "debug/channel/record.h"
+#include "platform/message_format.h"
+#include "platform/thread_id.h"
+#include "platform/time_stamp.h"
+
+namespace {
+
+constexpr std::size_t kLongestMessage = 2048;
+constexpr std::size_t kFormatCapacity = 2047;
+constexpr std::size_t kTextOverhead = 18;  // spaces, tag and NUL, with room to spare
+constexpr int kDefaultLevel = 3;
+constexpr int kCheckedOutLevel = 32;  // the one level above the tagged ones that a record keeps
+constexpr time_t kQueueWaitSeconds = 1;
+constexpr char const* kUnnamedModule = " ";
+
+char const* TagOf(int level) {
+  constexpr std::array<char const*, 4> kTags = {"A: ", "E: ", "W: ", "I: "};
+  return level >= 0 && level < 4 ? kTags[static_cast<std::size_t>(level)] : "";
+}
+
+char* AppendText(char* at, char const* text, std::size_t length) {
+  std::memcpy(at, text, length);
+  return at + length;
+}
+
+}  // namespace
+
+bool VeltDebugInfo::Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
+                          bool bPrint, bool bLog) {
+  // Relaxed: the queue's lock orders everything that a record carries.
+  if (text == nullptr || !m_bThreadStarted.load(std::memory_order_relaxed) || InheritedByFork()) return false;
+  std::size_t const length = strnlen(text, kLongestMessage);
+  if (static_cast<int32_t>(length + module.size() + kTextOverhead) <= 0)
+    return false;  // a module name of gigabytes
+  bool const print = bPrint || m_bPrint;
+  bool const log = bLog || m_bLog;
+  if (!print && !log && m_nFiltLogBufSize == 0) return true;  // nobody will see it: nothing is made for it
+
+  ACE_Time_Value const now = ACE_OS::gettimeofday();
+  std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, text, length, asn, now);
+  made->m_bPrint = print;
+  made->m_bLog = log;
+  OutDataUnit* rec = made.release();
+  return Enqueue(rec, now);
+}
+
+std::unique_ptr<OutDataUnit> VeltDebugInfo::MakeRecord(std::string const& module, VeltLogLevel level,
+                                                       char const* text, std::size_t length,
+                                                       AsnType const* asn, ACE_Time_Value const& now) const {
+  auto rec = std::make_unique<OutDataUnit>();
+  rec->m_pTimeStamp = new char[velt::kTimeStampCapacity];
+  velt::WriteTimeStamp(now, rec->m_pTimeStamp);
+  rec->m_nThreadId = velt::ThreadId();
+  rec->m_nLevel = level < 4 || level == kCheckedOutLevel ? static_cast<int32_t>(level) : kDefaultLevel;
+  rec->m_strModule = module == kUnnamedModule ? "default" : module;
+  rec->m_pText = new char[length + module.size() + kTextOverhead];
+  char* at = rec->m_pText;
+  *at++ = ' ';
+  at = AppendText(at, module.data(), module.size());
+  *at++ = ' ';
+  char const* const tag = TagOf(level);
+  at = AppendText(at, tag, std::strlen(tag));
+  at = AppendText(at, text, length);
+  *at = '\0';
+  if (asn != nullptr) rec->m_pAsn = asn->Clone();
+  return rec;
+}
+
+bool VeltDebugInfo::TraceInner(OutDataUnit*& rec) { return Enqueue(rec, ACE_OS::gettimeofday()); }
+
+bool VeltDebugInfo::Enqueue(OutDataUnit*& rec, ACE_Time_Value const& now) {
+  velt::RecordPtr owned(rec);
+  rec = nullptr;  // what every path but success leaves, an exception too
+  if (owned == nullptr || InheritedByFork()) return false;
+  bool const filtered = !owned->m_bPrint && !owned->m_bLog;
+  if (filtered && m_nFiltLogBufSize == 0) return true;
+
+  velt::BlockPtr block = velt::WrapRecord(owned.get());
+  ACE_Time_Value deadline = now + ACE_Time_Value(kQueueWaitSeconds);
+  bool queued = false;
+  if (filtered) {
+    ACE_Message_Block* evicted = nullptr;
+    queued = m_DiscardQueue.EnqueueEvicting(block.get(), m_nFiltLogBufSize, deadline, evicted);
+    velt::DeleteChain(evicted);
+  } else {
+    queued = m_OutputQueue.enqueue(block.get(), &deadline) != -1;
+  }
+  if (!queued) return false;
+  (void)block.release();  // the queue's now, like the record
+  rec = owned.release();
+  return true;
+}
+
+void VeltDebugInfo::FmtTrace(char const* fmt, ...) {
+  std::array<char, kFormatCapacity> message;
+  std::va_list args;
+  va_start(args, fmt);
+  int const length = velt::FormatMessage(message.data(), message.size(), fmt, args);
+  va_end(args);
+  if (length > 0) Trace(kUnnamedModule, VeltLogLevel{kDefaultLevel}, message.data(), nullptr, true, true);
+}
+
+void VeltDebugInfo::ASNTrace(AsnType const* value, bool bPrint, bool bLog) {
+  if (value == nullptr) return;
+  std::string text;
+  ASNTrace(value, text);
+  Trace(kUnnamedModule, VeltLogLevel{kDefaultLevel}, text.c_str(), nullptr, bPrint, bLog);
+}
+
+void VeltDebugInfo::ASNTrace(AsnType const* value, std::string& out) const {
+  if (value == nullptr) return;
+  std::ostringstream printed;
+  value->Print(printed, 0, 1);
+  out += "ASN Trace:\n";
+  std::string const text = printed.str();
+  out.append(text, 0, text.find('\0'));  // where a reader of text would stop as well
+}

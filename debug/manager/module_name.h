@@ -1,0 +1,16 @@
+// The module that stands in where none is named or known.
+#ifndef VELT_DEBUG_MANAGER_MODULE_NAME_H
+#define VELT_DEBUG_MANAGER_MODULE_NAME_H
+
+#include <string>
+
+namespace velt {
+
+inline constexpr char const* kDebugModule = "debug";
+
+// `name`, or "debug" when it is empty.
+inline std::string ModuleOrDebug(std::string const& name) { return name.empty() ? kDebugModule : name; }
+
+}  // namespace velt
+
+#endif

@@ -1,0 +1,157 @@
+// Where a trace call goes: to the engine, or to a channel with the flags that its module's sets give it.
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "velt/config.h"
+#include "velt/manager.h"
+
+#include "debug/manager/module_name.h"
+#include "platform/bounded.h"
+#include "platform/locks.h"
+#include "platform/message_format.h"
+
+namespace {
+
+constexpr int kLargestLevel = 32;
+constexpr std::size_t kSubNameLimit = 129;  // the first length that is refused
+constexpr std::size_t kKeyCapacity = 512;
+constexpr std::size_t kMessageCapacity = 2047;
+constexpr std::size_t kStandardOutput = 0;  // bits of an output set
+constexpr std::size_t kLogFile = 1;
+
+using Message = std::array<char, kMessageCapacity>;
+
+int Format(Message& message, char const* fmt, std::va_list args) VELT_PRINTF_FORMAT(2, 0);
+int Format(Message& message, char const* fmt, std::va_list args) {
+  return velt::FormatMessage(message.data(), message.size(), fmt, args);
+}
+
+// Standard output belongs to the host: it may throw, when the host has asked it to.
+void SayThatPrintfFailed(int error) try {
+  std::cout << "Printf failed. errno:" << error << std::endl;
+} catch (std::exception const&) {
+  return;
+}
+
+}  // namespace
+
+VeltDebugMgr::Flags VeltDebugMgr::ResolveFlags(std::string const& module, VeltLogLevel level, Flags asked) {
+  if (asked.print && asked.log) return asked;
+  std::bitset<32> levels;
+  std::bitset<32> outputs;
+  bool const known = GetSubModuleInfo(module, levels, outputs) ||
+                     (module != velt::kDebugModule && GetSubModuleInfo(velt::kDebugModule, levels, outputs));
+  // A level that is no bit of the set is the caller's error; it learns by the set's own exception.
+  if (!known || !levels.test(static_cast<std::size_t>(level))) return asked;
+  return {asked.print || outputs.test(kStandardOutput), asked.log || outputs.test(kLogFile)};
+}
+
+bool VeltDebugMgr::Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
+                         bool bPrint, bool bLog) {
+  if (!IsInit()) return false;
+  // Acquire: the engine's construction is seen with the pointer.
+  VeltDebugEngine* const engine = m_pEngine.load(std::memory_order_acquire);
+  if (engine != nullptr) return engine->Trace(module, level, text, asn, bPrint, bLog);
+  if (m_bSilent.load(std::memory_order_relaxed)) return false;  // ordered by the acquire of IsInit
+  if (m_pChannel == nullptr || level > kLargestLevel || text == nullptr || InheritedByFork()) return false;
+  Flags const flags = ResolveFlags(module, level, {bPrint, bLog});
+  return m_pChannel->Trace(module, level, text, asn, flags.print, flags.log);
+}
+
+bool VeltDebugMgr::AppTrace(std::string const& module, VeltLogLevel level, char const* text,
+                            AsnType const* asn, bool bPrint, bool bLog, std::string const& subName) {
+  if (!IsInit()) return false;
+  VeltDebugEngine* const engine = m_pEngine.load(std::memory_order_acquire);
+  if (engine != nullptr) return engine->AppTrace(module, level, text, asn, bPrint, bLog, subName);
+  if (m_bSilent.load(std::memory_order_relaxed)) return true;  // not what Trace says; hosts rely on both
+  if (level > kLargestLevel || text == nullptr || InheritedByFork()) return false;
+  if (subName.size() >= kSubNameLimit) return false;
+
+  std::string const key = ChannelKey(subName);
+  VeltDebugInfo* channel = nullptr;
+  Lookup found = FindChannel(key, channel);
+  if (found == Lookup::kAbsent) found = FindOrCreateChannel(key, module, channel);
+  if (found != Lookup::kFound || channel == nullptr) return false;
+  Flags const flags = ResolveFlags(module, level, {bPrint, bLog});
+  return channel->Trace(module, level, text, asn, flags.print, flags.log);
+}
+
+std::string VeltDebugMgr::ChannelKey(std::string const& subName) const {
+  std::array<char, kKeyCapacity> key;
+  if (subName.empty()) {
+    velt::snprintf_s(key.data(), key.size(), key.size() - 1, "%s", m_strName.c_str());
+  } else {
+    velt::snprintf_s(key.data(), key.size(), key.size() - 1, "%s%s_", m_strName.c_str(), subName.c_str());
+  }
+  return key.data();
+}
+
+VeltDebugMgr::Lookup VeltDebugMgr::FindChannel(std::string const& key, VeltDebugInfo*& channel) {
+  velt::ReadLock const lock(m_channelLock);
+  if (!lock.locked()) return Lookup::kRefused;
+  // Before the look-up: one channel above the cap, and the known channels answer false as well.
+  if (m_channels.size() > static_cast<std::size_t>(m_nMaxFileNum)) return Lookup::kRefused;
+  auto const found = m_channels.find(key);
+  if (found == m_channels.end()) return Lookup::kAbsent;
+  channel = found->second;
+  return Lookup::kFound;
+}
+
+VeltDebugMgr::Lookup VeltDebugMgr::FindOrCreateChannel(std::string const& key, std::string const& fileHeader,
+                                                       VeltDebugInfo*& channel) {
+  // One creation at a time: two channels of one key would write into the same file.
+  velt::MutexLock const creation(m_channelCreation);
+  if (!creation.locked()) return Lookup::kRefused;
+  Lookup const found = FindChannel(key, channel);  // another thread may have been faster
+  if (found != Lookup::kAbsent) return found;
+
+  auto made = std::make_unique<VeltDebugInfo>(
+      m_pChannel != nullptr ? m_pChannel->LogPath() : VeltGetDefaultLogPath(), key, fileHeader, false, false,
+      static_cast<unsigned>(m_nFiltLogBufSize), static_cast<unsigned>(m_nEachFileMaxSize),
+      static_cast<unsigned>(m_nEachProcessMaxZipNum), static_cast<unsigned>(m_nZipFileIncludeFileNum), true);
+  velt::WriteLock const lock(m_channelLock);
+  if (!lock.locked()) return Lookup::kRefused;
+  m_channels.emplace(key, made.get());
+  channel = made.release();  // the table's now
+  return Lookup::kFound;
+}
+
+void VeltDebugMgr::Printf(VeltLogLevel level, char const* fmt, ...) {
+  if (!IsInit()) return;
+  Message message;
+  std::va_list args;
+  va_start(args, fmt);
+  int const length = Format(message, fmt, args);
+  int const error = errno;  // before anything else can change it
+  va_end(args);
+  if (length <= 0) {
+    SayThatPrintfFailed(error);
+    return;
+  }
+  Trace(m_strDefaultModule, level, message.data(), nullptr, false, false);
+}
+
+void VeltDebugMgr::Printf(VeltLogLevel level, VeltInterString const& module, char const* fmt, ...) {
+  if (!IsInit()) return;
+  Message message;
+  std::va_list args;
+  va_start(args, fmt);
+  int const length = Format(message, fmt, args);
+  va_end(args);
+  if (length > 0) Trace(module, level, message.data(), nullptr, false, false);
+}
+
+void VeltDebugMgr::Printf(char const* fmt, ...) {
+  if (!IsInit()) return;
+  Message message;
+  std::va_list args;
+  va_start(args, fmt);
+  int const length = Format(message, fmt, args);
+  va_end(args);
+  if (length > 0) Trace(m_strDefaultModule, m_defaultLevel, message.data(), nullptr, false, false);
+}

@@ -1,0 +1,271 @@
+// The process-wide trace manager: modules with their levels and outputs, channels, and the routing of every
+// trace.
+#ifndef VELT_MANAGER_H
+#define VELT_MANAGER_H
+
+#include <atomic>
+#include <bitset>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+
+#include <ace/RW_Thread_Mutex.h>
+#include <ace/Thread_Mutex.h>
+
+#include "velt/channel.h"
+#include "velt/export.h"
+#include "velt/types.h"
+
+// The keys of the debug configuration file. A host may point them at other texts before Init, from one
+// thread; every look-up reads through them, and a null key is found nowhere.
+VELT_EXPORT extern char const* DEBUGLEVELITEM;   // "debug_level", level set of module "debug"
+VELT_EXPORT extern char const* DEBUGOUPUTTITEM;  // "debug_output", output set of module "debug"
+VELT_EXPORT extern char const* MAXLOGSIZEITEM;   // "nEachFileMaxSize", MB in the file
+VELT_EXPORT extern char const* MAXFILENUMITEM;   // "nMaxFileNum", cap on channels
+VELT_EXPORT extern char const* NFILTLOGBUFSIZE;  // "nFiltLogBufSize", records in the ring of filtered ones
+VELT_EXPORT extern char const* MAXZIPNUMINPROCITEM;  // "nEachProcessMaxZipNum", archives kept
+VELT_EXPORT extern char const* FILENUMINZIPITEM;     // "nZipFileIncludeFileNum", kept and unused
+
+namespace velt {
+struct StaticLocks;
+}
+
+// One module's level set and output set.
+//
+// Threads: the setters exclude each other; the manager reads the sets under its own lock.
+// Errors:  a lock that cannot be taken gives false with errno set.
+class VELT_EXPORT VeltDebugSubModInfo {
+ public:
+  VeltDebugSubModInfo(std::bitset<32> const& levels, std::bitset<32> const& outputs);
+  virtual ~VeltDebugSubModInfo();
+  VeltDebugSubModInfo(VeltDebugSubModInfo const&) = delete;
+  VeltDebugSubModInfo& operator=(VeltDebugSubModInfo const&) = delete;
+
+  // Sets or clears one bit and returns true. An index above 32 changes nothing and returns false; exactly 32
+  // throws std::out_of_range and changes nothing.
+  bool SetLevel(unsigned int level, bool on);
+  bool SetOutput(unsigned int direction, bool on);
+
+  // Replace the whole set and return true.
+  bool SetLevelSet(std::bitset<32> const& levels);
+  bool SetOutputSet(std::bitset<32> const& outputs);
+
+ private:
+  friend class VeltDebugMgr;
+
+  bool SetBit(std::bitset<32>& set, unsigned int index, bool on);
+  bool Replace(std::bitset<32>& set, std::bitset<32> const& value);
+
+  ACE_RW_Thread_Mutex m_lock;   // guards writes to the two sets
+  std::bitset<32> m_levelSet;   // levels that pass
+  std::bitset<32> m_outputSet;  // outputs that receive what passes
+  std::string m_strText;        // kept and unused
+};
+
+// What a host implements to take over all tracing of the process. Once registered it receives every call with
+// the caller's arguments before any check, a null text and a level of 99 included, on the caller's thread and
+// with no lock of the library held; its answer, or its exception, is the caller's.
+class VELT_EXPORT VeltDebugEngine {
+ public:
+  virtual ~VeltDebugEngine() = default;
+  virtual bool Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
+                     bool bPrint, bool bLog) = 0;
+  virtual bool AppTrace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
+                        bool bPrint, bool bLog, std::string const& subName) = 0;
+};
+
+// VeltDebugMgr decides for each trace call which channel receives it and whether it is printed, logged or
+// only kept in the ring of filtered records.
+//
+// Use:     Instance, Init, RegSubModuleInfo for each module, trace from any thread, Destroy.
+// Threads: every operation may be called from any thread, Destroy only once the host has stopped tracing.
+// Errors:  a lock that cannot be taken gives false (null, -1) with errno set. An allocation failure is
+// thrown. A level
+//          of 32, or a negative one, throws std::out_of_range where it is tested against a level set.
+// Fork:    in a child of an initialised process every call that would need a lock or a channel of the parent
+// answers
+//          false; after Destroy, which leaves all that untouched, the child may initialise a manager of its
+//          own.
+class VELT_EXPORT VeltDebugMgr {
+ public:
+  using ModuleSets = std::map<std::string, std::pair<std::bitset<32>, std::bitset<32>>>;
+
+  VeltDebugMgr(VeltDebugMgr const&) = delete;
+  VeltDebugMgr& operator=(VeltDebugMgr const&) = delete;
+
+  // The process's manager, made on first use; the library owns it. Null only when it was to be made and the
+  // lock could not be taken.
+  static VeltDebugMgr* Instance();
+
+  // Deletes the engine, the channels (each stops in order) and the modules. Returns 0, also when there is no
+  // manager; -1 when the lock could not be taken or released. A later Instance gives a fresh manager.
+  static int Destroy();
+
+  // Reads the debug configuration (`cfgFile`, or the installation's own when that is empty or missing),
+  // registers the configured modules and, unless `silent`, opens the main channel: prefix `name`, in `logDir`
+  // (created, one level, 0755; empty means VeltGetDefaultLogPath()), with `fileHeader` at the top of every
+  // file. `channelFlag` is handed to the channel and changes nothing. Returns true when initialised, at once
+  // when it already was, whatever the arguments. Returns false for an empty `name`, or when directory and
+  // name together make no usable path; what was stored until then (name, silent flag, limits, modules) stays.
+  // `silent` initialises without a channel: Trace then answers false, AppTrace true.
+  bool Init(std::string const& name, std::string const& cfgFile, std::string const& logDir,
+            std::string const& fileHeader, bool channelFlag, bool silent);
+
+  // Whether Init has succeeded.
+  bool IsInit() const;
+
+  // Gives module `name` its sets, or the sets of "debug" when it is new and `inheritDebug`. Returns false
+  // before Init, for an empty name, and when "debug" is to be inherited and absent.
+  bool RegSubModuleInfo(std::string const& name, std::bitset<32> const& levels,
+                        std::bitset<32> const& outputs, bool inheritDebug);
+
+  // Copies the sets of module `name` out. Returns false with both untouched when there is no such module.
+  bool GetSubModuleInfo(std::string const& name, std::bitset<32>& levels, std::bitset<32>& outputs);
+
+  // Gives every module these sets, or those of "debug" when `useDebug`. Returns false before Init, and when
+  // "debug" is to be used and absent.
+  bool SetAllModuleInfo(std::bitset<32> const& levels, std::bitset<32> const& outputs, bool useDebug);
+
+  // Adds every module with its sets to `out`, overwriting entries of the same name. Returns false before
+  // Init.
+  bool GetAllModuleInfo(ModuleSets& out);
+
+  // Sets or clears one bit of a module's sets; an empty module means "debug". Returns true when done; false
+  // for an index above 32, a negative one, or a module that is not registered. Exactly 32 throws
+  // std::out_of_range.
+  bool SetLogLevel(std::string const& module, VeltLogLevel level, bool on);
+  bool SetLogOutput(std::string const& module, VeltOutputDirection direction, bool on);
+
+  // Hands all tracing to `engine`, which the manager owns from then on. Returns false for null. An engine
+  // that was registered before is neither deleted nor told: it is the host's again.
+  bool RegDebugEngine(VeltDebugEngine* engine);
+
+  // Deletes `engine` and returns true when it is the registered one (null counts when none is); false
+  // otherwise. The host stops tracing first.
+  bool UnRegDebugEngine(VeltDebugEngine* engine);
+
+  // The registered engine or null; it stays the manager's.
+  VeltDebugEngine* GetDebugEngine();
+
+  // Runs a shell command with every signal unblocked in the calling thread, and waits for it. Returns
+  // pclose's status; -1 when it could not be started: the signal mask then stays empty. A null command is -1
+  // and changes nothing.
+  static int system(char const* command);
+
+  // Trace one record to the main channel. `text` is never read as a format; null is refused. A level that the
+  // module's set does not hold (a module that is not registered has the sets of "debug") leaves the caller's
+  // own flags, and a record with neither flag goes into the ring. Returns the channel's answer; false before
+  // Init, when silent, and for a level above 32. Both caller's flags true skip the module's sets. Cost: may
+  // wait up to one second for room in a full queue.
+  bool Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn, bool bPrint,
+             bool bLog);
+
+  // The same to the channel of `subName`, prefix <name><subName>_, which its first record opens beside the
+  // main channel with that record's module as file header; an empty `subName` is the main channel. Differs
+  // from Trace when silent (true), and returns false for a `subName` over 128 characters and for every call
+  // once there are more channels than nMaxFileNum.
+  bool AppTrace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
+                bool bPrint, bool bLog, std::string const& subName);
+
+  // Format a message of at most 2046 characters (the rest is cut) and Trace it with neither flag. Without a
+  // module, the module is the empty name, which has the sets of "debug"; without a level, the level is 3. An
+  // expansion that fails or is empty traces nothing; the first form then says "Printf failed. errno:" and the
+  // number on standard output.
+  void Printf(VeltLogLevel level, char const* fmt, ...) VELT_PRINTF_FORMAT(3, 4);
+  void Printf(VeltLogLevel level, VeltInterString const& module, char const* fmt, ...)
+      VELT_PRINTF_FORMAT(4, 5);
+  void Printf(char const* fmt, ...) VELT_PRINTF_FORMAT(2, 3);
+  void Printf(int, ...) = delete;  // Printf(0, "x") would otherwise take 0 as a null format
+
+  // Reads the debug configuration without applying the bounds of Init. Sizes come back in bytes. `modules`
+  // gets the module "debug" and every module of the file; it stays untouched when no file is to be found at
+  // all.
+  void GetCfgItem(std::string const& cfgFile, int& filtLogBufSize, int& maxFileNum, int& maxFileSize,
+                  int& eachProcessMaxZipNum, int& zipFileIncludeFileNum, ModuleSets& modules);
+
+  // Look one number up in the primary file, then, unless `primaryOnly`, in the secondary one. Return true
+  // when it was found; else false with the default in `value`: 100, 50, 5242880 (bytes), 30, 10.
+  static bool GetFiltLogBufSize(int& value, std::string const& primary, std::string const& secondary,
+                                bool primaryOnly);
+  static bool GetMaxFileNum(int& value, std::string const& primary, std::string const& secondary,
+                            bool primaryOnly);
+  static bool GetMaxFileSize(int& value, std::string const& primary, std::string const& secondary,
+                             bool primaryOnly);
+  static bool GetEachProcessMaxZipNum(int& value, std::string const& primary, std::string const& secondary,
+                                      bool primaryOnly);
+  static bool GetZipFileIncludeFileNum(int& value, std::string const& primary, std::string const& secondary,
+                                       bool primaryOnly);
+
+  // Look one bit-set text up the same way, through `buffer` with the capacity `bufferLength`. `text` becomes
+  // the value of the primary file, or the default ("1100", "0100") when neither file has it. A value of the
+  // secondary file stays in `buffer`, and `text` as it was: module "debug" then has the empty set.
+  static void GetStrlevel(std::string& text, char* buffer, int& bufferLength, std::string const& primary,
+                          std::string const& secondary, bool primaryOnly);
+  static void GetStroutput(std::string& text, char* buffer, int& bufferLength, std::string const& primary,
+                           std::string const& secondary, bool primaryOnly);
+
+  // Enters "debug" with the given sets and every "_level" and "_output" item of `primary` into `modules`. The
+  // sets and texts passed in are left holding the last values worked with.
+  static void GetParams(std::bitset<32>& levels, std::bitset<32>& outputs, std::string& levelText,
+                        std::string& outputText, std::string& primary, ModuleSets& modules);
+
+ private:
+  friend struct velt::StaticLocks;
+
+  struct Flags {
+    bool print;
+    bool log;
+  };
+  enum class Lookup { kFound, kAbsent, kRefused };
+
+  VeltDebugMgr();
+  ~VeltDebugMgr();
+
+  bool InheritedByFork() const noexcept;
+  void RememberCfgFile(std::string const& file, bool overwrite);
+  bool RegSubModuleInfo_i(std::string const& name, std::bitset<32> const& levels,
+                          std::bitset<32> const& outputs, bool inheritDebug);
+  bool GetSubModuleInfo_i(std::string const& name, std::bitset<32>& levels, std::bitset<32>& outputs);
+  VeltDebugSubModInfo* FindModule_i(std::string const& name) const;
+  void StoreBoundedLimits(int filtLogBufSize, int maxFileNum, int maxFileSize, int eachProcessMaxZipNum,
+                          int zipFileIncludeFileNum);
+  void RegisterConfiguredModules_i(ModuleSets const& modules);
+  bool OpenMainChannel(std::string const& directory, std::string const& fileHeader, bool channelFlag);
+  void DeleteChannels();
+  Flags ResolveFlags(std::string const& module, VeltLogLevel level, Flags asked);
+  std::string ChannelKey(std::string const& subName) const;
+  Lookup FindChannel(std::string const& key, VeltDebugInfo*& channel);
+  Lookup FindOrCreateChannel(std::string const& key, std::string const& fileHeader, VeltDebugInfo*& channel);
+
+  static std::atomic<VeltDebugMgr*> m_pInstance;  // release when made, acquire where used
+  static ACE_Thread_Mutex m_pInstLock;            // creation and destruction of the instance
+  static VeltDebugMgr* m_pParked;  // under m_pInstLock: managers that a child inherited and gave up
+
+  std::atomic<bool>
+      m_bInit;            // set last in Init (release), so that a reader that sees it sees all of Init's work
+  int m_nFiltLogBufSize;  // written by Init before m_bInit, like the next four
+  int m_nMaxFileNum;
+  int m_nEachFileMaxSize;
+  int m_nEachProcessMaxZipNum;
+  int m_nZipFileIncludeFileNum;
+  std::atomic<bool> m_bSilent;
+  std::string m_strSpare;                   // kept and unused
+  std::string m_strCfgFile;                 // m_cfgFileLock
+  std::atomic<VeltDebugEngine*> m_pEngine;  // written under the table lock; owned
+  VeltDebugInfo* m_pChannel =
+      nullptr;                      // the main channel; written by Init before m_bInit; owned by m_channels
+  ACE_RW_Thread_Mutex m_tableLock;  // taken before a module's own lock and before m_channelLock
+  std::map<std::string, VeltDebugSubModInfo*> m_modules;  // table lock; owns
+  std::string m_strDefaultModule;                         // never changes; empty stands for "debug"
+  VeltLogLevel m_defaultLevel;                            // never changes
+  std::map<std::string, VeltDebugInfo*> m_channels;       // channel-table lock; owns
+  ACE_RW_Thread_Mutex m_channelLock;  // never held while a channel is made or a record queued
+  std::string m_strName;              // written by Init before m_bInit
+  ACE_Thread_Mutex m_cfgFileLock;
+  ACE_Thread_Mutex m_channelCreation;  // makes channels on demand one at a time; taken before m_channelLock
+  uint32_t m_nForkGeneration = 0;      // of the process that initialised this manager; written before m_bInit
+  VeltDebugMgr* m_pNextParked = nullptr;  // under m_pInstLock
+};
+
+#endif

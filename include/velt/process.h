@@ -1,0 +1,124 @@
+// Process-wide services: message-type names, frame helpers, exit flag, service wait, and the short trace
+// functions.
+#ifndef VELT_PROCESS_H
+#define VELT_PROCESS_H
+
+#include <atomic>
+
+#include <ace/Condition_Thread_Mutex.h>
+#include <ace/Recursive_Thread_Mutex.h>
+#include <ace/Thread_Mutex.h>
+
+#include "velt/export.h"
+#include "velt/types.h"
+
+namespace velt {
+struct StaticLocks;
+}
+
+// The names of the one-byte message types 0 to 34. Types without a name have the empty text, never null.
+VELT_EXPORT extern char const* const g_vecVeltMsgTypeString[35];
+
+// Set by SetVeltAppExit; any thread may poll it.
+VELT_EXPORT extern std::atomic<bool> g_VeltAppExitFlag;
+
+// For hosts; 0 at load, and the library neither reads nor writes it.
+VELT_EXPORT extern int g_bVeltOnlyTraceSomeMSG;
+
+// For hosts; the library never locks it. A forked child gets it unlocked.
+VELT_EXPORT extern ACE_Recursive_Thread_Mutex g_mutexVeltStaticLock;
+
+// Initialises ACE when the library is loaded; nothing finalises it.
+class VELT_EXPORT VELTInit {
+ public:
+  VELTInit();
+};
+VELT_EXPORT extern VELTInit g_oVELTInit;
+
+// Emits the banner "===================SetVeltAppExit (%d)==================" through VeltOutputFrmtString,
+// then sets the exit flag (sequentially consistent), whatever became of the banner. Any thread.
+VELT_EXPORT void SetVeltAppExit(bool exit);
+
+// The exit flag. Any thread.
+VELT_EXPORT bool VeltAppIsExit();
+
+// The address of g_mutexVeltStaticLock; never null.
+VELT_EXPORT ACE_Recursive_Thread_Mutex* VELTGetStaticLock();
+
+// Where a service's main thread sleeps until another thread tells it to end.
+//
+// Threads: every operation may be called from any thread; a pointer must not be used after Destroy.
+// Errors:  a failing wait or signal leaves its code in errno.
+class VELT_EXPORT BaseUtilInternal {
+ public:
+  // The single instance, made on first use; the library owns it. A forked child gets one of its own.
+  static BaseUtilInternal* Instance();
+
+  // Deletes the instance; nothing when there is none.
+  static void Destroy();
+
+  virtual ~BaseUtilInternal();
+  BaseUtilInternal(BaseUtilInternal const&) = delete;
+  BaseUtilInternal& operator=(BaseUtilInternal const&) = delete;
+
+  // Blocks, without limit, until the next ServiceExit. It may also return by itself, as a condition may; a
+  // caller that minds asks its own flag in a loop.
+  void ServiceWait();
+
+  // Wakes one thread in ServiceWait; with none there the signal is lost.
+  void ServiceExit();
+
+ private:
+  friend struct velt::StaticLocks;
+
+  BaseUtilInternal();
+
+  static std::atomic<BaseUtilInternal*> m_pInstance;  // release when made, acquire where used
+  static ACE_Thread_Mutex m_instMutex;                // creation and destruction
+  static BaseUtilInternal* m_pParked;                 // what a forked child inherited: kept, never used
+
+  ACE_Thread_Mutex* m_pMutex;                          // owned; the mutex of the condition
+  ACE_Condition<ACE_Thread_Mutex>* m_pCond = nullptr;  // owned
+};
+
+// BaseUtilInternal::Instance()->ServiceExit().
+VELT_EXPORT void VeltsvcdServiceExit();
+
+// The name of a message type: an entry of g_vecVeltMsgTypeString, or "unknow" for 35 to 255. Never null.
+VELT_EXPORT char const* VeltGetMsgTypeString(unsigned char type);
+
+// Fill a field of a message frame within its capacity. The first three return `dst` whether or not they could
+// copy: a null pointer or a count over the capacity copies nothing and leaves the field empty (text) or
+// zeroed (body).
+VELT_EXPORT char* VeltFrameGetNStr(char* dst, unsigned long dstMax, char const* src, unsigned long count);
+VELT_EXPORT void* VeltFrameSetBody(void* dst, void const* src, unsigned long size);
+VELT_EXPORT void* VeltFrameResetBody(void* dst, int value, unsigned long size);
+
+// Formats into `dst` of `dstMax` bytes, its NUL included. Returns the number of characters; a negative value
+// when the text was cut to dstMax - 1 characters, the format failed, or an argument is null or 0 (nothing is
+// written then).
+VELT_EXPORT int VeltFrameGetStr(char* dst, unsigned long dstMax, char const* format, ...)
+    VELT_PRINTF_FORMAT(3, 4);
+
+// The short trace functions: module "MRB", through VeltDebugMgr::Trace, which filters. They print when
+// "EnablePrint" and log when "EnableLog" of VeltGetDefaultCfgFile() is a number other than 0; absent, they do
+// not print and they log. The file is read once, by the first of them. Messages are cut at 2047 characters;
+// an empty one is traced. Threads: any. Errors: none is reported; std::out_of_range leaves them as it leaves
+// VeltDebugMgr::Trace.
+
+// Reads the two switches unless they were read.
+VELT_EXPORT void VeltMrbTraceSatus();
+
+// Traces `text` at level 2 with the caller's own switches (0 is off); does not read the configuration.
+VELT_EXPORT void VeltMrbTrace(char const* text, int print, int log);
+
+// Format and trace at level 2.
+VELT_EXPORT void VeltOutputFrmtString(char const* format, ...) VELT_PRINTF_FORMAT(1, 2);
+
+// Format and trace at `level`.
+VELT_EXPORT void VeltOutputMrbLog(VeltLogLevel level, char const* format, ...) VELT_PRINTF_FORMAT(2, 3);
+
+// Trace `text` as it is at level 2; no copy and no cut here.
+VELT_EXPORT void VeltOutputString_i(char const* text);
+
+#endif

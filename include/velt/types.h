@@ -1,0 +1,48 @@
+// The small types that configuration, channels and the manager share.
+#ifndef VELT_TYPES_H
+#define VELT_TYPES_H
+
+#include <ostream>
+#include <string>
+#include <utility>
+
+#include "velt/export.h"
+
+// A bit index, 0 to 31, into a module's level set. Levels have no order and no names: a level passes when its
+// own bit is set. The log line bears a tag for four of them: 0 "A: ", 1 "E: ", 2 "W: ", 3 "I: ".
+enum VeltLogLevel : int {};
+
+// A bit index into a module's output set: 0 is standard output, 1 is the log file; 2 to 31 are kept and
+// unused.
+enum VeltOutputDirection : int {};
+
+// An ASN.1 value of the host that can travel with a trace record.
+//
+// Threads: Clone runs on the tracing thread; Print runs on the channel's output thread, or on the caller's
+//          thread in ASNTrace. Neither is called with a lock of the library held.
+class VELT_EXPORT AsnType {
+ public:
+  virtual ~AsnType() = default;
+
+  // Returns a new heap copy that the caller deletes; null counts as no value. May throw: the trace call then
+  // passes the exception on and queues nothing.
+  virtual AsnType* Clone() const = 0;
+
+  // Writes the value to `out`. The two numbers are always 0 and 1. May throw: on an output thread what was
+  // printed until then is kept, in ASNTrace the exception reaches the caller.
+  virtual void Print(std::ostream& out, int, int) const = 0;
+};
+
+// The module name of one Printf overload. It converts from std::string by itself but from a character array
+// only when asked to, so that Printf(level, "%s", "x") means a format and its argument, never a module and a
+// format.
+class VELT_EXPORT VeltInterString : public std::string {
+ public:
+  VeltInterString() = default;
+  VeltInterString(std::string const& text) : std::string(text) {}  // NOLINT(google-explicit-constructor)
+  VeltInterString(std::string&& text) noexcept
+      : std::string(std::move(text)) {}  // NOLINT(google-explicit-constructor)
+  explicit VeltInterString(char const* text) : std::string(text == nullptr ? "" : text) {}  // null: empty
+};
+
+#endif

@@ -1,0 +1,20 @@
+// The text of an instant as every log line bears it.
+#ifndef VELT_PLATFORM_TIME_STAMP_H
+#define VELT_PLATFORM_TIME_STAMP_H
+
+#include <cstddef>
+
+#include <ace/Time_Value.h>
+
+namespace velt {
+
+inline constexpr std::size_t kTimeStampCapacity = 512;  // bytes of every time stamp array
+inline constexpr std::size_t kTimeStampLength = 26;     // characters of "2026-11-15 08:52:13.123456"
+
+// Writes the local time of `instant` and a NUL, the bytes that ACE::timestamp gives for it, into `text`,
+// which has room for kTimeStampLength + 1 bytes. An instant that has no local time gives the empty text.
+void WriteTimeStamp(ACE_Time_Value const& instant, char* text);
+
+}  // namespace velt
+
+#endif

@@ -1,0 +1,21 @@
+// The exit flag of the process and the lock that hosts share.
+#include <exception>
+
+#include "velt/process.h"
+
+std::atomic<bool> g_VeltAppExitFlag{false};
+int g_bVeltOnlyTraceSomeMSG = 0;
+
+void SetVeltAppExit(bool exit) {
+  try {
+    VeltOutputFrmtString("===================SetVeltAppExit (%d)==================", exit ? 1 : 0);
+  } catch (std::exception const&) {
+    g_VeltAppExitFlag.store(exit);  // the process ends whether or not its trace has room
+    throw;
+  }
+  g_VeltAppExitFlag.store(exit);
+}
+
+bool VeltAppIsExit() { return g_VeltAppExitFlag.load(); }
+
+ACE_Recursive_Thread_Mutex* VELTGetStaticLock() { return &g_mutexVeltStaticLock; }

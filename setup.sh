@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Installs what building and testing need and the machine lacks. Quiet when nothing is missing.
+# Further packages may be named as arguments.
+set -euo pipefail
+
+packages=(g++ cmake ninja-build pkg-config libace-dev zlib1g-dev libgtest-dev libgmock-dev clang-format clang-tidy "$@")
+
+missing=()
+for package in "${packages[@]}"; do
+  dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then as_root=(sudo); fi
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+install() { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"; }
+
+echo "== installing ${missing[*]}"
+# An old package list names versions that are gone, so it is renewed before the first attempt.
+if ! { "${as_root[@]}" apt-get update && install; } >"$log" 2>&1; then
+  tail -n 30 "$log" >&2
+  exit 1
+fi

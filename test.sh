@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds the library three times (optimised, address and undefined-behaviour sanitizers, thread
+# sanitizer) and runs every test in each; checks format and lint. Prints details only of what fails.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+./setup.sh
+jobs=$(nproc)
+logs=build/logs
+mkdir -p "$logs"
+
+# quietly NAME COMMAND...: the output stands in a log, and is shown when the command fails.
+quietly() {
+  local name=$1 start=$SECONDS
+  shift
+  printf '== %s' "$name"
+  if ! "$@" >"$logs/${name// /-}.log" 2>&1; then
+    printf ': FAILED\n'
+    tail -n 100 "$logs/${name// /-}.log"
+    exit 1
+  fi
+  printf ' (%d s)\n' $((SECONDS - start))
+}
+
+build() { cmake --preset "$1" && cmake --build --preset "$1"; }
+
+passed=0
+failed=0
+run_tests() {
+  local preset=$1 start=$SECONDS log=$logs/ctest-$1.log
+  shift
+  printf '== tests, %s' "$preset"
+  # More tests than cores at once: many of them wait for a poll or a second.
+  "$@" ctest --test-dir "build/$preset" -j $((jobs * 4)) --output-on-failure --timeout 300 >"$log" 2>&1 || true
+  local summary
+  summary=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests failed out of [0-9]+' "$log" || true)
+  if [ -z "$summary" ]; then
+    printf ': ctest did not finish\n'
+    tail -n 50 "$log"
+    exit 1
+  fi
+  local bad total
+  bad=$(sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\1/' <<<"$summary")
+  total=$(sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\2/' <<<"$summary")
+  passed=$((passed + total - bad))
+  failed=$((failed + bad))
+  printf ': %d of %d passed (%d s)\n' $((total - bad)) "$total" $((SECONDS - start))
+  if [ "$bad" -ne 0 ]; then grep -vE '^ *[0-9]+/[0-9]+ Test .* Passed|^ +Start +[0-9]+:' "$log" | tail -n 300; fi
+}
+
+# Kernels with 32 random bits of address space are too many for the thread sanitizer's runtime.
+without_random_addresses=()
+setarch -R true 2>/dev/null && without_random_addresses=(setarch -R)
+
+sources() { git ls-files -co --exclude-standard '*.cpp' '*.h'; }
+format_holds() { sources | xargs clang-format --dry-run -Werror; }
+lint_holds() {
+  sources | grep -E '^(platform|config|debug|process|tools)/.*\.cpp$' |
+    xargs -P "$jobs" -n 3 clang-tidy -p build/release --quiet
+}
+
+quietly 'format' format_holds
+quietly 'build release' build release
+quietly 'build asan' build asan
+quietly 'build tsan' "${without_random_addresses[@]}" bash -c 'cmake --preset tsan && cmake --build --preset tsan'
+run_tests release
+run_tests asan
+run_tests tsan "${without_random_addresses[@]}"
+quietly 'lint' lint_holds
+
+echo
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ]
