@@ -4,6 +4,7 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "velt/config.h"
 
@@ -22,8 +23,11 @@ constexpr int kNumberCapacity = 1792;
 int VeltGetNameValue(std::string const& line, std::string& name, std::string& value) {
   std::size_t const equals = line.find('=');
   if (equals == std::string::npos) return -1;
-  name = TrimString(line.substr(0, equals), velt::kBlankCharacters);
-  value = TrimString(line.substr(equals + 1), velt::kBlankCharacters);
+  // Both before either is assigned: a caller may pass the line itself as one of them.
+  std::string new_name = TrimString(line.substr(0, equals), velt::kBlankCharacters);
+  std::string new_value = TrimString(line.substr(equals + 1), velt::kBlankCharacters);
+  name = std::move(new_name);
+  value = std::move(new_value);
   return 1;
 }
 

@@ -1,9 +1,9 @@
 // Creates a directory with its parents.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <filesystem>
-#include <system_error>
+#include <string>
 
 #include "velt/config.h"
 
@@ -12,14 +12,29 @@ namespace {
 // What a 1023-character shell command that makes the directory has room for. No shell is run, but hosts rely
 // on longer paths being refused.
 constexpr std::size_t kLongestPath = 1007;
+constexpr mode_t kMode = 0777;  // less the umask
+constexpr mode_t kUsableByOwner = 0300;
+
+// A parent must be entered and written to for what comes below it, whatever the umask takes away.
+void MakeParent(std::string const& path) {
+  if (mkdir(path.c_str(), kMode) != 0) return;  // whether the whole path exists afterwards decides
+  struct stat info {};
+  if (stat(path.c_str(), &info) == 0 && (info.st_mode & kUsableByOwner) != kUsableByOwner) {
+    (void)chmod(path.c_str(), (info.st_mode & 07777U) | kUsableByOwner);
+  }
+}
 
 }  // namespace
 
 int VeltMakeDirEx(char const* path) {
   if (path == nullptr || *path == '\0' || std::strchr(path, '$') != nullptr) return -1;
   if (access(path, F_OK) == 0) return 0;
-  if (std::strlen(path) > kLongestPath) return -1;
-  std::error_code ignored;  // whether the path exists afterwards decides
-  std::filesystem::create_directories(path, ignored);
+  std::string const whole = path;
+  if (whole.size() > kLongestPath) return -1;
+  std::size_t const end = whole.find_last_not_of('/') + 1;  // slashes at the end name nothing
+  for (std::size_t slash = whole.find('/', 1); slash < end; slash = whole.find('/', slash + 1)) {
+    MakeParent(whole.substr(0, slash));
+  }
+  (void)mkdir(whole.c_str(), kMode);
   return access(path, F_OK) == 0 ? 0 : -1;
 }

@@ -16,26 +16,27 @@ struct CachedSecond {
   std::time_t second = -1;
   char text[kTimeStampLength + 1] = "";
 };
-thread_local CachedSecond cached;
+[[gnu::tls_model("initial-exec")]] thread_local CachedSecond cached;
 
 bool Load(ACE_Time_Value const& instant) {
   cached.second = -1;
   // The call fills the array; what it returns points into the middle of it.
   if (ACE::timestamp(instant, cached.text, sizeof cached.text) == nullptr) return false;
-  cached.second = instant.sec();
+  // ACE takes the zero instant to mean now, counts back before it, and makes a longer text after the year
+  // 9999.
+  if (instant.sec() > 0 && std::strlen(cached.text) == kTimeStampLength) cached.second = instant.sec();
   return true;
 }
 
 }  // namespace
 
 void WriteTimeStamp(ACE_Time_Value const& instant, char* text) {
-  // ACE takes the zero instant to mean now, so that second is never kept.
-  if ((cached.second != instant.sec() || instant.sec() == 0) && !Load(instant)) {
+  if (cached.second != instant.sec() && !Load(instant)) {
     text[0] = '\0';
     return;
   }
   std::memcpy(text, cached.text, sizeof cached.text);
-  if (instant.sec() == 0) return;
+  if (cached.second != instant.sec()) return;  // one that is not kept: the text is its own
   auto microseconds = static_cast<unsigned>(instant.usec());
   for (std::size_t at = kTimeStampLength; at-- > kMicrosecondsAt; microseconds /= 10) {
     text[at] = static_cast<char>('0' + microseconds % 10);

@@ -12,7 +12,7 @@ inline constexpr std::size_t kTimeStampCapacity = 512;  // bytes of every time s
 inline constexpr std::size_t kTimeStampLength = 26;     // characters of "2026-11-15 08:52:13.123456"
 
 // Writes the local time of `instant` and a NUL, the bytes that ACE::timestamp gives for it, into `text`,
-// which has room for kTimeStampLength + 1 bytes. An instant that has no local time gives the empty text.
+// which has room for kTimeStampLength + 1 bytes. Where ACE gives none, the empty text.
 void WriteTimeStamp(ACE_Time_Value const& instant, char* text);
 
 }  // namespace velt

@@ -1,6 +1,4 @@
 // The exit flag of the process and the lock that hosts share.
-#include <exception>
-
 #include "velt/process.h"
 
 std::atomic<bool> g_VeltAppExitFlag{false};
@@ -9,7 +7,7 @@ int g_bVeltOnlyTraceSomeMSG = 0;
 void SetVeltAppExit(bool exit) {
   try {
     VeltOutputFrmtString("===================SetVeltAppExit (%d)==================", exit ? 1 : 0);
-  } catch (std::exception const&) {
+  } catch (...) {
     g_VeltAppExitFlag.store(exit);  // the process ends whether or not its trace has room
     throw;
   }
