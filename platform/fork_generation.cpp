@@ -10,20 +10,20 @@ std::atomic<std::uint32_t> fork_generation{0};
 
 namespace {
 
-void (*run_in_child)() = nullptr;
+void (*hook_in_child)() = nullptr;
 
-void CountFork() {
+void InChild() {
   detail::fork_generation.fetch_add(1, std::memory_order_relaxed);
-  run_in_child();
+  hook_in_child();
 }
 
 }  // namespace
 
-void WatchForks(void (*in_child)()) {
-  run_in_child = in_child;
+void WatchForks(ForkHooks const& hooks) {
+  hook_in_child = hooks.in_child;
   // It fails only for want of memory while the library loads; forks then go unnoticed, as in any other
   // library.
-  (void)pthread_atfork(nullptr, nullptr, CountFork);
+  (void)pthread_atfork(hooks.before, hooks.in_parent, &InChild);
 }
 
 }  // namespace velt

@@ -17,9 +17,16 @@ inline std::uint32_t ForkGeneration() noexcept {
   return detail::fork_generation.load(std::memory_order_relaxed);
 }
 
-// Counts forks from now on, and runs `in_child` in each child before fork returns there. Called once, at
-// load.
-void WatchForks(void (*in_child)());
+// What runs around each fork: `before` and `in_parent` in the forking thread of the parent, `in_child` in the
+// child before fork returns there.
+struct ForkHooks {
+  void (*before)();
+  void (*in_parent)();
+  void (*in_child)();
+};
+
+// Counts forks from now on, and runs `hooks`. Called once, at load.
+void WatchForks(ForkHooks const& hooks);
 
 }  // namespace velt
 

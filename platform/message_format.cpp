@@ -1,14 +1,126 @@
 #include "platform/message_format.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
+#include <cstring>
 
 namespace velt {
+namespace {
+
+// A text of bounded length that counts what does not fit as cut.
+class BoundedText {
+ public:
+  BoundedText(char* buffer, std::size_t capacity)
+      : at_(buffer), begin_(buffer), end_(buffer + capacity - 1) {}
+
+  void Add(char const* text, std::size_t length) {
+    std::size_t const room = static_cast<std::size_t>(end_ - at_);
+    std::size_t const kept = length < room ? length : room;
+    std::memcpy(at_, text, kept);
+    at_ += kept;
+  }
+  void AddText(char const* text) {
+    if (text == nullptr) text = "(null)";  // as the C library prints it
+    Add(text, strnlen(text, static_cast<std::size_t>(end_ - at_)));
+  }
+  template <typename Number>
+  void AddNumber(Number number) {
+    char digits[24];
+    char* const last = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    Add(digits, static_cast<std::size_t>(last - digits));
+  }
+  int Finish() {
+    *at_ = '\0';
+    return static_cast<int>(at_ - begin_);
+  }
+
+ private:
+  char* at_;
+  char* begin_;
+  char* end_;  // of the room for characters; the NUL goes there at the latest
+};
+
+// Expands a format of plain %d %i %u %ld %lu %zu %c %s and %%, which is what nearly all trace calls use, in
+// less than half of vsnprintf's time. Returns false, with the buffer in any state, at anything else.
+bool FormatPlain(BoundedText& out, char const* format, std::va_list& args) {
+  while (true) {
+    char const* const percent = std::strchr(format, '%');
+    if (percent == nullptr) {
+      out.AddText(format);
+      return true;
+    }
+    out.Add(format, static_cast<std::size_t>(percent - format));
+    format = percent + 1;
+    bool const is_long = *format == 'l' || *format == 'z';
+    bool const is_size = *format == 'z';
+    if (is_long) ++format;
+    switch (*format++) {
+      case 'd':
+      case 'i':
+        if (is_size) return false;
+        is_long ? out.AddNumber(va_arg(args, long)) : out.AddNumber(va_arg(args, int));
+        break;
+      case 'u':
+        is_long ? out.AddNumber(va_arg(args, unsigned long)) : out.AddNumber(va_arg(args, unsigned));
+        break;
+      case 's':
+        if (is_long) return false;
+        out.AddText(va_arg(args, char const*));
+        break;
+      case 'c': {
+        if (is_long) return false;
+        char const character = static_cast<char>(va_arg(args, int));
+        out.Add(&character, 1);
+        break;
+      }
+      case '%':
+        if (is_long) return false;
+        out.Add("%", 1);
+        break;
+      default:
+        return false;
+    }
+  }
+}
+
+// Whether a width or precision is written out that the C library would pad for seconds, while the caller
+// waits, only to have the result cut to the buffer. Such a format is a mistake and fails at once.
+bool AsksForGiantField(char const* format) {
+  constexpr int kMostDigits = 6;
+  for (char const* at = std::strchr(format, '%'); at != nullptr; at = std::strchr(at, '%')) {
+    ++at;
+    if (*at == '%') {
+      ++at;
+      continue;
+    }
+    for (at += std::strspn(at, "-+ #'0");
+         *at != '\0' && std::strchr("0123456789.*$-+ #'I", *at) != nullptr;) {
+      std::size_t const digits = std::strspn(at, "0123456789");
+      if (digits > kMostDigits) return true;
+      at += digits == 0 ? 1 : digits;
+    }
+  }
+  return false;
+}
+
+}  // namespace
 
 int FormatMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args) {
   buffer[0] = '\0';
   if (format == nullptr) {
     errno = EINVAL;
+    return -1;
+  }
+  std::va_list plain;
+  va_copy(plain, args);
+  BoundedText text(buffer, capacity);
+  bool const done = FormatPlain(text, format, plain);
+  va_end(plain);
+  if (done) return text.Finish();
+
+  if (AsksForGiantField(format)) {
+    errno = EOVERFLOW;
     return -1;
   }
   int const length = std::vsnprintf(buffer, capacity, format, args);

@@ -12,7 +12,7 @@ struct CachedId {
   std::int64_t id = 0;  // 0: not asked yet; no thread has that id
   std::uint32_t fork_generation = 0;
 };
-thread_local CachedId cached;
+[[gnu::tls_model("initial-exec")]] thread_local CachedId cached;
 
 }  // namespace
 

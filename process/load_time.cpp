@@ -9,6 +9,7 @@
 #include "velt/process.h"
 
 #include "debug/channel/output_thread.h"
+#include "debug/channel/record_recycler.h"
 #include "platform/fork_generation.h"
 #include "platform/locks.h"
 
@@ -22,6 +23,7 @@ struct StaticLocks {
     new (&g_mutexVeltStaticLock) ACE_Recursive_Thread_Mutex;
     new (&VeltDebugMgr::m_pInstLock) ACE_Thread_Mutex;
     RemakePrintLock();
+    KeepOwnIdleNodesInChild();
     ParkServiceWait();
   }
 
@@ -30,7 +32,8 @@ struct StaticLocks {
   static void ParkServiceWait() {
     BaseUtilInternal* const inherited = BaseUtilInternal::m_pInstance.load(std::memory_order_relaxed);
     if (inherited == nullptr) return;
-    BaseUtilInternal::m_pParked = inherited;  // for leak checkers
+    inherited->m_pNextParked = BaseUtilInternal::m_pParked;  // for leak checkers
+    BaseUtilInternal::m_pParked = inherited;
     BaseUtilInternal::m_pInstance.store(nullptr, std::memory_order_relaxed);
   }
 };
@@ -44,5 +47,5 @@ ACE_Thread_Mutex VeltDebugMgr::m_pInstLock;
 
 VELTInit::VELTInit() {
   ACE::init();
-  velt::WatchForks(&velt::StaticLocks::RemakeInChild);
+  velt::WatchForks({&velt::LockIdleNodes, &velt::UnlockIdleNodes, &velt::StaticLocks::RemakeInChild});
 }

@@ -4,7 +4,9 @@
 #include <pthread.h>
 
 #include <csignal>
+#include <memory>
 
+#include <ace/Base_Thread_Adapter.h>
 #include <ace/OS_NS_Thread.h>
 
 #include "velt/config.h"
@@ -43,6 +45,22 @@ class HostSignalsBlocked {
   bool changed_;
 };
 
+// What the new thread begins with. ACE's own would give it an ACE log object, whose destruction at the
+// thread's end races with ACE's at the process's end.
+class LoopStart : public ACE_Base_Thread_Adapter {
+ public:
+  explicit LoopStart(VeltDebugInfo* channel)
+      : ACE_Base_Thread_Adapter(&VeltDebugInfo::HandleOutputStringLoop, channel), channel_(channel) {}
+
+  ACE_THR_FUNC_RETURN invoke() override {
+    std::unique_ptr<LoopStart> const self(this);
+    return VeltDebugInfo::HandleOutputStringLoop(channel_);
+  }
+
+ private:
+  VeltDebugInfo* channel_;
+};
+
 }  // namespace
 
 VeltDebugInfo::VeltDebugInfo(std::string const& logPath, std::string const& filePrefix,
@@ -77,10 +95,13 @@ bool VeltDebugInfo::Init() {
   if (!lock.locked()) return false;
   if (m_bThreadStarted.load(std::memory_order_relaxed)) return true;
   HostSignalsBlocked const blocked;
-  if (ACE_OS::thr_create(&VeltDebugInfo::HandleOutputStringLoop, this, THR_NEW_LWP | THR_DETACHED, nullptr) ==
-      -1) {
+  auto start = std::make_unique<LoopStart>(this);
+  if (ACE_OS::thr_create(&VeltDebugInfo::HandleOutputStringLoop, this, THR_NEW_LWP | THR_DETACHED, nullptr,
+                         nullptr, ACE_DEFAULT_THREAD_PRIORITY, nullptr, ACE_DEFAULT_THREAD_STACKSIZE,
+                         start.get()) == -1) {
     return false;
   }
+  (void)start.release();  // the thread's now
   // Relaxed: it tells tracing threads that somebody will read the queue, which has a lock of its own.
   m_bThreadStarted.store(true, std::memory_order_relaxed);
   return true;

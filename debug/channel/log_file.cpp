@@ -1,8 +1,10 @@
 // The open file of a channel: create, append, close.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <fstream>
@@ -36,6 +38,24 @@ std::string TimeText(std::tm const& local, char const* pattern) {
   return text.data();
 }
 
+// The way to the descriptor of a file stream, which the library's own streams do not offer.
+struct OpenedFile : std::filebuf {
+  static int DescriptorOf(std::filebuf& buffer) { return (buffer.*(&OpenedFile::_M_file)).fd(); }
+};
+
+// Creates or truncates `path` in `stream`. Returns the descriptor, which stays the stream's; -1 on failure.
+//
+// Lines go to the descriptor and not through the stream: one write(2) each instead of a writev, and a line
+// that the device refused is not kept back by the stream to come a second time.
+int OpenInto(std::ofstream& stream, std::string const& path) {
+  stream.rdbuf()->pubsetbuf(nullptr, 0);
+  stream.open(path, std::ios_base::out | std::ios_base::trunc);
+  if (!stream.is_open() || !stream.good()) return -1;
+  int const file = OpenedFile::DescriptorOf(*stream.rdbuf());
+  (void)fcntl(file, F_SETFD, FD_CLOEXEC);  // programs that the host runs need not hold a log file open
+  return file;
+}
+
 }  // namespace
 
 bool VeltDebugInfo::OpenNewFile() {
@@ -50,19 +70,15 @@ bool VeltDebugInfo::OpenNewFile() {
     m_nCurFileSize = 0;
 
     m_pFile = std::make_unique<std::ofstream>();
-    // Unbuffered: each line is one write of our own, and a line that the device refused is not kept back by
-    // the stream to come a second time.
-    m_pFile->rdbuf()->pubsetbuf(nullptr, 0);
-    m_pFile->open(m_strCurFileName, std::ios_base::out | std::ios_base::trunc);
-    if (!m_pFile->is_open() || !m_pFile->good()) {
+    m_nFileDescriptor = OpenInto(*m_pFile, m_strCurFileName);
+    if (m_nFileDescriptor == -1) {
       m_pFile.reset();
       return false;
     }
     if (m_strFirstFileName.empty()) m_strFirstFileName = m_strFilePrefix + time_in_name;
 
     VELTInsertBOM(*m_pFile);
-    m_pFile->clear();  // a device that refused the mark may take the lines
-    m_nCurFileSize = static_cast<uint32_t>(m_pFile->tellp());
+    m_nCurFileSize = static_cast<uint32_t>(lseek(m_nFileDescriptor, 0, SEEK_CUR));
     std::array<char, 512> creation{};
     velt::snprintf_s(creation.data(), creation.size(), creation.size() - 1,
                      "File create at %s. Current ospid is %d\n",
@@ -83,15 +99,16 @@ bool VeltDebugInfo::WriteFile(char const* text) {
 }
 
 bool VeltDebugInfo::Append(char const* text, std::size_t length) {
-  m_pFile->write(text, static_cast<std::streamsize>(length));
-  if (m_pFile->good()) {
-    m_nCurFileSize += static_cast<uint32_t>(length);
-    return true;
+  while (length > 0) {
+    ssize_t const written = write(m_nFileDescriptor, text, length);
+    if (written == -1 && errno == EINTR) continue;
+    if (written <= 0)
+      return false;  // the rest of this text is given up; the next one is tried in its own right
+    m_nCurFileSize += static_cast<uint32_t>(written);
+    text += written;
+    length -= static_cast<std::size_t>(written);
   }
-  m_pFile->clear();  // the next line is tried in its own right
-  // Some of the text may be in the file; only the file knows how much.
-  m_nCurFileSize = static_cast<uint32_t>(m_pFile->tellp());
-  return false;
+  return true;
 }
 
 void VeltDebugInfo::CloseFile() {

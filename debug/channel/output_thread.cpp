@@ -5,6 +5,9 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
 #include <cstring>
 #include <exception>
 #include <iostream>
@@ -13,12 +16,16 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include <ace/OS_NS_sys_time.h>
 #include <ace/OS_NS_unistd.h>
 
 #include "velt/channel.h"
 
 #include "debug/channel/record.h"
+#include "debug/channel/record_node.h"
+#include "debug/channel/record_recycler.h"
 #include "platform/bounded.h"
 #include "platform/time_stamp.h"
 
@@ -28,9 +35,18 @@ constexpr std::size_t kThreadNameLength = 15;  // the kernel's limit
 constexpr std::size_t kYearLength = 5;         // "2026-", which a line does not bear
 constexpr std::size_t kDayAt = 8;              // of the two day digits in a time stamp
 constexpr std::size_t kLineHeadCapacity = 512;
+constexpr std::size_t kUsualLineBytes = 4096;
 constexpr std::size_t kLongestPiece = 2'097'152;  // of a text, as in every write to the file
-constexpr std::size_t kLineMemoryKept = 65'536;
 constexpr unsigned kSecondsBetweenAttempts = 1;
+constexpr time_t kSecondsBeforeTrim = 1;
+using Clock = std::chrono::steady_clock;
+
+// How many records, and for how long, may be dealt with and still be counted as queued. Letting a waiting
+// caller in for each single one costs a switch of threads a record; letting them wait longer on a slow device
+// would refuse records.
+constexpr std::size_t kMostUnsettled = 512;
+constexpr std::size_t kRecordsPerLook = 16;
+constexpr std::chrono::milliseconds kLongestUnsettled(10);
 
 // The day digits of the record that any channel wrote last. Relaxed: the two digits travel in one value, and
 // an update that another thread sees late only moves a day line.
@@ -48,8 +64,28 @@ std::uint16_t DayOf(char const* stamp) {
   return static_cast<std::uint16_t>(tens << 8 | ones);
 }
 
-bool EndsInNewline(char const* text) {
-  return text == nullptr || *text == '\0' || text[std::strlen(text) - 1] == '\n';
+bool EndsInNewline(std::string_view text) { return text.empty() || text.back() == '\n'; }
+
+char const* StampOf(OutDataUnit const& rec) { return rec.m_pTimeStamp == nullptr ? "" : rec.m_pTimeStamp; }
+
+using LineHead = std::array<char, kLineHeadCapacity>;
+
+// "11-15 08:52:13.123456.T4711": the stamp without its year, and the thread.
+std::string_view MakeLineHead(OutDataUnit const& rec, LineHead& buffer) {
+  char const* const stamp = StampOf(rec);
+  auto const thread = static_cast<unsigned long>(rec.m_nThreadId);
+  if (strnlen(stamp, velt::kTimeStampLength + 1) != velt::kTimeStampLength) {  // a host's own
+    velt::snprintf_s(buffer.data(), buffer.size(), buffer.size() - 1, "%s.T%lu",
+                     stamp + strnlen(stamp, kYearLength), thread);
+    return buffer.data();
+  }
+  // By hand for the others: snprintf is a tenth of what the thread spends on a record.
+  constexpr std::size_t kStampPart = velt::kTimeStampLength - kYearLength;
+  std::memcpy(buffer.data(), stamp + kYearLength, kStampPart);
+  std::memcpy(buffer.data() + kStampPart, ".T", 2);
+  char* const digits = buffer.data() + kStampPart + 2;
+  char* const end = std::to_chars(digits, buffer.data() + buffer.size(), thread).ptr;
+  return {buffer.data(), static_cast<std::size_t>(end - buffer.data())};
 }
 
 // The value's text as it follows a record, up to its first NUL. A value whose print throws leaves what it
@@ -72,9 +108,9 @@ std::string AsnTextOf(AsnType const* value) {
 }
 
 // Standard output belongs to the host: it may throw, when the host has asked it to.
-void PrintRecord(OutDataUnit const& rec, char const* line_head, std::string const& asn_text) try {
-  std::string line = line_head;
-  bool const ends_in_newline = EndsInNewline(rec.m_pText);
+void PrintRecord(OutDataUnit const& rec, std::string_view line_head, std::string const& asn_text) try {
+  std::string line(line_head);
+  bool const ends_in_newline = rec.m_pText == nullptr || EndsInNewline(rec.m_pText);
   if (rec.m_pText != nullptr) {
     line += rec.m_pText;
     if (!ends_in_newline) line += '\n';
@@ -102,7 +138,7 @@ void* VeltDebugInfo::HandleOutputStringLoop(void* channel) {
   self.ProcessLogFileBeforeCreateNew();
   if (self.OpenFileUntilExit()) {
     self.WriteStartLines();
-    while (self.HandleNextRecord()) {
+    while (self.HandleNextRecords()) {
     }
     self.WriteFile("thread handle output string exit\n");
   }
@@ -128,15 +164,51 @@ void VeltDebugInfo::WriteStartLines() {
   WriteFile(line.data());
 }
 
-// Returns false when the thread is to end.
-bool VeltDebugInfo::HandleNextRecord() {
+// Takes what is queued, waiting for it. Memory that a burst left idle is given back in the first second of a
+// pause.
+ACE_Message_Block* VeltDebugInfo::TakeRecords() {
+  while (velt::IdleNodesToTrim()) {
+    ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(kSecondsBeforeTrim);
+    ACE_Message_Block* const records = m_OutputQueue.TakeAll(&deadline);
+    if (records != nullptr || errno != EWOULDBLOCK) return records;
+    while (velt::IdleNodesToTrim() && m_OutputQueue.is_empty()) velt::TrimIdleNodes();
+  }
+  return m_OutputQueue.TakeAll(nullptr);
+}
+
+// Handles all records that are queued, with few locks. Returns false when the thread is to end.
+bool VeltDebugInfo::HandleNextRecords() {
   if (m_bExit.load(std::memory_order_acquire) && m_OutputQueue.message_count() == 0) return false;
-  ACE_Message_Block* head = nullptr;
-  if (m_OutputQueue.dequeue(head) == -1 || head == nullptr) {
+  ACE_Message_Block* next = TakeRecords();
+  if (next == nullptr) {
     WriteFile("can't get message block\n");
     return true;
   }
-  velt::RecordPtr const rec = velt::UnwrapRecord(velt::BlockPtr(head));
+  std::size_t unsettled = 0;  // dealt with and still counted; the queue has uncounted the first by itself
+  Clock::time_point settled_at = Clock::now();
+  bool go_on = true;
+  while (true) {
+    velt::BlockPtr block(next);
+    next = next->next();
+    // Two ahead: the links of the next one are here already, and were for that.
+    if (next != nullptr) velt::PrefetchRecord(next->next());
+    go_on = HandleRecord(velt::UnwrapRecord(std::move(block)));
+    if (next == nullptr || !go_on) break;
+    ++unsettled;
+    bool const look_at_clock = unsettled % kRecordsPerLook == 0 && m_OutputQueue.CallersWait();
+    if (unsettled == kMostUnsettled || (look_at_clock && Clock::now() > settled_at + kLongestUnsettled)) {
+      m_OutputQueue.Settle(unsettled);
+      unsettled = 0;
+      settled_at = Clock::now();
+    }
+  }
+  if (unsettled > 0) m_OutputQueue.Settle(unsettled);
+  m_OutputQueue.PutBack(next);  // what came after the stop marker
+  return go_on;
+}
+
+// Returns false for the stop marker.
+bool VeltDebugInfo::HandleRecord(std::unique_ptr<OutDataUnit> rec) {
   if (rec == nullptr) {
     WriteFile("can't get message block's base\n");
     return true;
@@ -156,44 +228,51 @@ bool VeltDebugInfo::OutputString(OutDataUnit const* rec, bool fromDiscard) {
   if (rec == nullptr || m_pFile == nullptr) return false;
   if (rec->m_nLevel == 0 && !fromDiscard) OutputDiscardQueue();
 
-  char const* const stamp = rec->m_pTimeStamp == nullptr ? "" : rec->m_pTimeStamp;
-  char const* const without_year = stamp + strnlen(stamp, kYearLength);
-  std::array<char, kLineHeadCapacity> line_head;
-  velt::snprintf_s(line_head.data(), line_head.size(), line_head.size() - 1, "%s.T%lu", without_year,
-                   static_cast<unsigned long>(rec->m_nThreadId));
+  LineHead head_buffer;
+  std::string_view const line_head = MakeLineHead(*rec, head_buffer);
   std::string const asn_text = AsnTextOf(rec->m_pAsn);
-
-  bool const file_open = !rec->m_bLog || LogRecord(*rec, line_head.data(), asn_text);
-  if (!file_open) return false;
-  last_day_seen.store(DayOf(stamp), std::memory_order_relaxed);
-  if (rec->m_bPrint) PrintRecord(*rec, line_head.data(), asn_text);
+  if (rec->m_bLog && !LogRecord(*rec, line_head, asn_text)) return false;
+  last_day_seen.store(DayOf(StampOf(*rec)), std::memory_order_relaxed);
+  if (rec->m_bPrint) PrintRecord(*rec, line_head, asn_text);
   return true;
 }
 
-// Writes the lines of one record, with one write to the file. Returns false when the channel ended with no
-// file open.
-bool VeltDebugInfo::LogRecord(OutDataUnit const& rec, char const* lineHead, std::string const& asnText) {
-  std::array<char, kLineHeadCapacity> day_line{};
-  char const* const stamp = rec.m_pTimeStamp == nullptr ? "" : rec.m_pTimeStamp;
-  if (DayOf(stamp) != last_day_seen.load(std::memory_order_relaxed)) {
-    velt::snprintf_s(day_line.data(), day_line.size(), day_line.size() - 1, "Current date&time:%s\n", stamp);
+// Writes the lines of one record. Returns false when the channel ended with no file open.
+bool VeltDebugInfo::LogRecord(OutDataUnit const& rec, std::string_view lineHead, std::string_view asnText) {
+  LineHead day_line;
+  day_line[0] = '\0';
+  if (DayOf(StampOf(rec)) != last_day_seen.load(std::memory_order_relaxed)) {
+    velt::snprintf_s(day_line.data(), day_line.size(), day_line.size() - 1, "Current date&time:%s\n",
+                     StampOf(rec));
   }
-  char const* const text = rec.m_pText == nullptr ? "" : rec.m_pText;
+  std::string_view const text = rec.m_pText == nullptr ? std::string_view() : rec.m_pText;
   std::array<std::string_view, 6> const pieces = {day_line.data(),
                                                   lineHead,
-                                                  std::string_view(text, strnlen(text, kLongestPiece)),
+                                                  text.substr(0, kLongestPiece),
                                                   EndsInNewline(text) ? "" : "\n",
-                                                  std::string_view(asnText).substr(0, kLongestPiece),
+                                                  asnText.substr(0, kLongestPiece),
                                                   asnText.empty() ? "" : "\n"};
-  try {
-    m_strLine.clear();
-    for (std::string_view const piece : pieces) m_strLine += piece;
-    Append(m_strLine.data(), m_strLine.size());
-    if (m_strLine.capacity() > kLineMemoryKept) std::string().swap(m_strLine);  // one giant record is no rule
-  } catch (std::bad_alloc const&) {
-    for (std::string_view const piece : pieces) Append(piece.data(), piece.size());
-  }
+  AppendTogether(pieces.data(), pieces.size());
   return RotateWhenOutgrown();
+}
+
+// One write to the file for a record of usual length. A giant one is written as it lies, without a copy.
+void VeltDebugInfo::AppendTogether(std::string_view const* pieces, std::size_t count) {
+  std::array<char, kUsualLineBytes> line;
+  std::size_t length = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (pieces[i].size() > line.size() - length) {
+      Append(line.data(), length);
+      length = 0;
+    }
+    if (pieces[i].size() > line.size()) {
+      Append(pieces[i].data(), pieces[i].size());
+    } else if (!pieces[i].empty()) {
+      std::memcpy(line.data() + length, pieces[i].data(), pieces[i].size());
+      length += pieces[i].size();
+    }
+  }
+  Append(line.data(), length);
 }
 
 bool VeltDebugInfo::RotateWhenOutgrown() {

@@ -3,12 +3,34 @@
 #include <new>
 #include <utility>
 
+#include "debug/channel/record_node.h"
+#include "debug/channel/record_recycler.h"
+
 OutDataUnit::OutDataUnit() = default;
 
 OutDataUnit::~OutDataUnit() {
-  delete[] m_pTimeStamp;
-  delete[] m_pText;
+  if (!velt::IsNodeStamp(this, m_pTimeStamp)) delete[] m_pTimeStamp;
+  if (!velt::IsNodeText(this, m_pText)) delete[] m_pText;
   delete m_pAsn;
+}
+
+// A class derived from this one has another size, and memory from the allocator.
+void* OutDataUnit::operator new(std::size_t size) {
+  return size == sizeof(OutDataUnit) ? velt::TakeNode()->record : ::operator new(size);
+}
+
+void* OutDataUnit::operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept try {
+  return OutDataUnit::operator new(size);
+} catch (std::bad_alloc const&) {
+  return nullptr;
+}
+
+void OutDataUnit::operator delete(void* memory, std::size_t size) noexcept {
+  if (size != sizeof(OutDataUnit)) {
+    ::operator delete(memory);
+  } else if (memory != nullptr) {
+    velt::GiveNode(velt::NodeOf(static_cast<OutDataUnit*>(memory)));
+  }
 }
 
 namespace velt {
@@ -20,7 +42,10 @@ BlockPtr WrapRecord(OutDataUnit* record) {
   return block;
 }
 
-RecordPtr UnwrapRecord(BlockPtr block) { return RecordPtr(reinterpret_cast<OutDataUnit*>(block->base())); }
+RecordPtr UnwrapRecord(BlockPtr block) {
+  OutDataUnit* const own = RecordOfNodeBlock(block.get());
+  return RecordPtr(own != nullptr ? own : reinterpret_cast<OutDataUnit*>(block->base()));
+}
 
 void DeleteChain(ACE_Message_Block* chain) {
   while (chain != nullptr) {

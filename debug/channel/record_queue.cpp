@@ -17,7 +17,94 @@ std::atomic<ACE_Message_Block*> given_up{nullptr};
 
 }  // namespace
 
-VeltRecordQueue::VeltRecordQueue() = default;
+VeltRecordQueue::VeltRecordQueue() : m_nCallersWaiting(0) {}
+
+bool VeltRecordQueue::EnqueueRecord(ACE_Message_Block* block, ACE_Time_Value& deadline) {
+  bool wake = false;
+  {
+    velt::MutexLock const guard(lock_);
+    if (!guard.locked()) return false;
+    if (state_ == ACE_Message_Queue_Base::DEACTIVATED) {
+      errno = ESHUTDOWN;
+      return false;
+    }
+    if (cur_bytes_ >= high_water_mark_) {
+      m_nCallersWaiting.fetch_add(1, std::memory_order_relaxed);
+      int const waited = wait_not_full_cond(&deadline);
+      m_nCallersWaiting.fetch_sub(1, std::memory_order_relaxed);
+      if (waited == -1) return false;
+    }
+    block->next(nullptr);
+    block->prev(tail_);
+    if (tail_ == nullptr) {
+      head_ = block;
+    } else {
+      tail_->next(block);
+    }
+    tail_ = block;
+    ++cur_count_;
+    cur_bytes_ += sizeof(OutDataUnit);
+    wake = m_bTakerWaits;
+    m_bTakerWaits = false;
+  }
+  // After the lock, so that the thread that wakes up does not run into it.
+  if (wake) (void)not_empty_cond_.signal();
+  return true;
+}
+
+ACE_Message_Block* VeltRecordQueue::TakeAll(ACE_Time_Value* deadline) {
+  velt::MutexLock const guard(lock_);
+  if (!guard.locked()) return nullptr;
+  while (head_ == nullptr) {
+    if (state_ == ACE_Message_Queue_Base::DEACTIVATED) {
+      errno = ESHUTDOWN;
+      return nullptr;
+    }
+    m_bTakerWaits = true;
+    bool const woken = not_empty_cond_.wait(deadline) != -1;
+    m_bTakerWaits = false;
+    if (!woken && head_ == nullptr) {
+      if (errno == ETIME) errno = EWOULDBLOCK;
+      return nullptr;
+    }
+    if (state_ != ACE_Message_Queue_Base::ACTIVATED) {
+      errno = ESHUTDOWN;
+      return nullptr;
+    }
+  }
+  ACE_Message_Block* const all = head_;
+  Uncount_i(1);  // the one that is dealt with now is queued no longer
+  head_ = tail_ = nullptr;
+  return all;
+}
+
+void VeltRecordQueue::Settle(std::size_t count) {
+  velt::MutexLock const guard(lock_);
+  Uncount_i(count);
+}
+
+void VeltRecordQueue::Uncount_i(std::size_t count) {
+  cur_count_ -= count;
+  cur_bytes_ -= count * sizeof(OutDataUnit);
+  if (m_nCallersWaiting.load(std::memory_order_relaxed) != 0 && cur_bytes_ <= low_water_mark_) {
+    (void)not_full_cond_.broadcast();
+  }
+}
+
+void VeltRecordQueue::PutBack(ACE_Message_Block* chain) {
+  if (chain == nullptr) return;
+  ACE_Message_Block* last = chain;
+  while (last->next() != nullptr) last = last->next();
+  velt::MutexLock const guard(lock_);
+  last->next(head_);
+  if (head_ == nullptr) {
+    tail_ = last;
+  } else {
+    head_->prev(last);
+  }
+  head_ = chain;
+  chain->prev(nullptr);
+}
 
 bool VeltRecordQueue::EnqueueEvicting(ACE_Message_Block* block, std::size_t capacity,
                                       ACE_Time_Value& deadline, ACE_Message_Block*& evicted) {
@@ -28,7 +115,7 @@ bool VeltRecordQueue::EnqueueEvicting(ACE_Message_Block* block, std::size_t capa
     errno = ESHUTDOWN;
     return false;
   }
-  while (cur_count_ > 0 && cur_count_ >= capacity) {
+  while (head_ != nullptr && cur_count_ >= capacity) {
     ACE_Message_Block* oldest = nullptr;
     if (dequeue_head_i(oldest) == -1) return false;
     oldest->next(evicted);
@@ -40,7 +127,7 @@ bool VeltRecordQueue::EnqueueEvicting(ACE_Message_Block* block, std::size_t capa
 ACE_Message_Block* VeltRecordQueue::TryDequeue() {
   velt::MutexLock const guard(lock_);
   ACE_Message_Block* block = nullptr;
-  if (!guard.locked() || cur_count_ == 0 || dequeue_head_i(block) == -1) return nullptr;
+  if (!guard.locked() || head_ == nullptr || dequeue_head_i(block) == -1) return nullptr;
   return block;
 }
 
@@ -52,6 +139,8 @@ void VeltRecordQueue::Abandon() {
   }
   head_ = tail_ = nullptr;
   cur_bytes_ = cur_length_ = cur_count_ = 0;
+  m_bTakerWaits = false;
+  m_nCallersWaiting.store(0, std::memory_order_relaxed);
   // Not destroyed first: destroying a condition waits for its waiters, and the parent's threads are not here.
   using QueueCondition = ACE_Condition<ACE_Thread_Mutex>;
   new (&lock_) ACE_Thread_Mutex;

@@ -47,7 +47,7 @@ void VeltDebugInfo::StopOutputThread() {
   // Without the marker the thread could sleep for ever, so neither a full queue nor a want of memory ends the
   // attempt; only the thread's own end does. Acquire: whatever the thread did to the file is seen before this
   // thread touches it.
-  while (!m_bThreadExited.load(std::memory_order_acquire) && !EnqueueStopMarker()) {
+  while (!EnqueueStopMarker() && !m_bThreadExited.load(std::memory_order_acquire)) {
   }
   while (!m_bThreadExited.load(std::memory_order_acquire)) SleepOnePoll();
 
@@ -64,7 +64,7 @@ bool VeltDebugInfo::EnqueueStopMarker() {
     auto marker = std::make_unique<OutDataUnit>();
     velt::BlockPtr block = velt::WrapRecord(marker.get());
     ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(0, kPollMicroseconds);
-    if (m_OutputQueue.enqueue(block.get(), &deadline) == -1) {
+    if (!m_OutputQueue.EnqueueRecord(block.get(), deadline)) {
       if (errno != EWOULDBLOCK) SleepOnePoll();  // it has not waited for room
       return false;
     }

@@ -11,6 +11,7 @@
 #include "velt/channel.h"
 
 #include "debug/channel/record.h"
+#include "debug/channel/record_node.h"
 #include "platform/message_format.h"
 #include "platform/thread_id.h"
 #include "platform/time_stamp.h"
@@ -52,20 +53,25 @@ bool VeltDebugInfo::Trace(std::string const& module, VeltLogLevel level, char co
   std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, text, length, asn, now);
   made->m_bPrint = print;
   made->m_bLog = log;
-  OutDataUnit* rec = made.release();
-  return Enqueue(rec, now);
+  return Enqueue(made, &velt::NodeOf(made.get())->block, now);
 }
 
 std::unique_ptr<OutDataUnit> VeltDebugInfo::MakeRecord(std::string const& module, VeltLogLevel level,
                                                        char const* text, std::size_t length,
                                                        AsnType const* asn, ACE_Time_Value const& now) const {
   auto rec = std::make_unique<OutDataUnit>();
-  rec->m_pTimeStamp = new char[velt::kTimeStampCapacity];
+  velt::RecordNode* const node = velt::NodeOf(rec.get());
+  rec->m_pTimeStamp = node->stamp;
   velt::WriteTimeStamp(now, rec->m_pTimeStamp);
   rec->m_nThreadId = velt::ThreadId();
   rec->m_nLevel = level < 4 || level == kCheckedOutLevel ? static_cast<int32_t>(level) : kDefaultLevel;
-  rec->m_strModule = module == kUnnamedModule ? "default" : module;
-  rec->m_pText = new char[length + module.size() + kTextOverhead];
+  if (module == kUnnamedModule) {
+    rec->m_strModule = "default";
+  } else {
+    rec->m_strModule = module;
+  }
+  std::size_t const text_size = length + module.size() + kTextOverhead;
+  rec->m_pText = text_size <= sizeof node->text ? node->text : new char[text_size];
   char* at = rec->m_pText;
   *at++ = ' ';
   at = AppendText(at, module.data(), module.size());
@@ -78,29 +84,40 @@ std::unique_ptr<OutDataUnit> VeltDebugInfo::MakeRecord(std::string const& module
   return rec;
 }
 
-bool VeltDebugInfo::TraceInner(OutDataUnit*& rec) { return Enqueue(rec, ACE_OS::gettimeofday()); }
-
-bool VeltDebugInfo::Enqueue(OutDataUnit*& rec, ACE_Time_Value const& now) {
+bool VeltDebugInfo::TraceInner(OutDataUnit*& rec) {
   velt::RecordPtr owned(rec);
   rec = nullptr;  // what every path but success leaves, an exception too
-  if (owned == nullptr || InheritedByFork()) return false;
-  bool const filtered = !owned->m_bPrint && !owned->m_bLog;
-  if (filtered && m_nFiltLogBufSize == 0) return true;
+  if (owned == nullptr) return false;
+  OutDataUnit* const queued = owned.get();
+  // A block of its own: a host may have made the record in any way.
+  velt::BlockPtr block = velt::WrapRecord(queued);
+  if (!Enqueue(owned, block.get(), ACE_OS::gettimeofday())) return false;
+  if (owned != nullptr) return true;  // filtered, and there is no ring
+  (void)block.release();              // the queue's now, like the record
+  rec = queued;
+  return true;
+}
 
-  velt::BlockPtr block = velt::WrapRecord(owned.get());
-  ACE_Time_Value deadline = now + ACE_Time_Value(kQueueWaitSeconds);
-  bool queued = false;
+// Releases `rec` to the queue when it was queued; else it stays the caller's, and the answer is true only for
+// a filtered record on a channel without a ring.
+bool VeltDebugInfo::Enqueue(std::unique_ptr<OutDataUnit>& rec, ACE_Message_Block* block,
+                            ACE_Time_Value const& now) {
+  if (InheritedByFork()) return false;
+  bool const filtered = !rec->m_bPrint && !rec->m_bLog;
+  if (filtered && m_nFiltLogBufSize == 0) return true;
+  ACE_Time_Value deadline(now.sec() + kQueueWaitSeconds, now.usec());
   if (filtered) {
     ACE_Message_Block* evicted = nullptr;
-    queued = m_DiscardQueue.EnqueueEvicting(block.get(), m_nFiltLogBufSize, deadline, evicted);
+    bool const queued = m_DiscardQueue.EnqueueEvicting(block, m_nFiltLogBufSize, deadline, evicted);
+    if (queued) (void)rec.release();
     velt::DeleteChain(evicted);
-  } else {
-    queued = m_OutputQueue.enqueue(block.get(), &deadline) != -1;
+    return queued;
   }
-  if (!queued) return false;
-  (void)block.release();  // the queue's now, like the record
-  rec = owned.release();
-  return true;
+  // Given up before it is queued: from then on the output thread may delete it at any moment.
+  OutDataUnit* const given = rec.release();
+  if (m_OutputQueue.EnqueueRecord(block, deadline)) return true;
+  rec.reset(given);
+  return false;
 }
 
 void VeltDebugInfo::FmtTrace(char const* fmt, ...) {

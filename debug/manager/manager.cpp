@@ -13,6 +13,7 @@
 #include "velt/manager.h"
 
 #include "debug/manager/debug_config.h"
+#include "debug/manager/sets_cache.h"
 #include "platform/fork_generation.h"
 #include "platform/locks.h"
 
@@ -58,6 +59,7 @@ VeltDebugMgr::~VeltDebugMgr() {
   delete m_pEngine.exchange(nullptr, std::memory_order_acq_rel);
   DeleteChannels();
   for (auto const& module : m_modules) delete module.second;
+  velt::ForgetSets();
 }
 
 void VeltDebugMgr::DeleteChannels() {

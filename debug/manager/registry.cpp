@@ -5,6 +5,7 @@
 #include "velt/manager.h"
 
 #include "debug/manager/module_name.h"
+#include "debug/manager/sets_cache.h"
 #include "platform/locks.h"
 
 namespace {
@@ -31,6 +32,7 @@ bool VeltDebugMgr::RegSubModuleInfo_i(std::string const& name, std::bitset<32> c
   if (VeltDebugSubModInfo* const known = FindModule_i(name)) {
     (void)known->SetLevelSet(levels);  // errno tells of a lock that failed
     (void)known->SetOutputSet(outputs);
+    velt::ForgetSets();
     return true;
   }
   std::bitset<32> new_levels = levels;
@@ -39,6 +41,7 @@ bool VeltDebugMgr::RegSubModuleInfo_i(std::string const& name, std::bitset<32> c
   auto module = std::make_unique<VeltDebugSubModInfo>(new_levels, new_outputs);
   m_modules.emplace(name, module.get());
   (void)module.release();  // the table's now
+  velt::ForgetSets();      // a module without a name of its own had the sets of "debug" until now
   return true;
 }
 
@@ -70,6 +73,7 @@ bool VeltDebugMgr::SetAllModuleInfo(std::bitset<32> const& levels, std::bitset<3
     (void)module.second->SetLevelSet(new_levels);  // errno tells of a lock that failed
     (void)module.second->SetOutputSet(new_outputs);
   }
+  velt::ForgetSets();
   return true;
 }
 
@@ -86,7 +90,9 @@ bool VeltDebugMgr::SetLogLevel(std::string const& module, VeltLogLevel level, bo
   velt::WriteLock const lock(m_tableLock);
   if (!lock.locked()) return false;
   VeltDebugSubModInfo* const found = FindModule_i(velt::ModuleOrDebug(module));
-  return found != nullptr && found->SetLevel(static_cast<unsigned>(level), on);
+  bool const done = found != nullptr && found->SetLevel(static_cast<unsigned>(level), on);
+  velt::ForgetSets();
+  return done;
 }
 
 bool VeltDebugMgr::SetLogOutput(std::string const& module, VeltOutputDirection direction, bool on) {
@@ -94,7 +100,9 @@ bool VeltDebugMgr::SetLogOutput(std::string const& module, VeltOutputDirection d
   velt::WriteLock const lock(m_tableLock);
   if (!lock.locked()) return false;
   VeltDebugSubModInfo* const found = FindModule_i(velt::ModuleOrDebug(module));
-  return found != nullptr && found->SetOutput(static_cast<unsigned>(direction), on);
+  bool const done = found != nullptr && found->SetOutput(static_cast<unsigned>(direction), on);
+  velt::ForgetSets();
+  return done;
 }
 
 bool VeltDebugMgr::RegDebugEngine(VeltDebugEngine* engine) {

@@ -11,6 +11,7 @@
 #include "velt/manager.h"
 
 #include "debug/manager/module_name.h"
+#include "debug/manager/sets_cache.h"
 #include "platform/bounded.h"
 #include "platform/locks.h"
 #include "platform/message_format.h"
@@ -42,13 +43,19 @@ void SayThatPrintfFailed(int error) try {
 
 VeltDebugMgr::Flags VeltDebugMgr::ResolveFlags(std::string const& module, VeltLogLevel level, Flags asked) {
   if (asked.print && asked.log) return asked;
-  std::bitset<32> levels;
-  std::bitset<32> outputs;
-  bool const known = GetSubModuleInfo(module, levels, outputs) ||
-                     (module != velt::kDebugModule && GetSubModuleInfo(velt::kDebugModule, levels, outputs));
+  velt::KnownSets sets{};
+  if (velt::KnownSets const* const remembered = velt::FindSets(module)) {
+    sets = *remembered;
+  } else {
+    velt::ReadLock const lock(m_tableLock);
+    if (!lock.locked()) return asked;
+    sets.known = GetSubModuleInfo_i(module, sets.levels, sets.outputs) ||
+                 GetSubModuleInfo_i(velt::kDebugModule, sets.levels, sets.outputs);
+    velt::StoreSets(module, velt::SetsGeneration(), sets);
+  }
   // A level that is no bit of the set is the caller's error; it learns by the set's own exception.
-  if (!known || !levels.test(static_cast<std::size_t>(level))) return asked;
-  return {asked.print || outputs.test(kStandardOutput), asked.log || outputs.test(kLogFile)};
+  if (!sets.known || !sets.levels.test(static_cast<std::size_t>(level))) return asked;
+  return {asked.print || sets.outputs.test(kStandardOutput), asked.log || sets.outputs.test(kLogFile)};
 }
 
 bool VeltDebugMgr::Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,

@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <new>
 #include <string>
+#include <string_view>
 
 #include <ace/Condition_Thread_Mutex.h>
 #include <ace/Message_Queue.h>
@@ -49,6 +51,14 @@ class VELT_EXPORT OutDataUnit {
   OutDataUnit(OutDataUnit const&) = delete;
   OutDataUnit& operator=(OutDataUnit const&) = delete;
 
+  // The memory of records is recycled: see the allocator's figures of a queue that one thread fills and
+  // another empties. Other forms of new work as everywhere.
+  static void* operator new(std::size_t size);
+  static void* operator new(std::size_t size, std::nothrow_t const&) noexcept;
+  static void* operator new(std::size_t, void* at) noexcept { return at; }
+  static void operator delete(void* memory, std::size_t size) noexcept;
+  static void operator delete(void*, void*) noexcept {}
+
   char* m_pTimeStamp = nullptr;  // "2026-11-15 08:52:13.123456" and a NUL, in an array of 512 bytes
   int64_t m_nThreadId = 0;       // kernel thread id of the tracing thread
   int32_t m_nLevel = 3;          // a VeltLogLevel
@@ -59,10 +69,32 @@ class VELT_EXPORT OutDataUnit {
   bool m_bLog = false;        // write to the log file
 };
 
-// The queue of a channel: ACE's own, with what a bounded ring and a forked child need.
+// The queue of a channel: ACE's own, with cheaper ways in and out for many callers and one output thread, and
+// with what a bounded ring and a forked child need. Blocks count sizeof(OutDataUnit) bytes each against the
+// water marks.
 class VELT_EXPORT VeltRecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
  public:
   VeltRecordQueue();
+
+  // Puts `block` at the end. Waits until `deadline` while the queue is at its water mark. Returns true when
+  // it was queued; false, with errno EWOULDBLOCK after a wait in vain, leaves it the caller's.
+  bool EnqueueRecord(ACE_Message_Block* block, ACE_Time_Value& deadline);
+
+  // For the one thread that empties the queue. Takes all blocks as a chain (by next()), waiting until there
+  // is one or until `deadline` when it is not null. The first of them is uncounted; the others stay counted,
+  // in message_count() and against the water mark, until they are settled: a list in hand must not double
+  // what the queue may hold. Returns null, with errno EWOULDBLOCK, when the deadline passed, and null when
+  // the queue is deactivated or pulsed or its lock fails.
+  ACE_Message_Block* TakeAll(ACE_Time_Value* deadline);
+
+  // Uncounts `count` more blocks of the list in hand, and lets as many waiting callers in.
+  void Settle(std::size_t count);
+
+  // Whether a caller waits for room now; then it is worth settling early.
+  bool CallersWait() const noexcept { return m_nCallersWaiting.load(std::memory_order_relaxed) != 0; }
+
+  // Puts the rest of a chain that TakeAll gave, none of it uncounted, back at the head.
+  void PutBack(ACE_Message_Block* chain);
 
   // Puts `block` at the end after taking the oldest blocks out while `capacity` or more are queued; `evicted`
   // gets those as a chain (null when there are none), for the caller to release. One lock for all of it, so
@@ -79,6 +111,13 @@ class VELT_EXPORT VeltRecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   // forgets what is queued (it stays allocated) and makes the lock and conditions anew, so that destruction
   // cannot hang.
   void Abandon();
+
+ private:
+  void Uncount_i(std::size_t count);  // under the lock
+
+  bool m_bTakerWaits = false;  // under the lock: somebody must signal it
+  std::atomic<unsigned>
+      m_nCallersWaiting;  // written under the lock; relaxed readers only decide when to settle
 };
 
 // VeltDebugInfo writes the log files <directory>/<prefix><YYYYMMDD_HHMMSS>.log from a detached thread of its
@@ -207,12 +246,15 @@ class VELT_EXPORT VeltDebugInfo {
   std::unique_ptr<OutDataUnit> MakeRecord(std::string const& module, VeltLogLevel level, char const* text,
                                           std::size_t length, AsnType const* asn,
                                           ACE_Time_Value const& now) const;
-  bool Enqueue(OutDataUnit*& rec, ACE_Time_Value const& now);
+  bool Enqueue(std::unique_ptr<OutDataUnit>& rec, ACE_Message_Block* block, ACE_Time_Value const& now);
 
   bool OpenFileUntilExit();
   void WriteStartLines();
-  bool HandleNextRecord();
-  bool LogRecord(OutDataUnit const& rec, char const* lineHead, std::string const& asnText);
+  bool HandleNextRecords();
+  bool HandleRecord(std::unique_ptr<OutDataUnit> rec);
+  ACE_Message_Block* TakeRecords();
+  bool LogRecord(OutDataUnit const& rec, std::string_view lineHead, std::string_view asnText);
+  void AppendTogether(std::string_view const* pieces, std::size_t count);
   bool RotateWhenOutgrown();
   bool Append(char const* text, std::size_t length);
 
@@ -241,7 +283,7 @@ class VELT_EXPORT VeltDebugInfo {
   VeltRecordQueue m_DiscardQueue;  // locked by itself
   ACE_Thread_Mutex m_mutex;        // guards the start of the output thread
   uint32_t m_nForkGeneration;      // never changes; differs from the process's own in a forked child
-  std::string m_strLine;           // output thread; the line being put together, kept for its memory
+  int m_nFileDescriptor = -1;      // output thread; of m_pFile, which owns it
 };
 
 #endif

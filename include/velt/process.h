@@ -77,8 +77,9 @@ class VELT_EXPORT BaseUtilInternal {
   static ACE_Thread_Mutex m_instMutex;                // creation and destruction
   static BaseUtilInternal* m_pParked;                 // what a forked child inherited: kept, never used
 
-  ACE_Thread_Mutex* m_pMutex;                          // owned; the mutex of the condition
-  ACE_Condition<ACE_Thread_Mutex>* m_pCond = nullptr;  // owned
+  ACE_Thread_Mutex* m_pMutex;  // owned; the mutex of the condition
+  ACE_Condition<ACE_Thread_Mutex>* m_pCond = nullptr;
+  BaseUtilInternal* m_pNextParked = nullptr;  // in a forked child  // owned
 };
 
 // BaseUtilInternal::Instance()->ServiceExit().

@@ -1,0 +1,62 @@
+#include "debug/manager/sets_cache.h"
+
+#include <array>
+#include <atomic>
+#include <cstring>
+
+namespace velt {
+namespace {
+
+constexpr std::size_t kLongestName = 39;
+constexpr std::size_t kEntries = 32;  // a power of two; two modules of one entry take turns in it
+
+struct Entry {
+  std::uint64_t generation = 0;  // 0: never filled
+  KnownSets sets{};
+  unsigned char length = 0;
+  std::array<char, kLongestName> name{};
+};
+
+// Trivially destroyed, so that a thread's last destructors may still trace.
+thread_local std::array<Entry, kEntries> entries;
+
+// Never goes back, also over the manager's destruction. Release when it moves, acquire where it is read: who
+// sees the new number looks at the table, whose lock orders the rest.
+std::atomic<std::uint64_t> generation_now{1};
+
+Entry& EntryOf(std::string const& module) {
+  std::uint64_t head = 0;
+  std::uint64_t tail = 0;
+  std::size_t const length = module.size();
+  std::size_t const part = length < sizeof head ? length : sizeof head;
+  std::memcpy(&head, module.data(), part);
+  std::memcpy(&tail, module.data() + length - part, part);
+  std::uint64_t const mixed = (head ^ (tail << 7U) ^ length) * 0x9E3779B97F4A7C15U;
+  return entries[mixed >> 59U];
+}
+static_assert(kEntries == 1U << 5U, "the mixed value is shifted down to 5 bits");
+
+}  // namespace
+
+std::uint64_t SetsGeneration() { return generation_now.load(std::memory_order_acquire); }
+
+void ForgetSets() { generation_now.fetch_add(1, std::memory_order_release); }
+
+KnownSets const* FindSets(std::string const& module) {
+  if (module.size() > kLongestName) return nullptr;
+  Entry const& entry = EntryOf(module);
+  bool const found = entry.generation == SetsGeneration() && entry.length == module.size() &&
+                     std::memcmp(entry.name.data(), module.data(), module.size()) == 0;
+  return found ? &entry.sets : nullptr;
+}
+
+void StoreSets(std::string const& module, std::uint64_t generation, KnownSets const& sets) {
+  if (module.size() > kLongestName) return;
+  Entry& entry = EntryOf(module);
+  entry.generation = generation;
+  entry.sets = sets;
+  entry.length = static_cast<unsigned char>(module.size());
+  std::memcpy(entry.name.data(), module.data(), module.size());
+}
+
+}  // namespace velt

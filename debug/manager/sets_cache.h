@@ -1,0 +1,38 @@
+// Remembers, per thread, what a module's level and output sets are, until any module changes.
+//
+// A trace call asks for the sets of its module every time, and they change a few times a day. Asking the
+// table costs a reader lock that all threads write to, and a map look-up: with several threads the lock's own
+// cache line is most of it. Gain for a call of one thread: about 130 of 590 ns at the 50th percentile, and
+// half of the 99th.
+#ifndef VELT_DEBUG_MANAGER_SETS_CACHE_H
+#define VELT_DEBUG_MANAGER_SETS_CACHE_H
+
+#include <bitset>
+#include <cstdint>
+#include <string>
+
+namespace velt {
+
+struct KnownSets {
+  bool known;  // false: neither the module nor "debug" is registered
+  std::bitset<32> levels;
+  std::bitset<32> outputs;
+};
+
+// The number of the module table's present state. Read it before the table, under its lock, to store what was
+// found.
+std::uint64_t SetsGeneration();
+
+// Makes everything that any thread remembers out of date. Called under the table's write lock after each
+// change.
+void ForgetSets();
+
+// What this thread remembers of `module`; null when that is nothing, or out of date.
+KnownSets const* FindSets(std::string const& module);
+
+// Remembers `sets` for `module`, found when the generation was `generation`. Long names are not remembered.
+void StoreSets(std::string const& module, std::uint64_t generation, KnownSets const& sets);
+
+}  // namespace velt
+
+#endif
