@@ -3,14 +3,19 @@
 #define VELT_TESTS_SUPPORT_CHANNEL_H
 
 #include <pthread.h>
+#include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -39,7 +44,8 @@ inline std::unique_ptr<VeltDebugInfo> MakeChannel(ChannelSetup const& setup) {
                                          setup.ring, setup.max_bytes, setup.keep, 10U, false);
 }
 
-// While it lives, no thread can be created in this process: each would get a stack larger than the address space.
+// While it lives, no thread can be created in this process: each would get a stack larger than the address
+// space.
 class NoNewThreads {
  public:
   NoNewThreads() {
@@ -47,7 +53,8 @@ class NoNewThreads {
     pthread_getattr_default_np(&before_);
     pthread_attr_init(&huge);
     pthread_attr_setstacksize(&huge, std::size_t{1} << 47);
-    if (pthread_setattr_default_np(&huge) != 0) throw std::runtime_error("cannot change the default stack size");
+    if (pthread_setattr_default_np(&huge) != 0)
+      throw std::runtime_error("cannot change the default stack size");
     pthread_attr_destroy(&huge);
   }
   ~NoNewThreads() {
@@ -119,12 +126,58 @@ class AsnText : public AsnType {
   inline static std::atomic<int> live_{0};
 };
 
+// What stalls an output thread: it waits where it prints until the gate is opened.
+class Gate {
+ public:
+  void Open() {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    open_ = true;
+    changed_.notify_all();
+  }
+  void Pass() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    entered_ = true;
+    changed_.notify_all();
+    changed_.wait(lock, [this] { return open_; });
+  }
+  void WaitForVisitor() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait(lock, [this] { return entered_; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool open_ = false;
+  bool entered_ = false;
+};
+
+// A value that prints nothing, but only after its gate was opened.
+class AsnAtGate : public AsnType {
+ public:
+  explicit AsnAtGate(Gate& gate) : gate_(gate) {}
+  AsnType* Clone() const override { return new AsnAtGate(gate_); }
+  void Print(std::ostream& /*out*/, int, int) const override { gate_.Pass(); }
+
+ private:
+  Gate& gate_;
+};
+
+// Stalls the output thread of `channel` in the middle of a record, and returns once it stands there.
+inline void StallAt(Gate& gate, VeltDebugInfo& channel) {
+  AsnAtGate const value(gate);
+  channel.Trace("gate", VeltLogLevel{3}, "stalled", &value, false, true);
+  gate.WaitForVisitor();
+}
+
 // What a file of this process begins with; its name gives the time.
 inline std::string HeadOf(std::string const& name, ChannelSetup const& setup) {
   std::string const t = name.substr(setup.prefix.size(), 15);
-  return "\xEF\xBB\xBF" "File create at time " + t.substr(0, 4) + "-" + t.substr(4, 2) + "-" + t.substr(6, 2) + " " +
-         t.substr(9, 2) + ":" + t.substr(11, 2) + ":" + t.substr(13, 2) + ". Current ospid is " +
-         std::to_string(getpid()) + "\n" + setup.header;
+  return "\xEF\xBB\xBF"
+         "File create at time " +
+         t.substr(0, 4) + "-" + t.substr(4, 2) + "-" + t.substr(6, 2) + " " + t.substr(9, 2) + ":" +
+         t.substr(11, 2) + ":" + t.substr(13, 2) + ". Current ospid is " + std::to_string(getpid()) + "\n" +
+         setup.header;
 }
 
 // The kernel's ids of this process's threads that bear `name`.
@@ -139,6 +192,42 @@ inline std::vector<int> ThreadsNamed(std::string const& name) {
   return ids;
 }
 
+// The state letter of a thread of this process ('S' sleeps); '?' when there is no such thread.
+inline char StateOf(int thread) {
+  std::ifstream in("/proc/self/task/" + std::to_string(thread) + "/stat");
+  std::string line;
+  std::getline(in, line);
+  std::size_t const end = line.rfind(')');
+  return end == std::string::npos || end + 2 >= line.size() ? '?' : line[end + 2];
+}
+
+// The names that files of `prefix` get in this second and the next `seconds`.
+inline std::vector<std::string> ComingNames(std::string const& prefix, int seconds) {
+  std::vector<std::string> names;
+  std::time_t const now = std::time(nullptr);
+  for (std::time_t at = now; at <= now + seconds; ++at) {
+    std::tm local{};
+    localtime_r(&at, &local);
+    char time[32];
+    std::strftime(time, sizeof time, "%Y%m%d_%H%M%S.log", &local);
+    names.push_back(prefix + time);
+  }
+  return names;
+}
+
+// Runs `body` in a fork of this process, other threads or not. Returns its result; -1 when it died or hung.
+template <typename Body>
+int InFork(Body body) {
+  pid_t const child = fork();
+  if (child == 0) {
+    alarm(60);  // what hangs ends by this
+    _exit(body());
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 // Private members of a channel: an explicit instantiation may name what other code may not.
 namespace reach {
 
@@ -151,17 +240,27 @@ struct OutputQueue {
   using Type = VeltRecordQueue VeltDebugInfo::*;
   friend Type Get(OutputQueue which);
 };
+struct ThreadExited {
+  using Type = std::atomic<bool> VeltDebugInfo::*;
+  friend Type Get(ThreadExited which);
+};
 struct DiscardQueue {
   using Type = VeltRecordQueue VeltDebugInfo::*;
   friend Type Get(DiscardQueue which);
 };
 template struct Private<OutputQueue, &VeltDebugInfo::m_OutputQueue>;
+template struct Private<ThreadExited, &VeltDebugInfo::m_bThreadExited>;
 template struct Private<DiscardQueue, &VeltDebugInfo::m_DiscardQueue>;
 
 }  // namespace reach
 
 inline VeltRecordQueue& OutputQueueOf(VeltDebugInfo& channel) { return channel.*Get(reach::OutputQueue{}); }
 inline VeltRecordQueue& RingOf(VeltDebugInfo& channel) { return channel.*Get(reach::DiscardQueue{}); }
+
+// Whether the output thread has ended; what it wrote is then the caller's to read.
+inline bool ThreadHasEnded(VeltDebugInfo& channel) {
+  return (channel.*Get(reach::ThreadExited{})).load(std::memory_order_acquire);
+}
 
 // Takes the oldest record out of a queue; null when it is empty.
 inline std::unique_ptr<OutDataUnit> TakeFrom(VeltRecordQueue& queue) {

@@ -1,4 +1,5 @@
-// A host process of a manager test: a scratch installation, the manager on top of it, and its log families read back.
+// A host process of a manager test: a scratch installation, the manager on top of it, and its log families
+// read back.
 #ifndef VELT_TESTS_SUPPORT_MANAGER_HOST_H
 #define VELT_TESTS_SUPPORT_MANAGER_HOST_H
 
@@ -12,6 +13,7 @@
 #include <initializer_list>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "velt/manager.h"
@@ -44,7 +46,8 @@ inline std::vector<std::string> ExactFamily(std::string const& directory, std::s
   return found;
 }
 
-// The text of that family in the order of its names; a log beside its own archive counts once, as the archive.
+// The text of that family in the order of its names; a log beside its own archive counts once, as the
+// archive.
 inline std::string ExactFamilyText(std::string const& directory, std::string const& prefix) {
   std::map<std::string, std::string> content;
   for (auto const& name : ExactFamily(directory, prefix)) {
@@ -59,7 +62,8 @@ inline std::string ExactFamilyText(std::string const& directory, std::string con
   return text;
 }
 
-// Where the body of a record begins in its line, behind "MM-DD hh:mm:ss.uuuuuu.T<thread>"; npos for other lines.
+// Where the body of a record begins in its line, behind "MM-DD hh:mm:ss.uuuuuu.T<thread>"; npos for other
+// lines.
 inline std::size_t BodyStart(std::string const& line) {
   static std::string const shape = "dd-dd dd:dd:dd.dddddd.Td";
   if (line.size() <= shape.size()) return std::string::npos;
@@ -84,12 +88,21 @@ inline bool Contains(std::vector<std::string> const& list, std::string const& en
   return std::find(list.begin(), list.end(), entry) != list.end();
 }
 
+// Runs `body(0)` to `body(count - 1)`, each in a thread of its own, and waits for all of them.
+template <typename Body>
+void InThreads(int count, Body const& body) {
+  std::vector<std::thread> threads;
+  threads.reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) threads.emplace_back(body, i);
+  for (auto& thread : threads) thread.join();
+}
+
 // Threads and open descriptors of this process.
 inline std::size_t ThreadCount() { return ListDir("/proc/self/task").size(); }
 inline std::size_t DescriptorCount() { return ListDir("/proc/self/fd").size(); }
 
-// Owns the environment of the manager for one test: no installation root, a default log directory of its own, a
-// configuration file and a log directory for Init. Destroys the manager before the directory goes.
+// Owns the environment of the manager for one test: no installation root, a default log directory of its own,
+// a configuration file and a log directory for Init. Destroys the manager before the directory goes.
 class ManagerHost {
  public:
   explicit ManagerHost(std::string const& configuration = {}) {

@@ -1,0 +1,297 @@
+// service_host: a small service that uses the library as a host does, from its installation root to an
+// orderly end.
+//
+// Usage: service_host [ROOT]
+// ROOT is made when it is missing; without it, a fresh directory under TMPDIR. The service works for a
+// moment, says "ready" and waits for SIGTERM or SIGINT. ROOT then holds the log family (log/demo*) and, one
+// message a line, what was traced into it: traced_main.txt and traced_gw.txt.
+#include <pthread.h>
+
+#include <array>
+#include <atomic>
+#include <bitset>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "velt/config.h"
+#include "velt/manager.h"
+#include "velt/process.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+
+constexpr char const* kName = "demo";   // what the file names of the main family begin with
+constexpr char const* kGateway = "gw";  // a family of its own beside it
+constexpr int kWorkers = 4;
+constexpr int kItems = 1500;              // of each worker in each round: two rounds cross one limit of 1 MB
+constexpr std::size_t kRingRecords = 20;  // nFiltLogBufSize in conf/default_debug.cfg
+constexpr std::size_t kFilteredRecords = 30;  // more than the ring holds
+
+constexpr VeltLogLevel kAlert{0};
+constexpr VeltLogLevel kError{1};
+constexpr VeltLogLevel kWarning{2};
+constexpr VeltLogLevel kInformation{3};
+
+std::atomic<bool> stop_requested{false};
+std::atomic<bool> stop_answered{false};
+
+// What must be found in the log families afterwards.
+struct Journal {
+  std::vector<std::string> main;
+  std::vector<std::string> gateway;
+
+  void Add(Journal const& other) {
+    main.insert(main.end(), other.main.begin(), other.main.end());
+    gateway.insert(gateway.end(), other.gateway.begin(), other.gateway.end());
+  }
+};
+
+// ---- Installation root
+
+fs::path ScratchRoot() {
+  std::string pattern = (fs::temp_directory_path() / "service_host_XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a scratch directory");
+  return pattern;
+}
+
+// The environment is set before the first thread starts: the library reads it from any of them.
+void SetUpRoot(fs::path const& root) {
+  fs::path const conf = root / "conf";
+  fs::path const log = root / "log";
+  if (VeltMakeDirEx(conf.c_str()) != 0 || VeltMakeDirEx(log.c_str()) != 0) {
+    throw std::runtime_error("cannot set up " + root.string());
+  }
+  for (char const* const file : {"velt.cfg", "default_debug.cfg"}) {
+    fs::copy_file(fs::path(VELT_EXAMPLE_CONF_DIR) / file, conf / file, fs::copy_options::skip_existing);
+  }
+  setenv("APP_ROOT", root.c_str(), 1);
+  setenv("_APP_LOG_DIR", log.c_str(), 1);
+}
+
+// ---- Pace: two files of one family must not be opened within one second, or they share a name
+
+std::string LogNameNow() {
+  std::time_t const now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  std::array<char, 32> text{};
+  (void)std::strftime(text.data(), text.size(), "%Y%m%d_%H%M%S.log", &local);
+  return std::string(kName) + text.data();
+}
+
+void WaitForFreeSecond(fs::path const& log) {
+  auto const taken = [&log] {
+    fs::path const file = log / LogNameNow();
+    return fs::exists(file) || fs::exists(file.string() + ".gz");
+  };
+  while (taken()) std::this_thread::sleep_for(milliseconds(10));
+}
+
+// Whether the main family has a file of the name `since` or a later one.
+bool HasLogFile(fs::path const& log, std::string const& since) {
+  for (auto const& entry : fs::directory_iterator(log)) {
+    std::string const name = entry.path().filename().string();
+    if (name.size() == since.size() && name >= since) return true;
+  }
+  return false;
+}
+
+void WaitForFirstFile(fs::path const& log, std::string const& since) {
+  auto const give_up = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!HasLogFile(log, since)) {
+    if (std::chrono::steady_clock::now() > give_up)
+      throw std::runtime_error("no log file in " + log.string());
+    std::this_thread::sleep_for(milliseconds(10));
+  }
+}
+
+// ---- Tracing
+
+void StartTracing(fs::path const& log) {
+  VeltDebugMgr* const manager = VeltDebugMgr::Instance();
+  if (!manager->Init(kName, "", log.string(), "service_host, an example\n", true, false)) {
+    throw std::runtime_error("cannot start tracing");
+  }
+  std::bitset<32> const all_four("1111");
+  std::bitset<32> const log_file_only("10");
+  manager->RegSubModuleInfo("sched", all_four, log_file_only, false);
+  manager->RegSubModuleInfo("store", {}, {},
+                            true);  // the sets of "debug"; "net" is in the configuration file
+}
+
+std::string Message(int worker, int round, int item, char const* what) {
+  std::array<char, 256> text{};
+  (void)std::snprintf(
+      text.data(), text.size(),
+      "round %d, worker %d, item %d: %s; order %08d went through reception, pricing, stock and delivery "
+      "without a fault",
+      round, worker, item, what, item * kWorkers + worker);
+  return text.data();
+}
+
+// One item of a worker's day, traced in one of the ways that the library offers. `store_informs` is whether
+// the module "store" has level 3 by now.
+void TraceItem(int worker, int round, int item, bool store_informs, Journal& journal) {
+  VeltDebugMgr* const manager = VeltDebugMgr::Instance();
+  switch (item % 6) {
+    case 0:
+      journal.main.push_back(Message(worker, round, item, "scheduled"));
+      manager->Printf(kInformation, VeltInterString("sched"), "%s", journal.main.back().c_str());
+      return;
+    case 1:
+      journal.main.push_back(Message(worker, round, item, "sent"));
+      manager->Trace("net", kError, journal.main.back().c_str(), nullptr, false, false);
+      return;
+    case 2: {
+      std::string const message = Message(worker, round, item, "stored");
+      manager->Trace("store", kInformation, message.c_str(), nullptr, false, false);
+      if (store_informs) journal.main.push_back(message);
+      return;
+    }
+    case 3:
+      journal.gateway.push_back(Message(worker, round, item, "received"));
+      manager->AppTrace("net", kWarning, journal.gateway.back().c_str(), nullptr, false, false, kGateway);
+      return;
+    case 4:
+      journal.main.push_back(Message(worker, round, item, "confirmed"));
+      VeltOutputFrmtString("%s", journal.main.back().c_str());
+      return;
+    default:
+      journal.main.push_back(Message(worker, round, item, "billed"));
+      VeltOutputMrbLog(kError, "%s", journal.main.back().c_str());
+      return;
+  }
+}
+
+void RunRound(int round, bool store_informs, Journal& journal) {
+  std::array<Journal, kWorkers> journals;
+  std::vector<std::thread> workers;
+  workers.reserve(kWorkers);
+  for (int worker = 0; worker < kWorkers; ++worker) {
+    Journal& own = journals.at(static_cast<std::size_t>(worker));
+    workers.emplace_back([worker, round, store_informs, &own] {
+      for (int item = 0; item < kItems; ++item) TraceItem(worker, round, item, store_informs, own);
+    });
+  }
+  for (auto& worker : workers) worker.join();
+  for (auto const& own : journals) journal.Add(own);
+}
+
+// Records that no output wanted come into the log after all when something grave happens: the newest of them,
+// before the record of level 0.
+void RaiseAlert(Journal& journal) {
+  VeltDebugMgr* const manager = VeltDebugMgr::Instance();
+  for (std::size_t i = 0; i < kFilteredRecords; ++i) {
+    std::string const message = "filtered record " + std::to_string(i) + ", kept in the ring";
+    manager->Trace("net", kInformation, message.c_str(), nullptr, false, false);
+    if (i >= kFilteredRecords - kRingRecords) journal.main.push_back(message);
+  }
+  journal.main.emplace_back("the link to the store is down");
+  manager->Trace("net", kAlert, journal.main.back().c_str(), nullptr, false, false);
+}
+
+// ---- End of the service
+
+sigset_t BlockStopSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  return signals;
+}
+
+// A wake-up that comes while nobody waits is lost, so it is repeated until the main thread has answered.
+void AwaitStopSignal(sigset_t signals) {
+  int received = 0;
+  sigwait(&signals, &received);
+  stop_requested = true;
+  while (!stop_answered) {
+    VeltsvcdServiceExit();
+    std::this_thread::sleep_for(milliseconds(20));
+  }
+}
+
+void WaitForStop() {
+  while (!stop_requested) BaseUtilInternal::Instance()->ServiceWait();
+  stop_answered = true;
+}
+
+void IdleUntilExit(int worker, std::string& message) {
+  while (!VeltAppIsExit()) std::this_thread::sleep_for(milliseconds(10));
+  message = "worker " + std::to_string(worker) + " saw the exit flag";
+  VeltDebugMgr::Instance()->Printf(kWarning, "%s", message.c_str());
+}
+
+void ServeUntilStopped(sigset_t stop_signals, Journal& journal) {
+  std::array<std::string, kWorkers> messages;
+  std::vector<std::thread> workers;
+  workers.reserve(kWorkers);
+  for (int worker = 0; worker < kWorkers; ++worker) {
+    workers.emplace_back(IdleUntilExit, worker, std::ref(messages.at(static_cast<std::size_t>(worker))));
+  }
+  std::thread listener(AwaitStopSignal, stop_signals);
+  std::puts("ready");
+  (void)std::fflush(stdout);
+  WaitForStop();
+  listener.join();
+  SetVeltAppExit(true);
+  journal.main.emplace_back("===================SetVeltAppExit (1)==================");
+  for (auto& worker : workers) worker.join();
+  journal.main.insert(journal.main.end(), messages.begin(), messages.end());
+}
+
+void WriteMessages(fs::path const& path, std::vector<std::string> const& messages) {
+  std::ofstream out(path);
+  for (auto const& message : messages) out << message << '\n';
+  if (!out.flush()) throw std::runtime_error("cannot write " + path.string());
+}
+
+void Serve(fs::path const& root, sigset_t stop_signals) {
+  fs::path const log = root / "log";
+  Journal journal;
+  WaitForFreeSecond(log);  // an earlier run in the same root may have ended just now
+  std::string const earliest_name = LogNameNow();
+  StartTracing(log);
+  RunRound(1, false, journal);
+  RaiseAlert(journal);
+  VeltDebugMgr::Instance()->SetLogLevel("store", kInformation, true);
+  WaitForFirstFile(log, earliest_name);
+  WaitForFreeSecond(log);  // the second round outgrows the first file
+  RunRound(2, true, journal);
+  ServeUntilStopped(stop_signals, journal);
+  VeltDebugMgr::Destroy();
+  WriteMessages(root / "traced_main.txt", journal.main);
+  WriteMessages(root / "traced_gw.txt", journal.gateway);
+  std::printf("traced %zu records into %s/%s*\n", journal.main.size() + journal.gateway.size(), log.c_str(),
+              kName);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    fs::path const root = fs::absolute(argc > 1 ? fs::path(argv[1]) : ScratchRoot());
+    sigset_t const stop_signals =
+        BlockStopSignals();  // one that comes early waits until the service asks for it
+    SetUpRoot(root);
+    Serve(root, stop_signals);
+    BaseUtilInternal::Destroy();
+    return 0;
+  } catch (std::exception const& problem) {
+    std::fprintf(stderr, "service_host: %s\n", problem.what());
+    return 1;
+  }
+}

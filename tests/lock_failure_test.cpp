@@ -1,0 +1,453 @@
+// Locks that fail: every operation says so and goes no further. The C library's lock functions are replaced
+// in this executable; a switch of each thread makes them fail.
+#include <dlfcn.h>
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "velt/manager.h"
+
+#include "tests/support/manager_host.h"
+
+namespace velt::test {
+namespace {
+
+constexpr int kFailure = ENOLCK;  // nothing else on these paths sets it
+
+enum class Lock { kReadLock, kWriteLock, kRwUnlock, kMutexLock, kMutexUnlock };
+constexpr std::size_t kLocks = 5;
+
+// Which calls of this thread fail: from the first-th on, counted from 1; 0 is none.
+struct Plan {
+  bool armed = false;
+  int first_failing = 0;
+  int calls = 0;
+};
+
+thread_local Plan plans[kLocks];
+
+bool Fails(Lock lock) {
+  Plan& plan = plans[static_cast<std::size_t>(lock)];
+  if (!plan.armed) return false;
+  ++plan.calls;
+  return plan.calls >= plan.first_failing;
+}
+
+// Makes calls of one kind fail in this thread while it lives.
+class Failing {
+ public:
+  explicit Failing(Lock lock, int first_failing = 1) : plan_(plans[static_cast<std::size_t>(lock)]) {
+    errno = 0;
+    plan_ = {true, first_failing, 0};
+  }
+  ~Failing() { plan_.armed = false; }
+  Failing(Failing const&) = delete;
+  Failing& operator=(Failing const&) = delete;
+
+ private:
+  Plan& plan_;
+};
+
+// The answer of an operation and the errno that it left.
+struct Result {
+  int answer;
+  int error;
+
+  bool operator==(Result const& other) const { return answer == other.answer && error == other.error; }
+};
+
+std::ostream& operator<<(std::ostream& out, Result const& result) {
+  return out << "{" << result.answer << ", errno " << result.error << "}";
+}
+
+template <typename Operation>
+Result With(Lock lock, int first_failing, Operation operation) {
+  Failing const failing(lock, first_failing);
+  int const answer = static_cast<int>(operation());
+  return {answer, errno};
+}
+
+Result const kRefused{0, kFailure};
+Result const kDoneButNotReleased{1, kFailure};
+
+template <typename Function>
+Function* Real(char const* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+using RwFunction = int(pthread_rwlock_t*);
+using MutexFunction = int(pthread_mutex_t*);
+
+}  // namespace
+}  // namespace velt::test
+
+// The sanitizers see the calls that these pass on; the functions themselves may run before a sanitizer is
+// ready.
+#define VELT_INTERPOSED \
+  extern "C" __attribute__((visibility("default"), no_sanitize("thread", "address", "undefined")))
+
+VELT_INTERPOSED int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept {
+  static auto* const real = velt::test::Real<velt::test::RwFunction>("pthread_rwlock_rdlock");
+  return velt::test::Fails(velt::test::Lock::kReadLock) ? velt::test::kFailure : real(lock);
+}
+
+VELT_INTERPOSED int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
+  static auto* const real = velt::test::Real<velt::test::RwFunction>("pthread_rwlock_wrlock");
+  return velt::test::Fails(velt::test::Lock::kWriteLock) ? velt::test::kFailure : real(lock);
+}
+
+// A failing release does release: a lock that stays held would end the test.
+VELT_INTERPOSED int pthread_rwlock_unlock(pthread_rwlock_t* lock) noexcept {
+  static auto* const real = velt::test::Real<velt::test::RwFunction>("pthread_rwlock_unlock");
+  int const result = real(lock);
+  return velt::test::Fails(velt::test::Lock::kRwUnlock) ? velt::test::kFailure : result;
+}
+
+VELT_INTERPOSED int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+  static auto* const real = velt::test::Real<velt::test::MutexFunction>("pthread_mutex_lock");
+  return velt::test::Fails(velt::test::Lock::kMutexLock) ? velt::test::kFailure : real(mutex);
+}
+
+VELT_INTERPOSED int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+  static auto* const real = velt::test::Real<velt::test::MutexFunction>("pthread_mutex_unlock");
+  int const result = real(mutex);
+  return velt::test::Fails(velt::test::Lock::kMutexUnlock) ? velt::test::kFailure : result;
+}
+
+namespace velt::test {
+namespace {
+
+VeltDebugMgr* Manager() { return VeltDebugMgr::Instance(); }
+
+class NullEngine : public VeltDebugEngine {
+ public:
+  bool Trace(std::string const&, VeltLogLevel, char const*, AsnType const*, bool, bool) override {
+    return true;
+  }
+  bool AppTrace(std::string const&, VeltLogLevel, char const*, AsnType const*, bool, bool,
+                std::string const&) override {
+    return true;
+  }
+};
+
+class LockFailureTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(host_.Init());
+    ASSERT_TRUE(Manager()->RegSubModuleInfo("net", BitsOf({3}), BitsOf({1}), false));
+  }
+
+  static Bits Levels() {
+    Bits levels;
+    Bits outputs;
+    EXPECT_TRUE(Manager()->GetSubModuleInfo("net", levels, outputs));
+    return levels;
+  }
+
+  ManagerHost host_{"debug_level = 1111\n"};
+};
+
+// --- the switch itself ---
+
+TEST(LockFailureSwitchTest, TheReplacedFunctionsFailWhereAskedAndOnlyInTheirThread) {
+  ACE_RW_Thread_Mutex rw;
+  ACE_Thread_Mutex mutex;
+  Failing const reading(Lock::kReadLock);
+  Failing const writing(Lock::kWriteLock);
+  Failing const locking(Lock::kMutexLock);
+  int elsewhere = -1;
+
+  int const here = rw.acquire_read() + rw.acquire_write() + mutex.acquire();
+  std::thread([&] {
+    elsewhere = rw.acquire_read() + rw.release() + rw.acquire_write() + rw.release() + mutex.acquire() +
+                mutex.release();
+  }).join();
+
+  EXPECT_EQ(here, -3);
+  EXPECT_EQ(elsewhere, 0);
+}
+
+// --- the singleton's lock ---
+
+TEST(SingletonLockFailureTest, NoInstanceIsMadeWithoutTheLock) {
+  VeltDebugMgr* instance = nullptr;
+  int error = 0;
+  {
+    Failing const failing(Lock::kMutexLock);
+    instance = VeltDebugMgr::Instance();
+    error = errno;
+  }
+
+  EXPECT_EQ(instance, nullptr);
+  EXPECT_EQ(error, kFailure);
+  EXPECT_NE(VeltDebugMgr::Instance(), nullptr) << "made by the next call";
+  EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
+}
+
+TEST(SingletonLockFailureTest, AnInstanceThatExistsNeedsNoLock) {
+  VeltDebugMgr* const before = VeltDebugMgr::Instance();
+  VeltDebugMgr* after = nullptr;
+  {
+    Failing const failing(Lock::kMutexLock);
+    after = VeltDebugMgr::Instance();
+  }
+
+  EXPECT_EQ(after, before);
+  EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
+}
+
+TEST(SingletonLockFailureTest, DestroyDoesNothingWithoutTheLock) {
+  VeltDebugMgr* const before = VeltDebugMgr::Instance();
+
+  Result const result = With(Lock::kMutexLock, 1, [] { return VeltDebugMgr::Destroy(); });
+
+  EXPECT_EQ(result, (Result{-1, kFailure}));
+  EXPECT_EQ(VeltDebugMgr::Instance(), before);
+  EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
+}
+
+TEST(SingletonLockFailureTest, ALockThatCannotBeReleasedMakesDestroyFailAfterItsWork) {
+  ManagerHost const host;
+  ASSERT_TRUE(host.Init("host_", true));
+
+  Result const result = With(Lock::kMutexUnlock, 1, [] { return VeltDebugMgr::Destroy(); });
+
+  EXPECT_EQ(result, (Result{-1, kFailure}));
+  EXPECT_FALSE(VeltDebugMgr::Instance()->IsInit()) << "it is a fresh one";
+}
+
+TEST(SingletonLockFailureTest, ALockThatCannotBeReleasedDoesNotKeepTheNewInstance) {
+  VeltDebugMgr* instance = nullptr;
+  {
+    Failing const failing(Lock::kMutexUnlock);
+    instance = VeltDebugMgr::Instance();
+  }
+
+  EXPECT_NE(instance, nullptr);
+  EXPECT_EQ(VeltDebugMgr::Instance(), instance);
+  EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
+}
+
+// --- Init ---
+
+TEST(InitLockFailureTest, InitIsRefusedWithoutTheTableLock) {
+  ManagerHost const host;
+  Manager();
+
+  Result const result = With(Lock::kWriteLock, 1, [&] { return host.Init(); });
+
+  EXPECT_EQ(result, kRefused);
+  EXPECT_FALSE(Manager()->IsInit());
+  EXPECT_FALSE(Exists(host.LogDir())) << "nothing was done";
+  EXPECT_TRUE(host.Init());
+}
+
+TEST(InitLockFailureTest, TheMainChannelIsEnteredEvenWithoutTheChannelLock) {
+  ManagerHost const host;
+  Manager();
+
+  Result const result = With(Lock::kWriteLock, 2, [&] {
+    return Manager()->Init("host_", "", host.LogDir(), "", true,
+                           false);  // no module: no lock of a module between
+  });
+
+  EXPECT_EQ(result.answer, 1);
+  EXPECT_EQ(result.error, kFailure);
+  EXPECT_TRUE(Manager()->AppTrace("net", VeltLogLevel{3}, "x", nullptr, false, true, ""));
+  EXPECT_EQ(host.StopAndRead(), (std::vector<std::string>{" net I: x"}));
+  EXPECT_EQ(ListDir(host.LogDir()).size(), 1U) << "AppTrace found it";
+}
+
+TEST(InitLockFailureTest, ALockThatCannotBeReleasedDoesNotSpoilInit) {
+  ManagerHost const host;
+  Manager();
+
+  Result const result = With(Lock::kRwUnlock, 1, [&] { return host.Init("host_", true); });
+
+  EXPECT_EQ(result, kDoneButNotReleased);
+  EXPECT_TRUE(Manager()->IsInit());
+}
+
+// --- the registry ---
+
+TEST_F(LockFailureTest, WritersOfTheRegistryAreRefusedWithoutTheTableLock) {
+  NullEngine engine;
+
+  EXPECT_EQ(
+      With(Lock::kWriteLock, 1, [] { return Manager()->RegSubModuleInfo("web", Bits(), Bits(), false); }),
+      kRefused);
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [] { return Manager()->SetAllModuleInfo(Bits(), Bits(), false); }),
+            kRefused);
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [] { return Manager()->SetLogLevel("net", VeltLogLevel{1}, true); }),
+            kRefused);
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [] { return Manager()->SetLogLevel("net", VeltLogLevel{32}, true); }),
+            kRefused)
+      << "no set was asked, so nothing throws";
+  EXPECT_EQ(
+      With(Lock::kWriteLock, 1, [] { return Manager()->SetLogOutput("net", VeltOutputDirection{1}, false); }),
+      kRefused);
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [&] { return Manager()->RegDebugEngine(&engine); }), kRefused);
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [] { return Manager()->UnRegDebugEngine(nullptr); }), kRefused);
+
+  Bits levels;
+  Bits outputs;
+  EXPECT_FALSE(Manager()->GetSubModuleInfo("web", levels, outputs));
+  EXPECT_EQ(Levels(), BitsOf({3}));
+  EXPECT_EQ(Manager()->GetDebugEngine(), nullptr);
+}
+
+TEST_F(LockFailureTest, TheEngineIsNotGivenWithoutTheTableLock) {
+  ASSERT_TRUE(Manager()->RegDebugEngine(new NullEngine));
+
+  Result const result = With(Lock::kWriteLock, 1, [] { return Manager()->GetDebugEngine() != nullptr; });
+
+  EXPECT_EQ(result, kRefused);
+  EXPECT_NE(Manager()->GetDebugEngine(), nullptr);
+}
+
+TEST_F(LockFailureTest, AnIndexThatIsRefusedAsksForNoLock) {
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [] { return Manager()->SetLogLevel("net", VeltLogLevel{33}, true); }),
+            (Result{0, 0}));
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [] { return Manager()->RegDebugEngine(nullptr); }), (Result{0, 0}));
+}
+
+TEST_F(LockFailureTest, ReadersOfTheRegistryAreRefusedWithoutTheTableLock) {
+  Bits levels = BitsOf({7});
+  Bits outputs = BitsOf({8});
+  VeltDebugMgr::ModuleSets modules;
+
+  EXPECT_EQ(With(Lock::kReadLock, 1, [&] { return Manager()->GetSubModuleInfo("net", levels, outputs); }),
+            kRefused);
+  EXPECT_EQ(With(Lock::kReadLock, 1, [&] { return Manager()->GetAllModuleInfo(modules); }), kRefused);
+
+  EXPECT_EQ(levels, BitsOf({7}));
+  EXPECT_EQ(outputs, BitsOf({8}));
+  EXPECT_TRUE(modules.empty());
+}
+
+TEST_F(LockFailureTest, AModulesOwnLockThatFailsRefusesItsBits) {
+  EXPECT_EQ(With(Lock::kWriteLock, 2, [] { return Manager()->SetLogLevel("net", VeltLogLevel{1}, true); }),
+            kRefused);
+  EXPECT_EQ(
+      With(Lock::kWriteLock, 2, [] { return Manager()->SetLogOutput("net", VeltOutputDirection{0}, true); }),
+      kRefused);
+  EXPECT_EQ(Levels(), BitsOf({3}));
+  EXPECT_TRUE(Manager()->SetLogLevel("net", VeltLogLevel{1}, true)) << "the table lock was given back";
+}
+
+TEST_F(LockFailureTest, ALockThatCannotBeReleasedOnlySetsErrno) {
+  Bits levels;
+  Bits outputs;
+  VeltDebugMgr::ModuleSets modules;
+
+  EXPECT_EQ(
+      With(Lock::kRwUnlock, 1, [] { return Manager()->RegSubModuleInfo("web", Bits(), Bits(), false); }),
+      kDoneButNotReleased);
+  EXPECT_EQ(With(Lock::kRwUnlock, 1, [] { return Manager()->SetLogLevel("net", VeltLogLevel{1}, true); }),
+            kDoneButNotReleased);
+  EXPECT_EQ(With(Lock::kRwUnlock, 1, [&] { return Manager()->GetSubModuleInfo("net", levels, outputs); }),
+            kDoneButNotReleased);
+  EXPECT_EQ(With(Lock::kRwUnlock, 1, [&] { return Manager()->GetAllModuleInfo(modules); }),
+            kDoneButNotReleased);
+  EXPECT_EQ(Levels(), BitsOf({1, 3}));
+}
+
+TEST(SubModInfoLockFailureTest, EverySetterIsRefusedWithoutTheLock) {
+  VeltDebugSubModInfo info{Bits(), Bits()};
+
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [&] { return info.SetLevel(1, true); }), kRefused);
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [&] { return info.SetOutput(1, true); }), kRefused);
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [&] { return info.SetLevel(32, true); }), kRefused)
+      << "before it can throw";
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [&] { return info.SetLevelSet(Bits()); }), kRefused);
+  EXPECT_EQ(With(Lock::kWriteLock, 1, [&] { return info.SetOutputSet(Bits()); }), kRefused);
+}
+
+TEST(SubModInfoLockFailureTest, ALockThatCannotBeReleasedOnlySetsErrno) {
+  VeltDebugSubModInfo info{Bits(), Bits()};
+
+  EXPECT_EQ(With(Lock::kRwUnlock, 1, [&] { return info.SetLevel(1, true); }), kDoneButNotReleased);
+  EXPECT_EQ(With(Lock::kRwUnlock, 1, [&] { return info.SetLevel(33, true); }), kRefused);
+  EXPECT_EQ(With(Lock::kRwUnlock, 1, [&] { return info.SetOutputSet(Bits()); }), kDoneButNotReleased);
+}
+
+// --- tracing ---
+
+TEST_F(LockFailureTest, AppTraceIsRefusedWithoutTheChannelLock) {
+  EXPECT_EQ(With(Lock::kReadLock, 1,
+                 [] { return Manager()->AppTrace("net", VeltLogLevel{3}, "x", nullptr, true, true, ""); }),
+            kRefused);
+  EXPECT_EQ(With(Lock::kReadLock, 1,
+                 [] { return Manager()->AppTrace("net", VeltLogLevel{3}, "x", nullptr, true, true, "gw"); }),
+            kRefused);
+
+  EXPECT_TRUE(host_.StopAndRead().empty());
+  EXPECT_EQ(ListDir(host_.LogDir()).size(), 1U) << "no channel was opened";
+}
+
+TEST_F(LockFailureTest, AModuleThatCannotBeLookedUpLeavesTheCallersFlags) {
+  bool filtered = false;
+  bool logged = false;
+  bool app_logged = false;
+  {
+    Failing const failing(Lock::kReadLock);
+    filtered = Manager()->Trace("net", VeltLogLevel{3}, "filtered", nullptr, false, false);
+    logged = Manager()->Trace("net", VeltLogLevel{3}, "logged", nullptr, false, true);
+  }
+  {
+    Failing const failing(Lock::kReadLock, 2);  // the first is the channel lock
+    app_logged = Manager()->AppTrace("net", VeltLogLevel{3}, "app", nullptr, false, true, "");
+  }
+
+  EXPECT_TRUE(filtered);
+  EXPECT_TRUE(logged);
+  EXPECT_TRUE(app_logged);
+  EXPECT_EQ(host_.StopAndRead(), (std::vector<std::string>{" net I: logged", " net I: app"}));
+}
+
+TEST_F(LockFailureTest, BothFlagsOfTheCallerNeedNoLock) {
+  CaptureStdout silence;
+  bool traced = false;
+  int error = 0;
+  {
+    Failing const failing(Lock::kReadLock);
+    traced = Manager()->Trace("net", VeltLogLevel{3}, "x", nullptr, true, true);
+    error = errno;
+  }
+
+  EXPECT_TRUE(traced);
+  EXPECT_NE(error, kFailure);
+  EXPECT_EQ(host_.StopAndRead(), (std::vector<std::string>{" net I: x"}));
+}
+
+TEST_F(LockFailureTest, AChannelThatCannotBeEnteredIsNotKeptAndTheNextCallMakesIt) {
+  Result const result = With(Lock::kWriteLock, 1, [] {
+    return Manager()->AppTrace("net", VeltLogLevel{3}, "first", nullptr, false, true, "gw");
+  });
+  WaitForNextSecond();  // the next channel's file has a name of its own
+  bool const second = Manager()->AppTrace("net", VeltLogLevel{3}, "second", nullptr, false, true, "gw");
+  VeltDebugMgr::Destroy();
+
+  EXPECT_EQ(result, kRefused);
+  EXPECT_TRUE(second);
+  EXPECT_EQ(host_.Records("host_gw_"), (std::vector<std::string>{" net I: second"}));
+}
+
+TEST_F(LockFailureTest, DestroyStopsTheChannelsEvenWithoutTheChannelLock) {
+  ASSERT_TRUE(Manager()->AppTrace("net", VeltLogLevel{3}, "x", nullptr, false, true, "gw"));
+
+  Result const result = With(Lock::kWriteLock, 1, [] { return VeltDebugMgr::Destroy(); });
+
+  EXPECT_EQ(result.answer, 0);
+  EXPECT_EQ(CountOf(host_.Text("host_gw_"), "File close at "), 1U);
+  EXPECT_EQ(CountOf(host_.Text(), "File close at "), 1U);
+}
+
+}  // namespace
+}  // namespace velt::test

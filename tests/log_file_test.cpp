@@ -1,0 +1,511 @@
+// Log files: their names, heads, trailers and modes, and writing to them. The channels here have no output
+// thread.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "velt/channel.h"
+
+#include "tests/support/channel.h"
+#include "tests/support/files.h"
+#include "tests/support/process.h"
+
+namespace velt::test {
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+
+constexpr std::size_t kLongestWrite = 2'097'152;
+
+class Umask {
+ public:
+  explicit Umask(mode_t mask) : before_(umask(mask)) {}
+  ~Umask() { umask(before_); }
+  Umask(Umask const&) = delete;
+  Umask& operator=(Umask const&) = delete;
+
+ private:
+  mode_t before_;
+};
+
+// While it lives, no file of this process grows past `bytes`; the attempt fails without a signal.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    rlimit const limit{bytes, before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+  FileSizeLimit(FileSizeLimit const&) = delete;
+  FileSizeLimit& operator=(FileSizeLimit const&) = delete;
+
+ private:
+  rlimit before_{};
+  void (*handler_)(int);
+};
+
+class LogFileTest : public ::testing::Test {
+ protected:
+  // The one log file that the directory holds; empty when it does not hold exactly one file.
+  std::string Name() const {
+    auto const names = ListDir(setup.directory);
+    return names.size() == 1 ? names.front() : "";
+  }
+  std::string Content() const { return ReadFile(setup.directory + "/" + Name()); }
+  std::string Head() const { return HeadOf(Name(), setup); }
+
+  ScratchDir const dir;
+  ChannelSetup setup{dir.Path()};
+};
+
+TEST_F(LogFileTest, ANewFileIsNamedByPrefixAndLocalTime) {
+  auto const channel = MakeIdleChannel(setup);
+  std::string const earliest = ComingNames(setup.prefix, 0).front();
+
+  bool const opened = channel->OpenNewFile();
+
+  std::string const latest = ComingNames(setup.prefix, 0).front();
+  ASSERT_TRUE(opened);
+  EXPECT_THAT(Name(), MatchesRegex("t_[0-9]{8}_[0-9]{6}\\.log"));
+  EXPECT_LE(earliest, Name());
+  EXPECT_LE(Name(), latest);
+}
+
+TEST_F(LogFileTest, ANewFileHoldsMarkCreationLineAndHeader) {
+  setup.header = "first header line\nsecond header line\n";
+  auto const channel = MakeIdleChannel(setup);
+
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  std::string const t = Name().substr(2, 15);
+  EXPECT_EQ(Content(),
+            "\xEF\xBB\xBF"
+            "File create at time " +
+                t.substr(0, 4) + "-" + t.substr(4, 2) + "-" + t.substr(6, 2) + " " + t.substr(9, 2) + ":" +
+                t.substr(11, 2) + ":" + t.substr(13, 2) + ". Current ospid is " + std::to_string(getpid()) +
+                "\nfirst header line\nsecond header line\n");
+}
+
+TEST_F(LogFileTest, AHeaderWithoutLineEndRunsIntoTheNextText) {
+  setup.header = "no line end";
+  auto const channel = MakeIdleChannel(setup);
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  channel->WriteFile("next\n");
+  channel->CloseFile();
+
+  EXPECT_NE(Content().find("\nno line endnext\nFile close at "), std::string::npos) << Content();
+}
+
+TEST_F(LogFileTest, AnEmptyHeaderAddsNothing) {
+  setup.header = "";
+  auto const channel = MakeIdleChannel(setup);
+
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  EXPECT_THAT(Content(), EndsWith(". Current ospid is " + std::to_string(getpid()) + "\n"));
+}
+
+TEST_F(LogFileTest, PercentSignsOfAHeaderAreText) {
+  setup.header = "100%s %n %d\n";
+  auto const channel = MakeIdleChannel(setup);
+
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  EXPECT_THAT(Content(), EndsWith("\n100%s %n %d\n"));
+}
+
+TEST_F(LogFileTest, AHeaderOfThreeMillionBytesIsCutLikeEveryText) {
+  setup.header = std::string(3'000'000, 'h');
+  auto const channel = MakeIdleChannel(setup);
+
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  std::string const content = Content();
+  EXPECT_EQ(content.size() - content.find('\n') - 1, kLongestWrite);
+}
+
+TEST_F(LogFileTest, APrefixMayBeEmpty) {
+  setup.prefix = "";
+  auto const channel = MakeIdleChannel(setup);
+
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  EXPECT_THAT(Name(), MatchesRegex("[0-9]{8}_[0-9]{6}\\.log"));
+}
+
+TEST_F(LogFileTest, AMissingDirectoryIsCreated) {
+  Umask const mask(022);
+  setup.directory = dir / "logs";
+  auto const channel = MakeIdleChannel(setup);
+
+  bool const opened = channel->OpenNewFile();
+
+  EXPECT_TRUE(opened);
+  EXPECT_EQ(ModeOf(dir / "logs"), 0755U);
+  EXPECT_EQ(ModeOf(setup.directory + "/" + Name()), 0640U);
+}
+
+TEST_F(LogFileTest, OnlyOneDirectoryLevelIsCreated) {
+  setup.directory = dir / "logs/today";
+  auto const channel = MakeIdleChannel(setup);
+
+  bool const opened = channel->OpenNewFile();
+
+  EXPECT_FALSE(opened);
+  EXPECT_FALSE(channel->WriteFile("text\n"));
+  EXPECT_EQ(ListDir(dir.Path()), std::vector<std::string>{});
+}
+
+TEST_F(LogFileTest, AnOpenThatFailedCanBeRepeated) {
+  setup.directory = dir / "logs/today";
+  auto const channel = MakeIdleChannel(setup);
+  ASSERT_FALSE(channel->OpenNewFile());
+  std::filesystem::create_directory(dir / "logs");
+
+  bool const opened = channel->OpenNewFile();
+
+  EXPECT_TRUE(opened);
+  EXPECT_TRUE(channel->WriteFile("text\n"));
+  EXPECT_THAT(Content(), StartsWith(Head()));
+}
+
+TEST_F(LogFileTest, UnderAnOpenUmaskTheModesAreTheSame) {
+  Umask const mask(000);
+  setup.directory = dir / "logs";
+  auto const channel = MakeIdleChannel(setup);
+
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  EXPECT_EQ(ModeOf(dir / "logs"), 0755U);
+  EXPECT_EQ(ModeOf(setup.directory + "/" + Name()), 0640U);
+}
+
+TEST_F(LogFileTest, ATightUmaskNarrowsTheDirectoryOnly) {
+  Umask const mask(077);
+  setup.directory = dir / "logs";
+  auto const channel = MakeIdleChannel(setup);
+
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  EXPECT_EQ(ModeOf(dir / "logs"), 0700U);
+  EXPECT_EQ(ModeOf(setup.directory + "/" + Name()), 0640U);
+}
+
+TEST_F(LogFileTest, AnExistingDirectoryKeepsItsMode) {
+  setup.directory = dir / "logs";
+  std::filesystem::create_directory(dir / "logs");
+  chmod((dir / "logs").c_str(), 0711);
+  auto const channel = MakeIdleChannel(setup);
+
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  EXPECT_EQ(ModeOf(dir / "logs"), 0711U);
+}
+
+TEST_F(LogFileTest, ANameTakenByADirectoryIsAFailedOpen) {
+  for (auto const& name : ComingNames(setup.prefix, 120)) std::filesystem::create_directory(dir / name);
+  auto const channel = MakeIdleChannel(setup);
+
+  bool const opened = channel->OpenNewFile();
+
+  EXPECT_FALSE(opened);
+  EXPECT_FALSE(channel->WriteFile("text\n"));
+}
+
+TEST_F(LogFileTest, ANameThatIsTooLongIsAFailedOpen) {
+  setup.prefix = std::string(300, 'p');
+  auto const channel = MakeIdleChannel(setup);
+
+  bool const opened = channel->OpenNewFile();
+
+  EXPECT_FALSE(opened);
+  EXPECT_EQ(ListDir(dir.Path()), std::vector<std::string>{});
+}
+
+TEST_F(LogFileTest, AnExistingFileOfTheNameIsTruncatedAndGetsTheMode) {
+  for (auto const& name : ComingNames(setup.prefix, 120)) {
+    WriteFile(dir / name, std::string(5000, 'o'));
+    chmod((dir / name).c_str(), 0600);
+  }
+  auto const channel = MakeIdleChannel(setup);
+
+  ASSERT_TRUE(channel->OpenNewFile());
+  channel->CloseFile();
+
+  std::size_t fresh = 0;
+  for (auto const& name : ListDir(dir.Path())) {
+    std::string const content = ReadFile(dir / name);
+    if (content[0] == 'o') continue;
+    ++fresh;
+    EXPECT_THAT(content, StartsWith(HeadOf(name, setup)));
+    EXPECT_EQ(content.find('o' + std::string(100, 'o')), std::string::npos);
+    EXPECT_EQ(ModeOf(dir / name), 0640U);
+  }
+  EXPECT_EQ(fresh, 1U);
+}
+
+TEST_F(LogFileTest, ANameThatIsALinkLeadsToItsTarget) {
+  for (auto const& name : ComingNames(setup.prefix, 120))
+    std::filesystem::create_symlink("target", dir / name);
+  auto const channel = MakeIdleChannel(setup);
+
+  ASSERT_TRUE(channel->OpenNewFile());
+  channel->WriteFile("text\n");
+  channel->CloseFile();
+
+  EXPECT_EQ(CountOf(ReadFile(dir / "target"), "header\ntext\nFile close at "), 1U);
+  EXPECT_EQ(ModeOf(dir / "target"), 0640U);
+}
+
+TEST_F(LogFileTest, TwoFilesOfOneSecondShareANameAndTheOlderIsLost) {
+  std::size_t files = 2;
+  std::string content;
+  for (int attempt = 0; attempt < 20 && files != 1;
+       ++attempt) {  // a busy machine may let a second pass in between
+    ScratchDir const own;
+    auto const channel = MakeIdleChannel(ChannelSetup(own.Path()));
+    WaitForNextSecond();
+    EXPECT_TRUE(channel->OpenNewFile());
+    channel->WriteFile("older\n");
+    channel->CloseFile();
+    EXPECT_TRUE(channel->OpenNewFile());
+    channel->WriteFile("newer\n");
+    channel->CloseFile();
+    files = ListDir(own.Path()).size();
+    content = ReadFile(own / ListDir(own.Path()).front());
+  }
+
+  ASSERT_EQ(files, 1U);
+  EXPECT_EQ(CountOf(content, "older\n"), 0U);
+  EXPECT_EQ(CountOf(content, "newer\n"), 1U);
+  EXPECT_EQ(CountOf(content, "File create at"), 1U);
+}
+
+TEST_F(LogFileTest, FilesOfTwoSecondsAreTwoFiles) {
+  auto const channel = MakeIdleChannel(setup);
+  ASSERT_TRUE(channel->OpenNewFile());
+  channel->WriteFile("older\n");
+  channel->CloseFile();
+  WaitForNextSecond();
+
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  auto const names = ListDir(dir.Path());
+  ASSERT_EQ(names.size(), 2U);
+  EXPECT_EQ(CountOf(ReadFile(dir / names[0]), "older\n"), 1U);
+  EXPECT_EQ(ReadFile(dir / names[1]), HeadOf(names[1], setup));
+}
+
+TEST_F(LogFileTest, WritingWithoutAFileIsRefused) {
+  auto const channel = MakeIdleChannel(setup);
+
+  EXPECT_FALSE(channel->WriteFile("text\n"));
+  EXPECT_EQ(ListDir(dir.Path()), std::vector<std::string>{});
+}
+
+TEST_F(LogFileTest, WritingAfterTheCloseIsRefused) {
+  auto const channel = MakeIdleChannel(setup);
+  ASSERT_TRUE(channel->OpenNewFile());
+  channel->CloseFile();
+
+  bool const written = channel->WriteFile("late\n");
+
+  EXPECT_FALSE(written);
+  EXPECT_EQ(CountOf(Content(), "late"), 0U);
+}
+
+TEST_F(LogFileTest, ANullTextIsRefusedAndWritesNothing) {
+  auto const channel = MakeIdleChannel(setup);
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  bool const written = channel->WriteFile(nullptr);
+
+  EXPECT_FALSE(written);
+  EXPECT_EQ(Content(), Head());
+}
+
+TEST_F(LogFileTest, AnEmptyTextIsWrittenAsNothing) {
+  auto const channel = MakeIdleChannel(setup);
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  bool const written = channel->WriteFile("");
+
+  EXPECT_TRUE(written);
+  EXPECT_EQ(Content(), Head());
+}
+
+TEST_F(LogFileTest, TextsFollowOneAnotherAsTheyAre) {
+  auto const channel = MakeIdleChannel(setup);
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  EXPECT_TRUE(channel->WriteFile("a"));
+  EXPECT_TRUE(channel->WriteFile("b%d\r\n"));
+  EXPECT_TRUE(channel->WriteFile("\x1B[0m\xFF"));
+  channel->CloseFile();
+
+  EXPECT_THAT(Content(), StartsWith(Head() + "ab%d\r\n\x1B[0m\xFF"
+                                             "File close at "));
+}
+
+TEST_F(LogFileTest, OnlyTheFirstTwoMebibytesOfATextAreWritten) {
+  for (std::size_t const size :
+       {kLongestWrite - 1, kLongestWrite, kLongestWrite + 1, std::size_t{3'000'000}}) {
+    ScratchDir const own;
+    ChannelSetup const own_setup(own.Path());
+    auto const channel = MakeIdleChannel(own_setup);
+    ASSERT_TRUE(channel->OpenNewFile());
+    std::string text(size, 'x');
+    text[kLongestWrite - 2] = 'y';
+
+    bool const written = channel->WriteFile(text.c_str());
+    channel->CloseFile();
+
+    EXPECT_TRUE(written);
+    std::string const name = ListDir(own.Path()).front();
+    std::string const content = ReadFile(own / name);
+    std::size_t const body = content.rfind("File close at ") - HeadOf(name, own_setup).size();
+    EXPECT_EQ(body, size < kLongestWrite ? 2'097'151U : 2'097'152U) << "of " << size;
+  }
+}
+
+TEST_F(LogFileTest, ClosingWithoutAFileDoesNothing) {
+  auto const channel = MakeIdleChannel(setup);
+
+  channel->CloseFile();
+
+  EXPECT_EQ(ListDir(dir.Path()), std::vector<std::string>{});
+}
+
+TEST_F(LogFileTest, ClosingTwiceWritesOneTrailer) {
+  auto const channel = MakeIdleChannel(setup);
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  channel->CloseFile();
+  channel->CloseFile();
+
+  EXPECT_EQ(CountOf(Content(), "File close at "), 1U);
+}
+
+TEST_F(LogFileTest, TheTrailerBearsTheZoneAndTheCreationLineTheWordTime) {
+  setenv("TZ", "TST-3", 1);
+  tzset();
+  auto const channel = MakeIdleChannel(setup);
+  std::time_t const before = std::time(nullptr) + 10'800;
+  ASSERT_TRUE(channel->OpenNewFile());
+
+  channel->CloseFile();
+
+  std::time_t const after = std::time(nullptr) + 10'800;
+  auto const lines = Lines(Content());
+  ASSERT_EQ(lines.size(), 3U);
+  std::string const pattern = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}";
+  EXPECT_THAT(lines[0].substr(3),
+              MatchesRegex("File create at time " + pattern + "\\. Current ospid is [0-9]+"));
+  EXPECT_THAT(lines[2], MatchesRegex("File close at TST " + pattern));
+  for (std::string const& time : {lines[0].substr(3 + 20, 19), lines[2].substr(18)}) {
+    std::tm parsed{};
+    ASSERT_NE(strptime(time.c_str(), "%Y-%m-%d %H:%M:%S", &parsed), nullptr);
+    std::time_t const at = timegm(&parsed);
+    EXPECT_LE(before, at);
+    EXPECT_LE(at, after);
+  }
+}
+
+TEST_F(LogFileTest, DestroyingTheChannelClosesTheFile) {
+  auto channel = MakeIdleChannel(setup);
+  ASSERT_TRUE(channel->OpenNewFile());
+  channel->WriteFile("text\n");
+
+  channel.reset();
+
+  EXPECT_THAT(Content(), StartsWith(Head() + "text\nFile close at "));
+  EXPECT_EQ(CountOf(Content(), "File close at "), 1U);
+}
+
+TEST_F(LogFileTest, AWriteThatTheDeviceRefusesFailsAndTheNextOneWorks) {
+  auto const channel = MakeIdleChannel(setup);
+  ASSERT_TRUE(channel->OpenNewFile());
+  std::size_t const head = Head().size();
+  bool written = true;
+  {
+    FileSizeLimit const limit(8192);
+    written = channel->WriteFile(std::string(100'000, 'x').c_str());
+  }
+
+  bool const next = channel->WriteFile("room again\n");
+  channel->CloseFile();
+
+  EXPECT_FALSE(written);
+  EXPECT_TRUE(next);
+  std::string const content = Content();
+  EXPECT_EQ(CountOf(content, "room again\n"), 1U);
+  EXPECT_LE(CountOf(content, "x"), 8192 - head + 1) << "a refused text must not come later";
+  EXPECT_EQ(CountOf(content, "File close at "), 1U);
+}
+
+TEST_F(LogFileTest, ADeviceThatIsFullFromTheStartLeavesAFileThatWorksLater) {
+  auto const channel = MakeIdleChannel(setup);
+  bool opened = false;
+  {
+    FileSizeLimit const limit(0);
+    opened = channel->OpenNewFile();
+  }
+
+  bool const written = channel->WriteFile("room again\n");
+  channel->CloseFile();
+
+  EXPECT_TRUE(opened) << "the file is there, only its head is lost";
+  EXPECT_TRUE(written);
+  EXPECT_EQ(CountOf(Content(), "room again\n"), 1U);
+}
+
+TEST_F(LogFileTest, ClosingOnAFullDeviceLosesTheTrailerOnly) {
+  auto const channel = MakeIdleChannel(setup);
+  ASSERT_TRUE(channel->OpenNewFile());
+  ASSERT_TRUE(channel->WriteFile("text\n"));
+  {
+    FileSizeLimit const limit(0);
+    channel->CloseFile();
+  }
+
+  EXPECT_FALSE(channel->WriteFile("late\n")) << "no file is open";
+  EXPECT_EQ(CountOf(Content(), "late"), 0U);
+  EXPECT_EQ(CountOf(Content(), "File close at "), 0U);
+}
+
+TEST_F(LogFileTest, AnUnwritableDirectoryIsAFailedOpenForAnOrdinaryUser) {
+  setup.directory = dir / "locked";
+  std::filesystem::create_directory(setup.directory);
+  chmod(dir.Path().c_str(), 0755);
+  chmod(setup.directory.c_str(), 0555);
+
+  Outcome const child = RunInChild([this] {
+    if (geteuid() == 0 && setuid(65534) != 0) return 2;
+    auto const channel = MakeIdleChannel(setup);
+    return channel->OpenNewFile() || channel->WriteFile("text\n") ? 1 : 0;
+  });
+
+  EXPECT_EQ(child.exit_code, 0) << child.err;
+  EXPECT_EQ(ListDir(setup.directory), std::vector<std::string>{});
+  chmod(setup.directory.c_str(), 0755);
+}
+
+}  // namespace
+}  // namespace velt::test

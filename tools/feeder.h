@@ -1,0 +1,52 @@
+// Hands messages to the channel of veltpipe.
+#ifndef VELT_TOOLS_FEEDER_H
+#define VELT_TOOLS_FEEDER_H
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "velt/channel.h"
+
+#include "tools/limits.h"
+#include "tools/log_family.h"
+#include "tools/options.h"
+#include "tools/pacer.h"
+#include "tools/statistics.h"
+#include "tools/stop_signal.h"
+
+namespace velt::tools {
+
+// Feeder owns the channel: it opens it at a moment when no file can be overwritten, traces each message as
+// one record as fast as the pacer admits them, and closes it.
+//
+// Threads: one thread makes every call, the constructor included (its id is part of the length of a record).
+class Feeder {
+ public:
+  // May wait for a second that no file bears, and for the first file to open; a stop signal ends the latter.
+  Feeder(Options const& options, Limits const& limits, StopSignal& stop, Statistics& statistics);
+
+  // Traces `message`, trying again for as long as the channel refuses it. Gives it up, and counts that, only
+  // when a stop signal has come and the log does not move.
+  void Feed(std::string const& message);
+
+  // Closes the channel, which writes out what it accepted, and completes the statistics.
+  void Finish();
+
+ private:
+  bool TryUntilAccepted(std::string const& message);
+
+  std::string const module_;
+  VeltLogLevel const level_;
+  bool const print_;
+  std::size_t const overhead_bytes_;  // of each record in the file, beyond its message
+  StopSignal& stop_;
+  Statistics& statistics_;
+  LogFamily family_;
+  Pacer pacer_;
+  std::unique_ptr<VeltDebugInfo> channel_;
+};
+
+}  // namespace velt::tools
+
+#endif

@@ -1,0 +1,43 @@
+// Standard input, read in blocks between two stop signals.
+#include "tools/input.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <vector>
+
+namespace velt::tools {
+namespace {
+
+constexpr std::size_t kBlockBytes = 65536;
+
+// Returns once there is something to read, the input has ended, or a signal has come.
+void WaitForEither(int descriptor, int stop_descriptor) {
+  std::array<pollfd, 2> waited{{{descriptor, POLLIN, 0}, {stop_descriptor, POLLIN, 0}}};
+  (void)poll(waited.data(), waited.size(), -1);  // the caller asks both again, whatever ended the wait
+}
+
+bool IsTemporary(int reason) { return reason == EINTR || reason == EAGAIN || reason == EWOULDBLOCK; }
+
+}  // namespace
+
+int ReadInput(int descriptor, StopSignal& stop, LineSplitter& lines) {
+  std::vector<char> block(kBlockBytes);
+  for (;;) {
+    WaitForEither(descriptor, stop.Descriptor());
+    if (stop.Raised()) return 0;
+    pollfd input{descriptor, POLLIN, 0};
+    if (poll(&input, 1, 0) == 0) continue;  // a read would wait, deaf to signals
+    ssize_t const count = read(descriptor, block.data(), block.size());
+    if (count == 0) return 0;
+    if (count > 0) {
+      lines.Push({block.data(), static_cast<std::size_t>(count)});
+    } else if (int const reason = errno; !IsTemporary(reason)) {
+      return reason;
+    }
+  }
+}
+
+}  // namespace velt::tools

@@ -1,0 +1,64 @@
+// Cuts a stream of bytes into the messages that veltpipe traces.
+#include "tools/line_splitter.h"
+
+#include <utility>
+
+namespace velt::tools {
+namespace {
+
+std::size_t SequenceLength(unsigned char lead) {
+  if (lead >= 0xF0) return 4;
+  if (lead >= 0xE0) return 3;
+  return lead >= 0xC0 ? 2 : 1;
+}
+
+// Where `text` can end without cutting a UTF-8 sequence that its last bytes begin; its whole length when they
+// complete one, or are no UTF-8.
+std::size_t WholeSequences(std::string const& text) {
+  for (std::size_t back = 1; back <= 3 && back < text.size(); ++back) {
+    auto const byte = static_cast<unsigned char>(text[text.size() - back]);
+    if ((byte & 0xC0U) == 0x80U) continue;  // inside a sequence
+    return SequenceLength(byte) > back ? text.size() - back : text.size();
+  }
+  return text.size();
+}
+
+}  // namespace
+
+LineSplitter::LineSplitter(Sink sink) : sink_(std::move(sink)) { pending_.reserve(kLongestMessage); }
+
+void LineSplitter::Push(std::string_view bytes) {
+  for (char const byte : bytes) {
+    if (byte == '\n') {
+      EmitLine();
+    } else if (byte == '\0') {
+      Append("\\0");
+    } else {
+      Append({&byte, 1});
+    }
+  }
+}
+
+void LineSplitter::Finish() {
+  if (!pending_.empty()) EmitLine();
+}
+
+void LineSplitter::Append(std::string_view piece) {
+  if (pending_.size() + piece.size() > kLongestMessage) EmitHead();
+  pending_ += piece;
+}
+
+void LineSplitter::EmitHead() {
+  std::string rest = pending_.substr(WholeSequences(pending_));
+  pending_.resize(pending_.size() - rest.size());
+  sink_(pending_);
+  pending_ = std::move(rest);
+}
+
+void LineSplitter::EmitLine() {
+  ++lines_;
+  sink_(pending_);
+  pending_.clear();
+}
+
+}  // namespace velt::tools

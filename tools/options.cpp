@@ -1,0 +1,161 @@
+// The command line of veltpipe.
+#include "tools/options.h"
+
+#include <getopt.h>
+#include <unistd.h>
+
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <system_error>
+
+namespace velt::tools {
+namespace {
+
+constexpr int kLargestSizeMb = 50;
+constexpr int kMostArchives = 200;
+constexpr int kHighestLevel = 31;
+constexpr std::size_t kLongestName = 233;  // 255 of a file name less the time, ".log" and ".gz"
+
+enum Key { kName = 256, kDir, kSize, kKeep, kModule, kLevel, kPrint, kConfig, kStats, kHelp, kVersion };
+
+constexpr std::array<option, 12> kLongOptions{{{"name", required_argument, nullptr, kName},
+                                               {"dir", required_argument, nullptr, kDir},
+                                               {"size", required_argument, nullptr, kSize},
+                                               {"keep", required_argument, nullptr, kKeep},
+                                               {"module", required_argument, nullptr, kModule},
+                                               {"level", required_argument, nullptr, kLevel},
+                                               {"print", no_argument, nullptr, kPrint},
+                                               {"config", required_argument, nullptr, kConfig},
+                                               {"stats", no_argument, nullptr, kStats},
+                                               {"help", no_argument, nullptr, kHelp},
+                                               {"version", no_argument, nullptr, kVersion},
+                                               {nullptr, 0, nullptr, 0}}};
+
+bool Complain(std::string const& what) {
+  std::fprintf(stderr, "veltpipe: %s\n", what.c_str());
+  return false;
+}
+
+// The whole text has to be one decimal number of the range; `value` stays as it was otherwise.
+std::optional<int> NumberIn(std::string const& text, int low, int high) {
+  int number = 0;
+  char const* const end = text.data() + text.size();
+  auto const [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stop != end || number < low || number > high) return std::nullopt;
+  return number;
+}
+
+std::optional<int> NumberOption(char const* option_name, int low, int high) {
+  auto const number = NumberIn(optarg, low, high);
+  if (!number) {
+    Complain(std::string(option_name) + " takes a number from " + std::to_string(low) + " to " +
+             std::to_string(high) + ", not \"" + optarg + "\"");
+  }
+  return number;
+}
+
+bool TakeOption(int key, CommandLine& line) {
+  Options& options = line.options;
+  switch (key) {
+    case kName:
+      options.name = optarg;
+      return true;
+    case kDir:
+      options.directory = optarg;
+      return true;
+    case kModule:
+      options.module = optarg;
+      return true;
+    case kConfig:
+      options.config_file = optarg;
+      return true;
+    case kPrint:
+      options.print = true;
+      return true;
+    case kStats:
+      options.stats = true;
+      return true;
+    case kSize:
+      options.size_mb = NumberOption("--size", 1, kLargestSizeMb);
+      return options.size_mb.has_value();
+    case kKeep:
+      options.keep_files = NumberOption("--keep", 1, kMostArchives);
+      return options.keep_files.has_value();
+    case kLevel: {
+      auto const level = NumberOption("--level", 0, kHighestLevel);
+      options.level = level.value_or(options.level);
+      return level.has_value();
+    }
+    case kHelp:
+      line.request = Request::kHelp;
+      return true;
+    case kVersion:
+      line.request = Request::kVersion;
+      return true;
+    default:
+      return false;  // getopt_long has said what is wrong
+  }
+}
+
+bool IsUsable(Options const& options) {
+  if (options.name.empty()) return Complain("--name is missing or empty");
+  if (options.name.find('/') != std::string::npos) return Complain("--name must not contain a \"/\"");
+  if (options.name.size() > kLongestName) return Complain("--name is longer than 233 characters");
+  if (options.directory.empty()) return Complain("--dir is missing or empty");
+  if (options.module.find('\n') != std::string::npos) return Complain("--module must be one line");
+  if (!options.config_file.empty() && access(options.config_file.c_str(), R_OK) != 0) {
+    return Complain("cannot read the configuration \"" + options.config_file + "\"");
+  }
+  return true;
+}
+
+CommandLine UsageError() {
+  std::fputs("Try 'veltpipe --help'.\n", stderr);
+  return {};
+}
+
+}  // namespace
+
+CommandLine ParseCommandLine(int argc, char** argv) {
+  CommandLine line;
+  line.request = Request::kRun;
+  int key = 0;
+  while ((key = getopt_long(argc, argv, "", kLongOptions.data(), nullptr)) != -1) {
+    if (!TakeOption(key, line)) return UsageError();
+    if (line.request != Request::kRun) return line;  // nothing after --help or --version matters
+  }
+  if (optind < argc) {
+    Complain("unexpected argument \"" + std::string(argv[optind]) + "\"");
+    return UsageError();
+  }
+  return IsUsable(line.options) ? line : UsageError();
+}
+
+char const* HelpText() {
+  return R"(Usage: some-program 2>&1 | veltpipe --name NAME --dir DIR [OPTION]...
+Trace each line of standard input into the log family DIR/NAME<date>_<time>.log: a file that has outgrown its
+limit is compressed and a new one begun, and only the newest archives are kept.
+
+  --name NAME    what the file names begin with, as it is
+  --dir DIR      where they are; created with its parents when it is missing
+  --size MB      limit of one file, 1 to 50 (default 5)
+  --keep COUNT   archives kept, 1 to 200 (default 30)
+  --module NAME  module that stands in each record (default app)
+  --level LEVEL  level of each record, 0 to 31 (default 3); 0 to 3 show as A, E, W, I
+  --print        copy each record to standard output
+  --config FILE  take limits from a debug configuration file; an option given here wins over the file
+  --stats        report lines, records, retries and rotations on standard error at the end
+  --help         show this text
+  --version      show the version
+
+A line of more than 2048 characters becomes several records; a NUL byte becomes the two characters \0.
+When the log is slower than the input, the input waits: at most one file a second is filled.
+SIGTERM, SIGINT and SIGHUP end it once everything that was read is written.
+One veltpipe at a time may write a family.
+
+Exit status: 0 when every line read was traced, 1 when not, 2 for a wrong command line.
+)";
+}
+
+}  // namespace velt::tools

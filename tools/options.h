@@ -1,0 +1,37 @@
+// The command line of veltpipe.
+#ifndef VELT_TOOLS_OPTIONS_H
+#define VELT_TOOLS_OPTIONS_H
+
+#include <optional>
+#include <string>
+
+namespace velt::tools {
+
+struct Options {
+  std::string name;         // what the file names begin with
+  std::string directory;    // may be missing yet
+  std::string config_file;  // empty: none
+  std::string module = "app";
+  int level = 3;
+  std::optional<int> size_mb;     // absent: the configuration decides
+  std::optional<int> keep_files;  // absent: the configuration decides
+  bool print = false;
+  bool stats = false;
+};
+
+enum class Request { kRun, kHelp, kVersion, kUsageError };
+
+struct CommandLine {
+  Request request = Request::kUsageError;
+  Options options;  // complete and within bounds for kRun only
+};
+
+// Reads the arguments. What is wrong with them is said on standard error; the request is then kUsageError.
+CommandLine ParseCommandLine(int argc, char** argv);
+
+// The text of --help, ending in a newline.
+char const* HelpText();
+
+}  // namespace velt::tools
+
+#endif

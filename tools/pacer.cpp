@@ -1,0 +1,139 @@
+// Holds the input back so that no two files of the family are opened within one second.
+#include "tools/pacer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+namespace velt::tools {
+namespace {
+
+using Clock = StopSignal::Clock;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr milliseconds kLookEvery(20);
+constexpr seconds kQuietTime(1);  // after which a file that should grow is taken to be stuck
+constexpr seconds kGrace(3);      // the channel tries to open a file every second
+constexpr seconds kExplainAfter(10);
+
+// Far more than a file can hold beyond what is counted: its head, and a line for each new day.
+constexpr std::uint64_t kUncountedBytes = 65536;
+
+}  // namespace
+
+Pacer::Pacer(LogFamily& family, StopSignal& stop, Statistics& statistics, std::uint64_t file_limit_bytes)
+    : family_(family),
+      stop_(stop),
+      statistics_(statistics),
+      limit_bytes_(file_limit_bytes),
+      last_move_(Clock::now()),
+      last_record_(last_move_) {}
+
+void Pacer::WaitForFreeSecond() {
+  while (family_.SecondIsTaken()) stop_.Pause(kLookEvery);
+}
+
+bool Pacer::WaitForFirstFile(VeltDebugInfo& channel) {
+  while (!family_.FindNewerLog()) {
+    if (stop_.Raised()) return false;  // nothing was read yet
+    (void)channel.Init();              // the thread may not have started for want of memory
+    ExplainWait();
+    stop_.Pause(kLookEvery);
+  }
+  has_file_ = true;
+  NoteMove();
+  return true;
+}
+
+bool Pacer::Admit(std::size_t record_bytes) {
+  if (given_up_) return false;
+  if (!MayOutgrow(record_bytes)) return true;
+  Look();
+  if (expected_bytes_ > limit_bytes_ && !WaitForNewerFile()) return false;
+  if (MayOutgrow(record_bytes)) WaitForFreeSecond();
+  return true;
+}
+
+void Pacer::Count(std::size_t record_bytes) {
+  expected_bytes_ += record_bytes;
+  last_record_ = Clock::now();
+}
+
+bool Pacer::IsHopeless() {
+  Look();
+  return stop_.Raised() && Clock::now() - std::max(stop_.RaisedAt(), last_move_) > kGrace;
+}
+
+void Pacer::CheckEnd() {
+  if (family_.FindNewerLog()) {
+    if (has_file_) ++statistics_.files_rotated;
+    return;
+  }
+  Look();
+  statistics_.no_log_file = seen_.log_bytes < 0;
+  auto const held = static_cast<std::uint64_t>(std::max<std::int64_t>(seen_.log_bytes, 0));
+  if (expected_bytes_ > held) statistics_.bytes_missing += expected_bytes_ - held;
+}
+
+bool Pacer::MayOutgrow(std::size_t record_bytes) const {
+  return expected_bytes_ + record_bytes + kUncountedBytes > limit_bytes_;
+}
+
+bool Pacer::WaitForNewerFile() {
+  while (!family_.FindNewerLog()) {
+    if (IsHopeless()) {
+      given_up_ = true;
+      return false;
+    }
+    if (IsStuck()) {
+      GoOnDespiteRefusal();
+      return true;
+    }
+    ExplainWait();
+    stop_.Pause(kLookEvery);
+  }
+  ++statistics_.files_rotated;
+  expected_bytes_ = 0;
+  probed_at_bytes_ = -1;
+  Look();
+  return true;
+}
+
+// The file is still below its limit although more was traced than it may hold, and it does not grow.
+bool Pacer::IsStuck() const {
+  bool const below_limit =
+      seen_.log_bytes >= 0 && static_cast<std::uint64_t>(seen_.log_bytes) <= limit_bytes_;
+  return below_limit && Clock::now() - std::max(last_move_, last_record_) > kQuietTime;
+}
+
+// A device that is merely slow must not get another file's worth, so one record goes at a time. When one has
+// arrived and the file is quiet again, everything before it was taken from the queue: the count starts anew
+// from the file.
+void Pacer::GoOnDespiteRefusal() {
+  bool const arrived = probed_at_bytes_ >= 0 && seen_.log_bytes > probed_at_bytes_;
+  if (arrived) {
+    auto const held = static_cast<std::uint64_t>(seen_.log_bytes);
+    statistics_.bytes_missing += expected_bytes_ - held;
+    expected_bytes_ = held;
+  }
+  probed_at_bytes_ = arrived ? -1 : seen_.log_bytes;
+}
+
+void Pacer::Look() {
+  LogFamily::Footprint const now = family_.Measure();
+  if (!(now == seen_)) NoteMove();
+  seen_ = now;
+  if (now.log_bytes > 0)
+    expected_bytes_ = std::max(expected_bytes_, static_cast<std::uint64_t>(now.log_bytes));
+}
+
+void Pacer::NoteMove() { last_move_ = Clock::now(); }
+
+void Pacer::ExplainWait() {
+  if (explained_ || Clock::now() - last_move_ < kExplainAfter) return;
+  explained_ = true;
+  std::fprintf(stderr, "veltpipe: waiting for a log file to be opened in %s\n", family_.Directory().c_str());
+}
+
+}  // namespace velt::tools

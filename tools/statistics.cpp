@@ -1,0 +1,31 @@
+// What a run of veltpipe did.
+#include "tools/statistics.h"
+
+#include <cinttypes>
+
+namespace velt::tools {
+
+bool HasLoss(Statistics const& statistics) {
+  return statistics.records_given_up != 0 || statistics.bytes_missing != 0 || statistics.no_log_file;
+}
+
+void PrintLoss(Statistics const& statistics, std::FILE* out) {
+  if (statistics.no_log_file) std::fputs("veltpipe: no log file could be opened at the end\n", out);
+  if (statistics.records_given_up != 0) {
+    std::fprintf(out, "veltpipe: %" PRIu64 " records were read but not traced\n",
+                 statistics.records_given_up);
+  }
+  if (statistics.bytes_missing != 0) {
+    std::fprintf(out, "veltpipe: at least %" PRIu64 " bytes of records did not get into the log file\n",
+                 statistics.bytes_missing);
+  }
+}
+
+void PrintStatistics(Statistics const& statistics, std::FILE* out) {
+  std::fprintf(out,
+               "veltpipe: lines in %" PRIu64 ", records out %" PRIu64 ", retries %" PRIu64
+               ", files rotated %" PRIu64 "\n",
+               statistics.lines_in, statistics.records_out, statistics.retries, statistics.files_rotated);
+}
+
+}  // namespace velt::tools

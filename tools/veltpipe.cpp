@@ -1,0 +1,111 @@
+// veltpipe: standard input, line by line, into a rotated and compressed log family.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <string>
+
+#include "velt/config.h"
+
+#include "tools/feeder.h"
+#include "tools/input.h"
+#include "tools/limits.h"
+#include "tools/line_splitter.h"
+#include "tools/options.h"
+#include "tools/statistics.h"
+#include "tools/stop_signal.h"
+
+namespace {
+
+using namespace velt::tools;
+
+constexpr int kSuccess = 0;
+constexpr int kLoss = 1;
+constexpr int kUsage = 2;
+
+// Where a caller closed a standard stream, its number must not become that of a log file.
+void OccupyStandardStreams() {
+  int descriptor = 0;
+  do {
+    descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor >= 0) close(descriptor);
+}
+
+// A reader of standard output that has gone, and a limit on file sizes, are errors of one write, not the end.
+void IgnoreWriteSignals() {
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGXFSZ, SIG_IGN);
+}
+
+bool PrepareDirectory(std::string const& directory) {
+  errno = 0;
+  if (VeltMakeDirEx(directory.c_str()) != 0) {
+    int const reason = errno;
+    std::fprintf(stderr, "veltpipe: cannot create the directory %s%s%s\n", directory.c_str(),
+                 reason == 0 ? "" : ": ", reason == 0 ? "" : std::strerror(reason));
+    return false;
+  }
+  struct stat info {};
+  if (stat(directory.c_str(), &info) == 0 && !S_ISDIR(info.st_mode)) {
+    std::fprintf(stderr, "veltpipe: %s is not a directory\n", directory.c_str());
+    return false;
+  }
+  if (access(directory.c_str(), W_OK | X_OK) != 0) {
+    std::fprintf(stderr, "veltpipe: cannot write in %s: %s\n", directory.c_str(), std::strerror(errno));
+    return false;
+  }
+  return true;
+}
+
+int Run(Options const& options) {
+  OccupyStandardStreams();
+  IgnoreWriteSignals();
+  StopSignal stop;
+  if (!PrepareDirectory(options.directory)) return kLoss;
+
+  Statistics statistics;
+  Feeder feeder(options, LimitsFor(options), stop, statistics);
+  LineSplitter lines([&feeder](std::string const& message) { feeder.Feed(message); });
+  int const read_error = ReadInput(STDIN_FILENO, stop, lines);
+  lines.Finish();
+  feeder.Finish();
+  statistics.lines_in = lines.Lines();
+
+  if (read_error != 0)
+    std::fprintf(stderr, "veltpipe: cannot read standard input: %s\n", std::strerror(read_error));
+  PrintLoss(statistics, stderr);
+  if (options.stats) PrintStatistics(statistics, stderr);
+  return read_error == 0 && !HasLoss(statistics) ? kSuccess : kLoss;
+}
+
+int Serve(int argc, char** argv) {
+  CommandLine const line = ParseCommandLine(argc, argv);
+  switch (line.request) {
+    case Request::kHelp:
+      return std::fputs(HelpText(), stdout) < 0 ? kLoss : kSuccess;
+    case Request::kVersion:
+      return std::puts("veltpipe " VELT_VERSION) < 0 ? kLoss : kSuccess;
+    case Request::kUsageError:
+      return kUsage;
+    case Request::kRun:
+      break;
+  }
+  return Run(line.options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Serve(argc, argv);
+  } catch (std::exception const& problem) {
+    std::fprintf(stderr, "veltpipe: %s\n", problem.what());
+    return kLoss;
+  }
+}
