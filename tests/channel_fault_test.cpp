@@ -85,7 +85,8 @@ std::string ReadFifos(std::string const& directory, std::vector<std::string> con
   std::vector<int> fds;
   fds.reserve(names.size());
   for (auto const& name : names) {
-    std::string const path = directory + "/" + name;
+    std::string path = directory;
+    path.append("/").append(name);
     fds.push_back(open(path.c_str(), O_RDONLY | O_NONBLOCK));
   }
   std::string text;

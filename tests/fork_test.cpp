@@ -24,16 +24,6 @@
 #define VELT_CHILD_CANNOT_START_THREADS 0
 #endif
 
-#if defined(__SANITIZE_ADDRESS__)
-// Memory that only the parent's threads refer to looks lost to the leak check of a child that exits: it has
-// none of their stacks. The parent itself is checked.
-namespace {
-bool leak_check_is_meaningless = false;
-}
-extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off();
-extern "C" int __lsan_is_turned_off() { return leak_check_is_meaningless ? 1 : 0; }
-#endif
-
 namespace velt::test {
 namespace {
 
@@ -46,9 +36,6 @@ int Fork(std::function<int()> const& body) {
   std::fflush(nullptr);
   pid_t const child = fork();
   if (child == 0) {
-#if defined(__SANITIZE_ADDRESS__)
-    leak_check_is_meaningless = true;
-#endif
     _exit(body());
   }
   int status = 0;

@@ -15,10 +15,12 @@ OutDataUnit::~OutDataUnit() {
 }
 
 // A class derived from this one has another size, and memory from the allocator.
+// NOLINTNEXTLINE(misc-new-delete-overloads): the match is the delete that is told the size
 void* OutDataUnit::operator new(std::size_t size) {
   return size == sizeof(OutDataUnit) ? velt::TakeNode()->record : ::operator new(size);
 }
 
+// NOLINTNEXTLINE(misc-new-delete-overloads): no constructor of a record throws
 void* OutDataUnit::operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept try {
   return OutDataUnit::operator new(size);
 } catch (std::bad_alloc const&) {

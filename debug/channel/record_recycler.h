@@ -34,8 +34,8 @@ void TrimIdleNodes() noexcept;
 // Nodes in the depot now, for tests.
 std::size_t IdleNodesInDepot() noexcept;
 
-// Around a fork: the depot is locked over it, so that the child's copy is whole. The child then sets aside the
-// nodes of threads that only the parent has, and unlocks.
+// Around a fork: the depot is locked over it, so that the child's copy is whole. The child then sets aside
+// the nodes of threads that only the parent has, and unlocks.
 void LockIdleNodes() noexcept;
 void UnlockIdleNodes() noexcept;
 void KeepOwnIdleNodesInChild() noexcept;

@@ -51,13 +51,15 @@ class VELT_EXPORT OutDataUnit {
   OutDataUnit(OutDataUnit const&) = delete;
   OutDataUnit& operator=(OutDataUnit const&) = delete;
 
-  // The memory of records is recycled: see the allocator's figures of a queue that one thread fills and
-  // another empties. Other forms of new work as everywhere.
+  // The memory of records is recycled: one thread fills a queue and another empties it, which allocators are
+  // slow at. The other forms of new work as everywhere. NOLINTBEGIN(misc-new-delete-overloads): the match is
+  // the delete that is told the size
   static void* operator new(std::size_t size);
   static void* operator new(std::size_t size, std::nothrow_t const&) noexcept;
   static void* operator new(std::size_t, void* at) noexcept { return at; }
   static void operator delete(void* memory, std::size_t size) noexcept;
   static void operator delete(void*, void*) noexcept {}
+  // NOLINTEND(misc-new-delete-overloads)
 
   char* m_pTimeStamp = nullptr;  // "2026-11-15 08:52:13.123456" and a NUL, in an array of 512 bytes
   int64_t m_nThreadId = 0;       // kernel thread id of the tracing thread

@@ -62,15 +62,18 @@ mode_t ModeOf(std::string const& path) {
 std::vector<std::string> ListDir(std::string const& path) {
   std::vector<std::string> names;
   std::error_code failed;
-  for (auto const& entry : fs::directory_iterator(path, failed)) names.push_back(entry.path().filename().string());
+  for (auto const& entry : fs::directory_iterator(path, failed))
+    names.push_back(entry.path().filename().string());
   std::sort(names.begin(), names.end());
   return names;
 }
 
-std::vector<std::string> FilesOf(std::string const& directory, std::string const& prefix, std::string const& suffix) {
+std::vector<std::string> FilesOf(std::string const& directory, std::string const& prefix,
+                                 std::string const& suffix) {
   std::vector<std::string> found;
   for (auto const& name : ListDir(directory)) {
-    bool const fits = name.size() >= prefix.size() + suffix.size() && name.compare(0, prefix.size(), prefix) == 0 &&
+    bool const fits = name.size() >= prefix.size() + suffix.size() &&
+                      name.compare(0, prefix.size(), prefix) == 0 &&
                       name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0;
     if (fits) found.push_back(name);
   }
@@ -79,7 +82,8 @@ std::vector<std::string> FilesOf(std::string const& directory, std::string const
 
 std::string ReadFamily(std::string const& directory, std::string const& prefix) {
   std::map<std::string, std::string> content;  // by the name of the plain file
-  for (auto const& name : FilesOf(directory, prefix, ".log")) content[name] = ReadFile(directory + "/" + name);
+  for (auto const& name : FilesOf(directory, prefix, ".log"))
+    content[name] = ReadFile(directory + "/" + name);
   for (auto const& name : FilesOf(directory, prefix, ".log.gz")) {
     content[name.substr(0, name.size() - 3)] = ReadGzip(directory + "/" + name);
   }
@@ -97,7 +101,8 @@ std::vector<std::string> Lines(std::string const& text) {
 
 std::size_t CountOf(std::string const& text, std::string const& piece) {
   std::size_t count = 0;
-  for (std::size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + piece.size())) ++count;
+  for (std::size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + piece.size()))
+    ++count;
   return count;
 }
 

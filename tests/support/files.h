@@ -17,25 +17,26 @@ class ScratchDir {
   ScratchDir(ScratchDir const&) = delete;
   ScratchDir& operator=(ScratchDir const&) = delete;
 
-  std::string const& Path() const { return path_; }                                  // without a '/' at its end
+  std::string const& Path() const { return path_; }  // without a '/' at its end
   std::string operator/(std::string const& name) const { return path_ + "/" + name; }
 
  private:
   std::string path_;
 };
 
-std::string ReadFile(std::string const& path);           // empty when it cannot be read
-std::string ReadGzip(std::string const& path);           // unpacked; empty when it cannot be read
+std::string ReadFile(std::string const& path);  // empty when it cannot be read
+std::string ReadGzip(std::string const& path);  // unpacked; empty when it cannot be read
 void WriteFile(std::string const& path, std::string const& content);
 bool Exists(std::string const& path);
-mode_t ModeOf(std::string const& path);                  // permission bits; 0 when it does not exist
+mode_t ModeOf(std::string const& path);                     // permission bits; 0 when it does not exist
 std::vector<std::string> ListDir(std::string const& path);  // sorted names without "." and ".."
 
 // Names in `directory` that begin with `prefix` and end in `suffix`, sorted.
-std::vector<std::string> FilesOf(std::string const& directory, std::string const& prefix, std::string const& suffix);
+std::vector<std::string> FilesOf(std::string const& directory, std::string const& prefix,
+                                 std::string const& suffix);
 
-// The content of every .log and .log.gz of a family in the order of their names; a name that is there in both forms
-// counts once, as the archive.
+// The content of every .log and .log.gz of a family in the order of their names; a name that is there in both
+// forms counts once, as the archive.
 std::string ReadFamily(std::string const& directory, std::string const& prefix);
 
 std::vector<std::string> Lines(std::string const& text);

@@ -37,7 +37,8 @@ struct Pipe {
 };
 
 // Feeds and drains the child until both outputs end or the time is up; returns whether they ended.
-bool Pump(Pipe& in, Pipe& out, Pipe& err, std::string const& input, Outcome& outcome, Clock::time_point deadline) {
+bool Pump(Pipe& in, Pipe& out, Pipe& err, std::string const& input, Outcome& outcome,
+          Clock::time_point deadline) {
   std::size_t fed = 0;
   if (input.empty()) in.CloseWrite();
   while (out.end[0] >= 0 || err.end[0] >= 0) {
@@ -75,7 +76,8 @@ void Reap(pid_t child, bool ended, Outcome& outcome, Clock::time_point deadline)
   outcome.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
 }
 
-Outcome RunForked(std::function<int()> const& body, std::string const& input, std::chrono::milliseconds limit) {
+Outcome RunForked(std::function<int()> const& body, std::string const& input,
+                  std::chrono::milliseconds limit) {
   auto const deadline = Clock::now() + limit;
   Pipe in;
   Pipe out;
@@ -157,7 +159,8 @@ std::string CaptureStdout::Text() {
   close(saved_);
   lseek(file_, 0, SEEK_SET);
   char block[65536];
-  for (ssize_t n = 0; (n = read(file_, block, sizeof block)) > 0;) text_.append(block, static_cast<std::size_t>(n));
+  for (ssize_t n = 0; (n = read(file_, block, sizeof block)) > 0;)
+    text_.append(block, static_cast<std::size_t>(n));
   close(file_);
   file_ = -1;
   return text_;

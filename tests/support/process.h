@@ -19,12 +19,13 @@ void WaitForNextSecond();
 struct Outcome {
   int exit_code = -1;  // -1 when a signal ended it
   int signal = 0;
-  std::string out;     // standard output
-  std::string err;     // standard error
+  std::string out;  // standard output
+  std::string err;  // standard error
 };
 
-// Runs `body` in a fork of this process and reaps it; the child ends with _exit(body()). Standard streams are captured.
-// The child is killed after `limit` (signal is then SIGKILL). Call it while this process has one thread.
+// Runs `body` in a fork of this process and reaps it; the child ends with _exit(body()). Standard streams are
+// captured. The child is killed after `limit` (signal is then SIGKILL). Call it while this process has one
+// thread.
 Outcome RunInChild(std::function<int()> const& body,
                    std::chrono::milliseconds limit = std::chrono::milliseconds(120'000));
 
