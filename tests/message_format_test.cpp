@@ -1,7 +1,10 @@
 #include "platform/message_format.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -137,6 +140,74 @@ TEST(MessageFormatTest, ANullTextArgumentIsSpelledOut) {
 
   EXPECT_EQ(length, 8);
   EXPECT_STREQ(buffer, "[(null)]");
+}
+
+// What the C library makes of the same call, cut to the same buffer.
+template <typename... Args>
+void ExpectLikeTheCLibrary(char const* format, Args... args) {
+  for (std::size_t capacity : {1U, 2U, 5U, 9U, 24U, 64U}) {
+    char ours[64];
+    char theirs[64];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+    int const length = std::snprintf(theirs, capacity, format, args...);
+#pragma GCC diagnostic pop
+    int const kept = std::min(length, static_cast<int>(capacity) - 1);
+
+    EXPECT_EQ(Expand(ours, capacity, format, args...), kept) << format << " in " << capacity;
+    EXPECT_EQ(std::string(ours, static_cast<std::size_t>(kept) + 1),
+              std::string(theirs, static_cast<std::size_t>(kept) + 1))
+        << format << " in " << capacity;
+  }
+}
+
+TEST(MessageFormatTest, NumbersAreThoseOfTheCLibrary) {
+  for (int const number : {0, 1, -1, 42, -99999, INT_MAX, INT_MIN}) {
+    ExpectLikeTheCLibrary("%d", number);
+    ExpectLikeTheCLibrary("<%i>", number);
+    ExpectLikeTheCLibrary("%u", static_cast<unsigned>(number));
+    ExpectLikeTheCLibrary("%x %X %o", static_cast<unsigned>(number), 1U, 8U);
+    ExpectLikeTheCLibrary("%5d|%-5d|%05d|%+d", number, number, number, number);
+  }
+  for (long const number : {0L, -1L, LONG_MAX, LONG_MIN}) {
+    ExpectLikeTheCLibrary("%ld", number);
+    ExpectLikeTheCLibrary("%li,%lu", number, static_cast<unsigned long>(number));
+    ExpectLikeTheCLibrary("%zu", static_cast<std::size_t>(number));
+    ExpectLikeTheCLibrary("%zd", static_cast<ssize_t>(number));
+    ExpectLikeTheCLibrary("%lld %llu", static_cast<long long>(number),
+                          static_cast<unsigned long long>(number));
+  }
+  ExpectLikeTheCLibrary("%hd %hhu", 70000, 300);
+  ExpectLikeTheCLibrary("%.3f %g", 2.5, 1e100);
+}
+
+TEST(MessageFormatTest, TextsAndCharactersAreThoseOfTheCLibrary) {
+  ExpectLikeTheCLibrary("");
+  ExpectLikeTheCLibrary("plain");
+  ExpectLikeTheCLibrary("100%%");
+  ExpectLikeTheCLibrary("%%%s%%", "x");
+  ExpectLikeTheCLibrary("%c%c", 'a', '\0');
+  ExpectLikeTheCLibrary("%c", 0xE9);
+  ExpectLikeTheCLibrary("%s", "");
+  ExpectLikeTheCLibrary("%s and %s", "one", "a text that is longer than most of the buffers");
+  ExpectLikeTheCLibrary("%.2s|%8s|%-8s|", "abc", "abc", "abc");
+  ExpectLikeTheCLibrary("%s %d %5.1f %s", "mixed", 3, 2.25, "later");
+  ExpectLikeTheCLibrary("%*d", 6, 42);
+  ExpectLikeTheCLibrary("%2$s %1$d", 7, "ab");
+  ExpectLikeTheCLibrary("%p", static_cast<void*>(nullptr));
+}
+
+TEST(MessageFormatTest, AFieldOfAMillionCharactersFailsAtOnceAndASmallerOneIsCut) {
+  char buffer[16] = "unset";
+
+  EXPECT_EQ(Expand(buffer, sizeof buffer, "%1000000d", 1), -1);
+  EXPECT_EQ(errno, EOVERFLOW);
+  EXPECT_EQ(Expand(buffer, sizeof buffer, "%2147483647d", 1), -1);
+  EXPECT_EQ(Expand(buffer, sizeof buffer, "x%-.2147483647d", 1), -1);
+  EXPECT_EQ(Expand(buffer, sizeof buffer, "%999999d", 1), 15);
+  EXPECT_STREQ(buffer, "               ");
+  EXPECT_EQ(Expand(buffer, sizeof buffer, "%%1000000d %.1f", 1.0), 13) << "no conversion, only text";
 }
 
 }  // namespace

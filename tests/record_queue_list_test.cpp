@@ -1,0 +1,226 @@
+// The queue of a channel as the output thread uses it: all blocks at once, counted until they are dealt with.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <future>
+#include <thread>
+#include <vector>
+
+#include <ace/Message_Block.h>
+#include <ace/OS_NS_sys_time.h>
+
+#include "velt/channel.h"
+
+#include "tests/support/process.h"
+
+namespace velt::test {
+namespace {
+
+ACE_Message_Block* NewBlock() { return new ACE_Message_Block(sizeof(OutDataUnit)); }
+
+ACE_Time_Value In(time_t seconds) { return ACE_OS::gettimeofday() + ACE_Time_Value(seconds); }
+
+std::vector<ACE_Message_Block*> Fill(VeltRecordQueue& queue, int count) {
+  std::vector<ACE_Message_Block*> blocks;
+  for (int i = 0; i < count; ++i) {
+    blocks.push_back(NewBlock());
+    ACE_Time_Value deadline = In(60);
+    EXPECT_TRUE(queue.EnqueueRecord(blocks.back(), deadline));
+  }
+  return blocks;
+}
+
+std::vector<ACE_Message_Block*> BlocksOf(ACE_Message_Block* chain) {
+  std::vector<ACE_Message_Block*> blocks;
+  for (; chain != nullptr; chain = chain->next()) blocks.push_back(chain);
+  return blocks;
+}
+
+void Release(std::vector<ACE_Message_Block*> const& blocks) {
+  for (ACE_Message_Block* const block : blocks) block->release();
+}
+
+TEST(RecordQueueListTest, TakingAllGivesEveryBlockInTheOrderTheyCame) {
+  VeltRecordQueue queue;
+  std::vector<ACE_Message_Block*> const blocks = Fill(queue, 3);
+
+  ACE_Message_Block* const list = queue.TakeAll(nullptr);
+
+  EXPECT_EQ(BlocksOf(list), blocks);
+  EXPECT_EQ(queue.TryDequeue(), nullptr);
+  Release(blocks);
+}
+
+TEST(RecordQueueListTest, WhatIsInHandIsCountedButForTheFirst) {
+  VeltRecordQueue queue;
+  std::vector<ACE_Message_Block*> const blocks = Fill(queue, 5);
+
+  queue.TakeAll(nullptr);
+  EXPECT_EQ(queue.message_count(), 4U);
+  EXPECT_EQ(queue.message_bytes(), 4 * sizeof(OutDataUnit));
+  queue.Settle(3);
+  EXPECT_EQ(queue.message_count(), 1U);
+  queue.Settle(1);
+
+  EXPECT_EQ(queue.message_count(), 0U);
+  EXPECT_EQ(queue.message_bytes(), 0U);
+  Release(blocks);
+}
+
+TEST(RecordQueueListTest, WhatIsPutBackComesBeforeWhatCameMeanwhile) {
+  VeltRecordQueue queue;
+  std::vector<ACE_Message_Block*> blocks = Fill(queue, 3);
+  ACE_Message_Block* const list = queue.TakeAll(nullptr);
+  std::vector<ACE_Message_Block*> const later = Fill(queue, 1);
+
+  queue.PutBack(list->next());
+
+  EXPECT_EQ(queue.message_count(), 3U);
+  EXPECT_EQ(queue.TryDequeue(), blocks[1]);
+  EXPECT_EQ(queue.TryDequeue(), blocks[2]);
+  EXPECT_EQ(queue.TryDequeue(), later[0]);
+  EXPECT_EQ(queue.TryDequeue(), nullptr);
+  EXPECT_EQ(queue.message_count(), 0U);
+  Release(blocks);
+  Release(later);
+}
+
+TEST(RecordQueueListTest, PuttingBackIntoAnEmptyQueueLeavesItsEndRight) {
+  VeltRecordQueue queue;
+  std::vector<ACE_Message_Block*> const blocks = Fill(queue, 2);
+  ACE_Message_Block* const list = queue.TakeAll(nullptr);
+
+  queue.PutBack(list->next());
+  queue.PutBack(nullptr);
+  std::vector<ACE_Message_Block*> const later = Fill(queue, 1);
+
+  EXPECT_EQ(queue.TryDequeue(), blocks[1]);
+  EXPECT_EQ(queue.TryDequeue(), later[0]);
+  Release(blocks);
+  Release(later);
+}
+
+TEST(RecordQueueListTest, TakingFromAnEmptyQueueEndsAtTheDeadline) {
+  VeltRecordQueue queue;
+  ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(0, 20'000);
+
+  errno = 0;
+  ACE_Message_Block* const list = queue.TakeAll(&deadline);
+  int const reason = errno;
+
+  EXPECT_EQ(list, nullptr);
+  EXPECT_EQ(reason, EWOULDBLOCK);
+  EXPECT_GE(ACE_OS::gettimeofday(), deadline);
+}
+
+TEST(RecordQueueListTest, ADeactivatedQueueGivesNothingAndTakesNothing) {
+  VeltRecordQueue queue;
+  queue.deactivate();
+  ACE_Message_Block* const block = NewBlock();
+  ACE_Time_Value deadline = In(60);
+
+  EXPECT_EQ(queue.TakeAll(nullptr), nullptr);
+  EXPECT_FALSE(queue.EnqueueRecord(block, deadline));
+  EXPECT_EQ(errno, ESHUTDOWN);
+
+  block->release();
+}
+
+TEST(RecordQueueListTest, ABlockWakesTheThreadThatWaits) {
+  VeltRecordQueue queue;
+  auto taken = std::async(std::launch::async, [&queue] { return queue.TakeAll(nullptr); });
+
+  std::vector<ACE_Message_Block*> const blocks = Fill(queue, 1);
+
+  EXPECT_EQ(taken.get(), blocks[0]);
+  Release(blocks);
+}
+
+TEST(RecordQueueListTest, AFullQueueRefusesAtTheDeadlineAndLeavesTheBlockToTheCaller) {
+  VeltRecordQueue queue;
+  queue.high_water_mark(2 * sizeof(OutDataUnit));
+  std::vector<ACE_Message_Block*> const blocks = Fill(queue, 2);
+  ACE_Message_Block* const third = NewBlock();
+  ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(0, 20'000);
+
+  bool const queued = queue.EnqueueRecord(third, deadline);
+  int const reason = errno;
+
+  EXPECT_FALSE(queued);
+  EXPECT_EQ(reason, EWOULDBLOCK);
+  EXPECT_EQ(queue.message_count(), 2U);
+  EXPECT_FALSE(queue.CallersWait());
+  third->release();
+  EXPECT_EQ(BlocksOf(queue.TakeAll(nullptr)), blocks);
+  Release(blocks);
+}
+
+TEST(RecordQueueListTest, SettlingLetsAsManyWaitingCallersInAsThereIsRoomFor) {
+  VeltRecordQueue queue;
+  queue.high_water_mark(4 * sizeof(OutDataUnit));
+  queue.low_water_mark(4 * sizeof(OutDataUnit));
+  std::vector<ACE_Message_Block*> const blocks = Fill(queue, 4);
+  std::vector<std::future<bool>> waiting;
+  std::vector<ACE_Message_Block*> late = {NewBlock(), NewBlock(), NewBlock()};
+  EXPECT_EQ(BlocksOf(queue.TakeAll(nullptr)), blocks);
+  std::vector<ACE_Message_Block*> const first = Fill(queue, 1);  // where the first of the list was
+  for (ACE_Message_Block* const block : late) {
+    waiting.push_back(std::async(std::launch::async, [&queue, block] {
+      ACE_Time_Value deadline = In(60);
+      return queue.EnqueueRecord(block, deadline);
+    }));
+  }
+  ASSERT_TRUE(WaitUntil([&queue] { return queue.CallersWait(); }));
+
+  queue.Settle(3);
+
+  for (auto& caller : waiting) EXPECT_TRUE(caller.get());
+  EXPECT_EQ(queue.message_count(), 4U);
+  EXPECT_EQ(BlocksOf(queue.TakeAll(nullptr)).size(), 4U);
+  Release(blocks);
+  Release(first);
+  Release(late);
+}
+
+TEST(RecordQueueListTest, BlocksOfManyThreadsAllComeOutEachThreadsInOrder) {
+  constexpr int kThreads = 4;
+  constexpr unsigned long kEach = 5000;
+  VeltRecordQueue queue;
+  queue.high_water_mark(100 * sizeof(OutDataUnit));
+  queue.low_water_mark(100 * sizeof(OutDataUnit));
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&queue, t] {
+      for (unsigned long i = 0; i < kEach; ++i) {
+        ACE_Message_Block* const block = NewBlock();
+        block->msg_priority(i * kThreads + static_cast<unsigned long>(t));
+        ACE_Time_Value deadline = In(60);
+        EXPECT_TRUE(queue.EnqueueRecord(block, deadline));
+      }
+    });
+  }
+
+  std::vector<unsigned long> next(kThreads, 0);
+  unsigned long seen = 0;
+  unsigned long out_of_order = 0;
+  while (seen < kThreads * kEach) {
+    std::vector<ACE_Message_Block*> const list = BlocksOf(queue.TakeAll(nullptr));
+    ASSERT_FALSE(list.empty());
+    for (ACE_Message_Block* const block : list) {
+      unsigned long const thread = block->msg_priority() % kThreads;
+      if (block->msg_priority() / kThreads != next[thread]) ++out_of_order;
+      ++next[thread];
+      block->release();
+    }
+    seen += list.size();
+    if (list.size() > 1) queue.Settle(list.size() - 1);
+  }
+  for (auto& thread : threads) thread.join();
+
+  EXPECT_EQ(out_of_order, 0U);
+  EXPECT_EQ(next, std::vector<unsigned long>(kThreads, kEach));
+  EXPECT_EQ(queue.message_count(), 0U);
+}
+
+}  // namespace
+}  // namespace velt::test

@@ -1,0 +1,208 @@
+// The recycling of record memory, and the way a record tells its own arrays from a host's.
+#include "debug/channel/record_recycler.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "velt/channel.h"
+
+#include "debug/channel/record_node.h"
+#include "tests/support/process.h"
+
+namespace velt::test {
+namespace {
+
+constexpr std::size_t kChain = 128;
+
+void TakeAndGiveBack(std::size_t count) {
+  std::vector<std::unique_ptr<OutDataUnit>> records;
+  for (std::size_t i = 0; i < count; ++i) records.push_back(std::make_unique<OutDataUnit>());
+}
+
+TEST(RecordRecyclerTest, ARecordThatIsFreedIsTheNextOneGivenOut) {
+  auto first = std::make_unique<OutDataUnit>();
+  OutDataUnit const* const memory = first.get();
+  first.reset();
+
+  auto const second = std::make_unique<OutDataUnit>();
+
+  EXPECT_EQ(second.get(), memory);
+}
+
+TEST(RecordRecyclerTest, RecordsInUseAreDistinctMemory) {
+  std::vector<std::unique_ptr<OutDataUnit>> records;
+  std::set<OutDataUnit*> memory;
+  for (std::size_t round = 0; round < 2; ++round) {
+    for (std::size_t i = 0; i < 1000; ++i) {
+      records.push_back(std::make_unique<OutDataUnit>());
+      memory.insert(records.back().get());
+    }
+    if (round == 0) {
+      records.clear();
+      memory.clear();
+    }
+  }
+
+  EXPECT_EQ(memory.size(), 1000U);
+}
+
+TEST(RecordRecyclerTest, AThreadKeepsTwoChainsAndHandsOnTheRest) {
+  TakeAndGiveBack(2 * kChain);
+  EXPECT_EQ(IdleNodesInDepot(), 0U);
+
+  TakeAndGiveBack(5 * kChain);
+
+  EXPECT_EQ(IdleNodesInDepot(), 3 * kChain);
+}
+
+TEST(RecordRecyclerTest, AnotherThreadTakesWhatThisOneGave) {
+  TakeAndGiveBack(5 * kChain);
+  ASSERT_EQ(IdleNodesInDepot(), 3 * kChain);
+
+  std::thread([] {
+    auto const record = std::make_unique<OutDataUnit>();
+    EXPECT_EQ(IdleNodesInDepot(), 2 * kChain);
+  }).join();
+}
+
+TEST(RecordRecyclerTest, AThreadThatEndsHandsOnItsFullChains) {
+  std::thread([] { TakeAndGiveBack(2 * kChain); }).join();
+
+  EXPECT_TRUE(WaitUntil([] { return IdleNodesInDepot() == 2 * kChain; }));
+}
+
+TEST(RecordRecyclerTest, TheDepotIsBounded) {
+  TakeAndGiveBack(140'000);
+
+  EXPECT_EQ(IdleNodesInDepot(), 131'072U);
+}
+
+TEST(RecordRecyclerTest, TrimmingEndsAtWhatAnIdleProcessKeeps) {
+  TakeAndGiveBack(40 * kChain);
+  ASSERT_TRUE(IdleNodesToTrim());
+
+  int trimmed = 0;
+  for (; IdleNodesToTrim(); ++trimmed) TrimIdleNodes();
+  TrimIdleNodes();
+
+  EXPECT_EQ(trimmed, 38 - 16);
+  EXPECT_EQ(IdleNodesInDepot(), 2048U);
+}
+
+TEST(RecordRecyclerTest, AnIdleOutputThreadGivesABurstsMemoryBack) {
+  char pattern[] = "/tmp/velt_recycler_XXXXXX";
+  ASSERT_NE(mkdtemp(pattern), nullptr);
+  {
+    VeltDebugInfo channel(pattern, "t_", "", false, false, 0, 1'000'000'000, 30, 10, false);
+    TakeAndGiveBack(40 * kChain);
+    ASSERT_TRUE(channel.Trace("m", VeltLogLevel{3}, "wakes the thread", nullptr, false, true));
+
+    EXPECT_TRUE(WaitUntil([] { return IdleNodesInDepot() <= 2048U; }));
+  }
+  EXPECT_EQ(std::system((std::string("rm -r ") + pattern).c_str()), 0);
+}
+
+TEST(RecordRecyclerTest, ManyThreadsMayGiveWhatOthersTook) {
+  std::vector<OutDataUnit*> records(20'000);
+  for (int round = 0; round < 3; ++round) {
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < 4; ++t) {
+      threads.emplace_back([&records, t] {
+        for (std::size_t i = t; i < records.size(); i += 4) records[i] = new OutDataUnit;
+      });
+    }
+    for (auto& thread : threads) thread.join();
+    threads.clear();
+    EXPECT_EQ(std::set<OutDataUnit*>(records.begin(), records.end()).size(), records.size());
+    for (std::size_t t = 0; t < 4; ++t) {
+      threads.emplace_back([&records, t] {
+        for (std::size_t i = (t + 1) % 4; i < records.size(); i += 4) delete records[i];
+      });
+    }
+    for (auto& thread : threads) thread.join();
+  }
+}
+
+TEST(RecordRecyclerTest, AForkedChildGoesOnWithWhatItsThreadHad) {
+  TakeAndGiveBack(10 * kChain);
+
+  Outcome const child = RunInChild([] {
+    TakeAndGiveBack(20 * kChain);
+    return IdleNodesInDepot() == 18 * kChain ? 0 : 1;
+  });
+
+  EXPECT_EQ(child.exit_code, 0);
+  EXPECT_EQ(IdleNodesInDepot(), 8 * kChain);
+}
+
+TEST(RecordMemoryTest, ARecordFreesArraysOfAHost) {  // the leak checker tells
+  auto record = std::make_unique<OutDataUnit>();
+  record->m_pTimeStamp = new char[512];
+  record->m_pText = new char[10];
+
+  record.reset();
+}
+
+TEST(RecordMemoryTest, ARecordOnTheStackFreesItsArrays) {
+  OutDataUnit record;
+  record.m_pTimeStamp = new char[512];
+  record.m_pText = new char[10];
+}
+
+TEST(RecordMemoryTest, RecordsOfAnArrayAndOfADerivedClassFreeTheirArrays) {
+  class Derived : public OutDataUnit {
+   public:
+    int extra = 1;
+  };
+  auto many = std::make_unique<OutDataUnit[]>(3);
+  for (int i = 0; i < 3; ++i) {
+    many[static_cast<std::size_t>(i)].m_pTimeStamp = new char[512];
+    many[static_cast<std::size_t>(i)].m_pText = new char[200];
+  }
+  auto derived = std::make_unique<Derived>();
+  derived->m_pText = new char[200];
+
+  many.reset();
+  derived.reset();
+
+  EXPECT_EQ(IdleNodesInDepot(), 0U);
+}
+
+TEST(RecordMemoryTest, TheOtherFormsOfNewWork) {
+  std::unique_ptr<OutDataUnit> const quiet(new (std::nothrow) OutDataUnit);
+  alignas(OutDataUnit) std::byte memory[sizeof(OutDataUnit)];
+  auto* const placed = new (memory) OutDataUnit;
+
+  EXPECT_NE(quiet, nullptr);
+  EXPECT_EQ(static_cast<void*>(placed), memory);
+  placed->~OutDataUnit();
+}
+
+TEST(RecordMemoryTest, ANodeWrapsItsRecordInItsBlock) {
+  auto const record = std::make_unique<OutDataUnit>();
+  RecordNode* const node = NodeOf(record.get());
+
+  EXPECT_EQ(reinterpret_cast<OutDataUnit*>(node->block.base()), record.get());
+  EXPECT_EQ(node->block.size(), sizeof(OutDataUnit));
+  EXPECT_EQ(node->block.msg_priority(), 0U);
+  EXPECT_EQ(RecordOfNodeBlock(&node->block), record.get());
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(node) % 64, 0U)
+      << "its lines are laid out from a line's beginning";
+}
+
+TEST(RecordMemoryTest, AnotherBlockIsNoNodesOwn) {
+  auto* const block = new ACE_Message_Block(10);
+
+  EXPECT_EQ(RecordOfNodeBlock(block), nullptr);
+
+  block->release();
+}
+
+}  // namespace
+}  // namespace velt::test
