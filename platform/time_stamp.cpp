@@ -28,6 +28,11 @@ bool Load(ACE_Time_Value const& instant) {
   return true;
 }
 
+void WriteTwoDigits(char* at, unsigned number) {
+  at[0] = static_cast<char>('0' + number / 10);
+  at[1] = static_cast<char>('0' + number % 10);
+}
+
 }  // namespace
 
 void WriteTimeStamp(ACE_Time_Value const& instant, char* text) {
@@ -37,10 +42,10 @@ void WriteTimeStamp(ACE_Time_Value const& instant, char* text) {
   }
   std::memcpy(text, cached.text, sizeof cached.text);
   if (cached.second != instant.sec()) return;  // one that is not kept: the text is its own
-  auto microseconds = static_cast<unsigned>(instant.usec());
-  for (std::size_t at = kTimeStampLength; at-- > kMicrosecondsAt; microseconds /= 10) {
-    text[at] = static_cast<char>('0' + microseconds % 10);
-  }
+  auto const microseconds = static_cast<unsigned>(instant.usec());
+  WriteTwoDigits(text + kMicrosecondsAt, microseconds / 10'000);
+  WriteTwoDigits(text + kMicrosecondsAt + 2, microseconds / 100 % 100);
+  WriteTwoDigits(text + kMicrosecondsAt + 4, microseconds % 100);
 }
 
 }  // namespace velt

@@ -20,7 +20,7 @@
 namespace velt::test {
 namespace {
 
-constexpr std::size_t kBlockBytes = 100;
+constexpr std::size_t kBlockBytes = sizeof(OutDataUnit);  // what each block counts
 
 ACE_Message_Block* NewBlock(int priority = 0) {
   auto* const block = new ACE_Message_Block(kBlockBytes);

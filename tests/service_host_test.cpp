@@ -46,6 +46,7 @@ std::vector<std::string> Records(std::string const& directory, std::string const
 // Without module and tag, sorted.
 std::vector<std::string> SortedMessages(std::vector<std::string> const& records) {
   std::vector<std::string> messages;
+  messages.reserve(records.size());
   for (auto const& record : records) messages.push_back(record.substr(record.find(": ") + 2));
   std::sort(messages.begin(), messages.end());
   return messages;

@@ -559,13 +559,14 @@ TEST(VeltpipeFaultTest, ClosedOutputsDoNotEndUpInTheLog) {
   EXPECT_THAT(ReadFamily(scratch / "logs", "t_"), Not(HasSubstr("lines in")));
 }
 
-TEST(VeltpipeFaultTest, AReaderOfStandardOutputThatLeavesDoesNotEndTheLog) {
+TEST(VeltpipeFaultTest, AReaderOfItsOutputsThatLeavesDoesNotEndTheLog) {
   ScratchDir const scratch;
   std::string const text = NumberedLines(3000);
   WriteFile(scratch / "in.txt", text);
   Descriptor const input = OpenInput(scratch / "in.txt");
   PipeEnds output;
-  RunningProgram program(Command(scratch / "logs", {"--print"}), {input, output.write, -1});
+  RunningProgram program(Command(scratch / "logs", {"--print", "--stats"}),
+                         {input, output.write, output.write});
   output.write.Close();
 
   output.read.Close();
@@ -602,6 +603,25 @@ TEST(VeltpipeFaultTest, ARecordThatAFullQueueRefusesIsTriedAgain) {
   EXPECT_THAT(stats, Not(HasSubstr("retries 0,")));
   EXPECT_EQ(CountOf(printed, " app I: \n"), lines);
   EXPECT_EQ(CountOf(ReadFamily(scratch / "logs", "t_"), " app I: \n"), lines);
+}
+
+void LimitFileSize() {
+  rlimit limit{};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  limit.rlim_cur = 300000;
+  setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+TEST(VeltpipeFaultTest, AFileThatTakesNoMoreToTheEndIsExitCodeOneAndAMessage) {
+  ScratchDir const scratch;
+  WriteFile(scratch / "in.txt", NumberedLines(4000));
+  Descriptor const input = OpenInput(scratch / "in.txt");
+  Descriptor const err = OpenOutput(scratch / "err.txt");
+  RunningProgram program(Command(scratch / "logs"), {input, -1, err}, LimitFileSize);
+
+  EXPECT_EQ(program.Wait(), 1);
+  EXPECT_THAT(ReadFile(scratch / "err.txt"), HasSubstr("bytes of records did not get into the log file"));
+  EXPECT_EQ(ReadFamily(scratch / "logs", "t_").size(), 300000U);
 }
 
 TEST(VeltpipeFaultTest, AFileThatTookNoMoreForAWhileHoldsTheInputUpOnlyForThatWhile) {

@@ -38,7 +38,7 @@ constexpr std::size_t kLineHeadCapacity = 512;
 constexpr std::size_t kUsualLineBytes = 4096;
 constexpr std::size_t kLongestPiece = 2'097'152;  // of a text, as in every write to the file
 constexpr unsigned kSecondsBetweenAttempts = 1;
-constexpr time_t kSecondsBeforeTrim = 1;
+constexpr time_t kSecondsBeforeTrim = 5;
 using Clock = std::chrono::steady_clock;
 
 // How many records, and for how long, may be dealt with and still be counted as queued. Letting a waiting
@@ -164,8 +164,7 @@ void VeltDebugInfo::WriteStartLines() {
   WriteFile(line.data());
 }
 
-// Takes what is queued, waiting for it. Memory that a burst left idle is given back in the first second of a
-// pause.
+// Takes what is queued, waiting for it. Memory that a burst left idle is given back in a longer pause.
 ACE_Message_Block* VeltDebugInfo::TakeRecords() {
   while (velt::IdleNodesToTrim()) {
     ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(kSecondsBeforeTrim);

@@ -34,16 +34,7 @@ bool VeltRecordQueue::EnqueueRecord(ACE_Message_Block* block, ACE_Time_Value& de
       m_nCallersWaiting.fetch_sub(1, std::memory_order_relaxed);
       if (waited == -1) return false;
     }
-    block->next(nullptr);
-    block->prev(tail_);
-    if (tail_ == nullptr) {
-      head_ = block;
-    } else {
-      tail_->next(block);
-    }
-    tail_ = block;
-    ++cur_count_;
-    cur_bytes_ += sizeof(OutDataUnit);
+    Append_i(block);
     wake = m_bTakerWaits;
     m_bTakerWaits = false;
   }
@@ -116,12 +107,34 @@ bool VeltRecordQueue::EnqueueEvicting(ACE_Message_Block* block, std::size_t capa
     return false;
   }
   while (head_ != nullptr && cur_count_ >= capacity) {
-    ACE_Message_Block* oldest = nullptr;
-    if (dequeue_head_i(oldest) == -1) return false;
+    ACE_Message_Block* const oldest = head_;
+    head_ = oldest->next();
+    if (head_ == nullptr) {
+      tail_ = nullptr;
+    } else {
+      head_->prev(nullptr);
+    }
+    Uncount_i(1);
     oldest->next(evicted);
     evicted = oldest;
   }
-  return wait_not_full_cond(&deadline) != -1 && enqueue_tail_i(block) != -1;
+  if (cur_bytes_ >= high_water_mark_ && wait_not_full_cond(&deadline) == -1) return false;
+  Append_i(block);
+  (void)not_empty_cond_.signal();  // nothing is done for it when nobody waits
+  return true;
+}
+
+void VeltRecordQueue::Append_i(ACE_Message_Block* block) {
+  block->next(nullptr);
+  block->prev(tail_);
+  if (tail_ == nullptr) {
+    head_ = block;
+  } else {
+    tail_->next(block);
+  }
+  tail_ = block;
+  ++cur_count_;
+  cur_bytes_ += sizeof(OutDataUnit);
 }
 
 ACE_Message_Block* VeltRecordQueue::TryDequeue() {

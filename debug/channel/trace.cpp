@@ -5,6 +5,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include <ace/OS_NS_sys_time.h>
 
@@ -21,14 +22,15 @@ namespace {
 constexpr std::size_t kLongestMessage = 2048;
 constexpr std::size_t kFormatCapacity = 2047;
 constexpr std::size_t kTextOverhead = 18;  // spaces, tag and NUL, with room to spare
+constexpr std::size_t kTagLength = 3;
 constexpr int kDefaultLevel = 3;
 constexpr int kCheckedOutLevel = 32;  // the one level above the tagged ones that a record keeps
 constexpr time_t kQueueWaitSeconds = 1;
 constexpr char const* kUnnamedModule = " ";
 
-char const* TagOf(int level) {
-  constexpr std::array<char const*, 4> kTags = {"A: ", "E: ", "W: ", "I: "};
-  return level >= 0 && level < 4 ? kTags[static_cast<std::size_t>(level)] : "";
+std::string_view TagOf(int level) {
+  constexpr std::array<std::string_view, 4> kTags = {"A: ", "E: ", "W: ", "I: "};
+  return level >= 0 && level < 4 ? kTags[static_cast<std::size_t>(level)] : std::string_view();
 }
 
 char* AppendText(char* at, char const* text, std::size_t length) {
@@ -65,7 +67,7 @@ std::unique_ptr<OutDataUnit> VeltDebugInfo::MakeRecord(std::string const& module
   velt::WriteTimeStamp(now, rec->m_pTimeStamp);
   rec->m_nThreadId = velt::ThreadId();
   rec->m_nLevel = level < 4 || level == kCheckedOutLevel ? static_cast<int32_t>(level) : kDefaultLevel;
-  if (module == kUnnamedModule) {
+  if (module.size() == 1 && module.front() == ' ') {
     rec->m_strModule = "default";
   } else {
     rec->m_strModule = module;
@@ -76,8 +78,8 @@ std::unique_ptr<OutDataUnit> VeltDebugInfo::MakeRecord(std::string const& module
   *at++ = ' ';
   at = AppendText(at, module.data(), module.size());
   *at++ = ' ';
-  char const* const tag = TagOf(level);
-  at = AppendText(at, tag, std::strlen(tag));
+  std::string_view const tag = TagOf(level);
+  if (!tag.empty()) at = AppendText(at, tag.data(), kTagLength);
   at = AppendText(at, text, length);
   *at = '\0';
   if (asn != nullptr) rec->m_pAsn = asn->Clone();

@@ -24,13 +24,29 @@ thread_local std::array<Entry, kEntries> entries;
 // sees the new number looks at the table, whose lock orders the rest.
 std::atomic<std::uint64_t> generation_now{1};
 
+template <typename Number>
+std::uint64_t Load(char const* at) {
+  Number number = 0;
+  std::memcpy(&number, at, sizeof number);
+  return number;
+}
+
+// Mixes the head, the tail and the length of the name: two loads, whatever its length.
 Entry& EntryOf(std::string const& module) {
+  char const* const name = module.data();
+  std::size_t const length = module.size();
   std::uint64_t head = 0;
   std::uint64_t tail = 0;
-  std::size_t const length = module.size();
-  std::size_t const part = length < sizeof head ? length : sizeof head;
-  std::memcpy(&head, module.data(), part);
-  std::memcpy(&tail, module.data() + length - part, part);
+  if (length >= sizeof(std::uint64_t)) {
+    head = Load<std::uint64_t>(name);
+    tail = Load<std::uint64_t>(name + length - sizeof(std::uint64_t));
+  } else if (length >= sizeof(std::uint32_t)) {
+    head = Load<std::uint32_t>(name);
+    tail = Load<std::uint32_t>(name + length - sizeof(std::uint32_t));
+  } else if (length > 0) {
+    head = Load<unsigned char>(name) << 16U | Load<unsigned char>(name + length / 2);
+    tail = Load<unsigned char>(name + length - 1);
+  }
   std::uint64_t const mixed = (head ^ (tail << 7U) ^ length) * 0x9E3779B97F4A7C15U;
   return entries[mixed >> 59U];
 }

@@ -115,7 +115,9 @@ class VELT_EXPORT VeltRecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   void Abandon();
 
  private:
-  void Uncount_i(std::size_t count);  // under the lock
+  // Under the lock.
+  void Append_i(ACE_Message_Block* block);
+  void Uncount_i(std::size_t count);
 
   bool m_bTakerWaits = false;  // under the lock: somebody must signal it
   std::atomic<unsigned>

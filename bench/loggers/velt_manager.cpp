@@ -1,0 +1,81 @@
+// This library as a host uses it: through the manager, with sixteen modules.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "velt/manager.h"
+
+#include "harness/figures.h"
+#include "loggers/velt_setup.h"
+
+namespace velt::bench {
+namespace {
+
+using Message = std::array<char, kMessageCapacity>;
+
+enum class Road { kPrintf, kTrace, kAppTrace };
+
+template <Road kRoad>
+class ManagerLogger {
+ public:
+  static constexpr std::size_t kFixedLength = kVeltFixedLength;
+  static constexpr std::size_t kThreadIdWidth = 1;
+  static std::vector<std::string> OutputNames() { return NextFileNames(kFamily); }
+
+  ManagerLogger(Options const& options, Modules const& modules) : modules_(modules.begin(), modules.end()) {
+    bool const filter = options.Action() == "filtered";
+    StartManager(options, modules, {options.Count("ring", 100), 50, filter});
+    manager_ = VeltDebugMgr::Instance();
+    if (filter && !manager_->Trace(modules_[0], kInformation, "opening", nullptr, false, true)) {
+      Fail("the file cannot be opened");
+    }
+  }
+  ~ManagerLogger() { (void)VeltDebugMgr::Destroy(); }  // what it fails to write is missed when read back
+  ManagerLogger(ManagerLogger const&) = delete;
+  ManagerLogger& operator=(ManagerLogger const&) = delete;
+
+  bool Log(std::size_t module, char const* customer, int worker, int step) {
+    if constexpr (kRoad == Road::kPrintf) {
+      manager_->Printf(kInformation, modules_[module], VELT_BENCH_PRINTF_MESSAGE, customer, worker, step);
+      return true;  // it does not tell; a refused record is missed when read back
+    } else {
+      Message message;
+      (void)std::snprintf(message.data(), message.size(), VELT_BENCH_PRINTF_MESSAGE, customer, worker, step);
+      if constexpr (kRoad == Road::kTrace) {
+        return manager_->Trace(modules_[module], kInformation, message.data(), nullptr, false, false);
+      } else {
+        return manager_->AppTrace(modules_[module], kInformation, message.data(), nullptr, false, false,
+                                  sub_name_);
+      }
+    }
+  }
+
+  // Printf formats first; Trace gets a text that the host has at hand.
+  void LogFiltered(std::size_t module, char const* customer, int worker, int step) {
+    if constexpr (kRoad == Road::kPrintf) {
+      manager_->Printf(kInformation, modules_[module], VELT_BENCH_PRINTF_MESSAGE, customer, worker, step);
+    } else {
+      static_assert(kRoad == Road::kTrace || kRoad == Road::kAppTrace);
+      (void)manager_->Trace(modules_[module], kInformation, ready_text_.c_str(), nullptr, false, false);
+    }
+  }
+
+ private:
+  std::vector<VeltInterString> modules_;
+  std::string const sub_name_ = "side";
+  std::string const ready_text_ = std::string(kMessageLength, 'x');
+  VeltDebugMgr* manager_ = nullptr;
+};
+
+int RunRoad(Options const& options) {
+  std::string const road = options.Text("road", "printf");
+  if (road == "printf") return Run<ManagerLogger<Road::kPrintf>>(options);
+  if (road == "trace") return Run<ManagerLogger<Road::kTrace>>(options);
+  if (road == "apptrace") return Run<ManagerLogger<Road::kAppTrace>>(options);
+  Fail("unknown road '" + road + "'");
+}
+
+}  // namespace
+}  // namespace velt::bench
+
+int main(int argc, char** argv) { return velt::bench::RunRoad(velt::bench::Options(argc, argv)); }

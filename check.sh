@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# The longer check: lint over the tests, clang builds (plain and under its sanitizers), valgrind, coverage.
+# ./check.sh lint|clang|valgrind|coverage runs one of them.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+./setup.sh clang libclang-rt-14-dev valgrind gcovr
+jobs=$(nproc)
+logs=build/logs
+mkdir -p "$logs"
+
+quietly() {
+  local name=$1 start=$SECONDS
+  shift
+  printf '== %s' "$name"
+  if ! "$@" >"$logs/check-${name// /-}.log" 2>&1; then
+    printf ': FAILED\n'
+    tail -n 100 "$logs/check-${name// /-}.log"
+    exit 1
+  fi
+  printf ' (%d s)\n' $((SECONDS - start))
+}
+
+build() {  # DIRECTORY SETTING...
+  local directory=$1
+  shift
+  cmake -S . -B "$directory" -G Ninja -DCMAKE_EXPORT_COMPILE_COMMANDS=ON "$@" && cmake --build "$directory"
+}
+
+run_tests() { "${@:2}" ctest --test-dir "$1" -j $((jobs * 4)) --output-on-failure --timeout 600; }
+
+lint() {
+  # The compiler's precompiled headers are not clang's.
+  build build/lint -DCMAKE_BUILD_TYPE=Debug -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON &&
+    git ls-files -co --exclude-standard 'tests/*.cpp' 'examples/*.cpp' |
+    xargs -P "$jobs" -n 2 clang-tidy -p build/lint --quiet
+}
+
+clang_settings=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)
+
+clang_release() { build build/clang "${clang_settings[@]}" -DCMAKE_BUILD_TYPE=Release && run_tests build/clang; }
+clang_asan() {
+  build build/clang-asan "${clang_settings[@]}" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG='-O1 -g1' \
+    -DVELT_SANITIZE=address,undefined && run_tests build/clang-asan
+}
+clang_tsan() {
+  # Its runtime, unlike g++'s, can start threads in a child of a process that had some.
+  build build/clang-tsan "${clang_settings[@]}" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG='-O1 -g1' \
+    -DVELT_SANITIZE=thread && TSAN_OPTIONS=die_after_fork=0 run_tests build/clang-tsan setarch -R
+}
+
+valgrind_tests() {
+  build build/debug -DCMAKE_BUILD_TYPE=Debug
+  for test in bounded message_format time_stamp thread_id text paths env_reference message_type frame record \
+    record_queue record_queue_list record_recycler channel shutdown log_file gzip trace bit_set_text sub_mod_info \
+    sets_cache registry engine; do
+    valgrind --quiet --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
+      "build/debug/tests/${test}_test" --gtest_filter=-*Child*:*Fork*:*Megabytes*:*Depot*
+  done
+}
+
+coverage() {
+  build build/coverage -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS='--coverage -O0' &&
+    run_tests build/coverage &&
+    gcovr --root . --filter '(platform|config|debug|process)/' --exclude-throw-branches --print-summary build/coverage
+}
+
+case ${1:-all} in
+  lint) quietly 'lint over tests' lint ;;
+  clang) quietly 'clang' clang_release && quietly 'clang asan' clang_asan && quietly 'clang tsan' clang_tsan ;;
+  valgrind) quietly 'valgrind' valgrind_tests ;;
+  coverage) quietly 'coverage' coverage && tail -n 3 "$logs/check-coverage.log" ;;
+  all)
+    quietly 'clang' clang_release
+    quietly 'clang asan' clang_asan
+    quietly 'clang tsan' clang_tsan
+    quietly 'valgrind' valgrind_tests
+    quietly 'coverage' coverage
+    tail -n 3 "$logs/check-coverage.log"
+    quietly 'lint over tests' lint
+    ;;
+  *)
+    echo "usage: $0 [lint|clang|valgrind|coverage]" >&2
+    exit 2
+    ;;
+esac
