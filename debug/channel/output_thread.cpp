@@ -166,6 +166,7 @@ void VeltDebugInfo::WriteStartLines() {
 
 // Takes what is queued, waiting for it. Memory that a burst left idle is given back in a longer pause.
 ACE_Message_Block* VeltDebugInfo::TakeRecords() {
+  while (velt::IdleNodesToStock() && m_OutputQueue.is_empty()) velt::StockIdleNodes();
   while (velt::IdleNodesToTrim()) {
     ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(kSecondsBeforeTrim);
     ACE_Message_Block* const records = m_OutputQueue.TakeAll(&deadline);

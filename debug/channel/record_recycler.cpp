@@ -16,6 +16,9 @@ namespace {
 constexpr std::size_t kChainLength = 128;
 constexpr std::size_t kMostChains = 1024;
 constexpr std::size_t kIdleChains = 16;
+constexpr std::size_t kMadeForOneChain =
+    16 * kChainLength;  // nodes that callers made for which one chain is stocked
+constexpr std::size_t kGrowthNodes = 64;
 constexpr std::size_t kCacheLine = 64;
 constexpr std::size_t kHotBytes = 384;  // of a node, as far as a usual record reaches
 
@@ -45,6 +48,7 @@ void FreeAll(RecordNode* head) noexcept {
 struct ThreadNodes {
   Chain current;
   Chain spare;
+  std::size_t made = 0;           // nodes that the depot did not have
   ThreadNodes* before = nullptr;  // in the list of all threads' nodes, under the depot's lock
   ThreadNodes* after = nullptr;
 };
@@ -60,6 +64,9 @@ struct Depot {
 // Never destroyed: threads trace while the process exits.
 Depot depot;
 static_assert(std::is_trivially_destructible_v<std::mutex>);
+
+// Relaxed: a hint to the output threads.
+std::atomic<std::size_t> made_by_callers{0};
 
 // Nodes of threads that a forked child does not have; for leak checkers. Under the depot's lock.
 ThreadNodes* gone_threads = nullptr;
@@ -97,14 +104,27 @@ void GiveChain(RecordNode* head) noexcept {
   FreeAll(head);
 }
 
-RecordNode* TakeChain() noexcept {
-  if (depot.chain_count.load(std::memory_order_relaxed) == 0) return nullptr;
+// A whole chain, or an empty one.
+Chain TakeChain() noexcept {
+  if (depot.chain_count.load(std::memory_order_relaxed) == 0) return {};
   std::lock_guard<std::mutex> const guard(depot.lock);
   RecordNode* const head = depot.chains;
-  if (head == nullptr) return nullptr;
+  if (head == nullptr) return {};
   depot.chains = head->next_chain;
   depot.chain_count.fetch_sub(1, std::memory_order_relaxed);
-  return head;
+  return {head, kChainLength};
+}
+
+// Callers come here when a burst needs more nodes than any before it. `nodes` may be null.
+RecordNode* NewNode(ThreadNodes* nodes) {
+  if (nodes != nullptr && nodes->made++ % kGrowthNodes == 0) {
+    // Has the C library extend this thread's heap once for many nodes: page by page, the system calls of that
+    // are most of what a new node costs.
+    ::operator delete(::operator new(kGrowthNodes * sizeof(RecordNode), std::nothrow));
+  }
+  auto* const node = new RecordNode;
+  made_by_callers.fetch_add(1, std::memory_order_relaxed);
+  return node;
 }
 
 // Runs when a thread ends, after the destructors of its thread_local objects.
@@ -163,16 +183,10 @@ void Prefetch(RecordNode* node) noexcept {
 
 RecordNode* TakeNode() {
   ThreadNodes* const nodes = mine != nullptr ? mine : OpenThread();
-  if (nodes == nullptr) return new RecordNode;
-  if (nodes->current.head == nullptr) {
-    if (nodes->spare.head != nullptr) {
-      std::swap(nodes->current, nodes->spare);
-    } else {
-      RecordNode* const chain = TakeChain();
-      if (chain == nullptr) return new RecordNode;
-      nodes->current = {chain, kChainLength};
-    }
-  }
+  if (nodes == nullptr) return NewNode(nodes);
+  if (nodes->current.head == nullptr) std::swap(nodes->current, nodes->spare);
+  if (nodes->current.head == nullptr) nodes->current = TakeChain();
+  if (nodes->current.head == nullptr) return NewNode(nodes);
   RecordNode* const node = nodes->current.Pop();
   Prefetch(nodes->current.head);
   return node;
@@ -197,7 +211,26 @@ void GiveNode(RecordNode* node) noexcept {
 bool IdleNodesToTrim() noexcept { return depot.chain_count.load(std::memory_order_relaxed) > kIdleChains; }
 
 void TrimIdleNodes() noexcept {
-  if (IdleNodesToTrim()) FreeAll(TakeChain());
+  if (IdleNodesToTrim()) FreeAll(TakeChain().head);
+}
+
+void StockIdleNodes() noexcept {
+  if (!IdleNodesToStock()) return;
+  made_by_callers.fetch_sub(kMadeForOneChain, std::memory_order_relaxed);
+  Chain chain;
+  while (chain.length < kChainLength) {
+    auto* const node = new (std::nothrow) RecordNode;
+    if (node == nullptr) {
+      FreeAll(chain.head);
+      return;
+    }
+    chain.Push(node);
+  }
+  GiveChain(chain.head);
+}
+
+bool IdleNodesToStock() noexcept {
+  return made_by_callers.load(std::memory_order_relaxed) >= kMadeForOneChain;
 }
 
 std::size_t IdleNodesInDepot() noexcept {

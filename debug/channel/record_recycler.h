@@ -31,6 +31,13 @@ bool IdleNodesToTrim() noexcept;
 // Frees one chain of such nodes. An output thread calls it while it has nothing else to do.
 void TrimIdleNodes() noexcept;
 
+// Whether callers have made so many nodes that a reserve is worth having: bursts of one kind vary, and a call
+// that makes a node pays for a page fault.
+bool IdleNodesToStock() noexcept;
+
+// Makes one chain of such nodes. An output thread calls it while it has nothing else to do.
+void StockIdleNodes() noexcept;
+
 // Nodes in the depot now, for tests.
 std::size_t IdleNodesInDepot() noexcept;
 

@@ -22,6 +22,8 @@ namespace {
 constexpr std::size_t kLongestMessage = 2048;
 constexpr std::size_t kFormatCapacity = 2047;
 constexpr std::size_t kTextOverhead = 18;  // spaces, tag and NUL, with room to spare
+constexpr std::size_t kLongestModule =
+    INT32_MAX - kLongestMessage - kTextOverhead;  // a text's size is an int
 constexpr std::size_t kTagLength = 3;
 constexpr int kDefaultLevel = 3;
 constexpr int kCheckedOutLevel = 32;  // the one level above the tagged ones that a record keeps
@@ -44,13 +46,12 @@ bool VeltDebugInfo::Trace(std::string const& module, VeltLogLevel level, char co
                           bool bPrint, bool bLog) {
   // Relaxed: the queue's lock orders everything that a record carries.
   if (text == nullptr || !m_bThreadStarted.load(std::memory_order_relaxed) || InheritedByFork()) return false;
-  std::size_t const length = strnlen(text, kLongestMessage);
-  if (static_cast<int32_t>(length + module.size() + kTextOverhead) <= 0)
-    return false;  // a module name of gigabytes
+  if (module.size() > kLongestModule) return false;
   bool const print = bPrint || m_bPrint;
   bool const log = bLog || m_bLog;
   if (!print && !log && m_nFiltLogBufSize == 0) return true;  // nobody will see it: nothing is made for it
 
+  std::size_t const length = strnlen(text, kLongestMessage);
   ACE_Time_Value const now = ACE_OS::gettimeofday();
   std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, text, length, asn, now);
   made->m_bPrint = print;

@@ -12,7 +12,6 @@
 
 #include "debug/manager/module_name.h"
 #include "debug/manager/sets_cache.h"
-#include "platform/bounded.h"
 #include "platform/locks.h"
 #include "platform/message_format.h"
 
@@ -20,7 +19,7 @@ namespace {
 
 constexpr int kLargestLevel = 32;
 constexpr std::size_t kSubNameLimit = 129;  // the first length that is refused
-constexpr std::size_t kKeyCapacity = 512;
+constexpr std::size_t kLongestKey = 511;
 constexpr std::size_t kMessageCapacity = 2047;
 constexpr std::size_t kStandardOutput = 0;  // bits of an output set
 constexpr std::size_t kLogFile = 1;
@@ -89,13 +88,13 @@ bool VeltDebugMgr::AppTrace(std::string const& module, VeltLogLevel level, char 
 }
 
 std::string VeltDebugMgr::ChannelKey(std::string const& subName) const {
-  std::array<char, kKeyCapacity> key;
-  if (subName.empty()) {
-    velt::snprintf_s(key.data(), key.size(), key.size() - 1, "%s", m_strName.c_str());
-  } else {
-    velt::snprintf_s(key.data(), key.size(), key.size() - 1, "%s%s_", m_strName.c_str(), subName.c_str());
+  std::string key = m_strName.c_str();  // both names up to a NUL, as a file name takes them
+  if (!subName.empty()) {
+    key += subName.c_str();
+    key += '_';
   }
-  return key.data();
+  if (key.size() > kLongestKey) key.resize(kLongestKey);
+  return key;
 }
 
 VeltDebugMgr::Lookup VeltDebugMgr::FindChannel(std::string const& key, VeltDebugInfo*& channel) {

@@ -8,7 +8,8 @@ namespace velt {
 namespace {
 
 constexpr std::size_t kLongestName = 39;
-constexpr std::size_t kEntries = 32;  // a power of two; two modules of one entry take turns in it
+constexpr std::size_t kGroups = 32;    // a name belongs to one group
+constexpr std::size_t kGroupSize = 4;  // names of one group beyond that take turns
 
 struct Entry {
   std::uint64_t generation = 0;  // 0: never filled
@@ -17,8 +18,10 @@ struct Entry {
   std::array<char, kLongestName> name{};
 };
 
+using Group = std::array<Entry, kGroupSize>;
+
 // Trivially destroyed, so that a thread's last destructors may still trace.
-thread_local std::array<Entry, kEntries> entries;
+thread_local std::array<Group, kGroups> groups;
 
 // Never goes back, also over the manager's destruction. Release when it moves, acquire where it is read: who
 // sees the new number looks at the table, whose lock orders the rest.
@@ -32,7 +35,7 @@ std::uint64_t Load(char const* at) {
 }
 
 // Mixes the head, the tail and the length of the name: two loads, whatever its length.
-Entry& EntryOf(std::string const& module) {
+Group& GroupOf(std::string const& module) {
   char const* const name = module.data();
   std::size_t const length = module.size();
   std::uint64_t head = 0;
@@ -48,9 +51,9 @@ Entry& EntryOf(std::string const& module) {
     tail = Load<unsigned char>(name + length - 1);
   }
   std::uint64_t const mixed = (head ^ (tail << 7U) ^ length) * 0x9E3779B97F4A7C15U;
-  return entries[mixed >> 59U];
+  return groups[mixed >> 59U];
 }
-static_assert(kEntries == 1U << 5U, "the mixed value is shifted down to 5 bits");
+static_assert(kGroups == 1U << 5U, "the mixed value is shifted down to 5 bits");
 
 }  // namespace
 
@@ -60,15 +63,23 @@ void ForgetSets() { generation_now.fetch_add(1, std::memory_order_release); }
 
 KnownSets const* FindSets(std::string const& module) {
   if (module.size() > kLongestName) return nullptr;
-  Entry const& entry = EntryOf(module);
-  bool const found = entry.generation == SetsGeneration() && entry.length == module.size() &&
-                     std::memcmp(entry.name.data(), module.data(), module.size()) == 0;
-  return found ? &entry.sets : nullptr;
+  std::uint64_t const generation = SetsGeneration();
+  for (Entry const& entry : GroupOf(module)) {
+    bool const found = entry.generation == generation && entry.length == module.size() &&
+                       std::memcmp(entry.name.data(), module.data(), module.size()) == 0;
+    if (found) return &entry.sets;
+  }
+  return nullptr;
 }
 
 void StoreSets(std::string const& module, std::uint64_t generation, KnownSets const& sets) {
   if (module.size() > kLongestName) return;
-  Entry& entry = EntryOf(module);
+  Group& group = GroupOf(module);
+  // An entry that is out of date, or the one that was stored longest ago: entries move down as new ones come.
+  std::size_t place = 0;
+  while (place + 1 < kGroupSize && group[place].generation == generation) ++place;
+  for (; place > 0; --place) group[place] = group[place - 1];
+  Entry& entry = group[0];
   entry.generation = generation;
   entry.sets = sets;
   entry.length = static_cast<unsigned char>(module.size());
