@@ -111,6 +111,7 @@ int FormatMessage(char* buffer, std::size_t capacity, char const* format, std::v
   va_end(plain);
   if (done) return text.Finish();
 
+  buffer[0] = '\0';  // the attempt above has left its head there
   if (AsksForGiantField(format)) {
     errno = EOVERFLOW;
     return -1;

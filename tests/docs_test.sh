@@ -22,7 +22,8 @@ extract_programs() {
   awk -v document="$1" -v stem="$2" '
     function keep() {
       if (block !~ /(^|\n)int main *\(/) return
-      file = stem ++count ".cpp"
+      count++
+      file = stem count ".cpp"
       printf "#line %d \"%s\"\n%s", first, document, block > file
       close(file)
     }

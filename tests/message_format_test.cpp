@@ -198,6 +198,14 @@ TEST(MessageFormatTest, TextsAndCharactersAreThoseOfTheCLibrary) {
   ExpectLikeTheCLibrary("%p", static_cast<void*>(nullptr));
 }
 
+TEST(MessageFormatTest, AFormatThatIsRefusedLeavesTheEmptyText) {
+  char buffer[16] = "###############";
+
+  EXPECT_EQ(Expand(buffer, sizeof buffer, "abc %9999999d", 1), -1);
+
+  EXPECT_STREQ(buffer, "");
+}
+
 TEST(MessageFormatTest, AFieldOfAMillionCharactersFailsAtOnceAndASmallerOneIsCut) {
   char buffer[16] = "unset";
 

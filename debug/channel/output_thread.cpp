@@ -257,22 +257,24 @@ bool VeltDebugInfo::LogRecord(OutDataUnit const& rec, std::string_view lineHead,
 }
 
 // One write to the file for a record of usual length. A giant one is written as it lies, without a copy.
+// The first write that the device refuses ends the record: what would follow has lost its head.
 void VeltDebugInfo::AppendTogether(std::string_view const* pieces, std::size_t count) {
   std::array<char, kUsualLineBytes> line;
   std::size_t length = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    if (pieces[i].size() > line.size() - length) {
-      Append(line.data(), length);
+    std::string_view const piece = pieces[i];
+    if (piece.size() > line.size() - length) {
+      if (!Append(line.data(), length)) return;
       length = 0;
     }
-    if (pieces[i].size() > line.size()) {
-      Append(pieces[i].data(), pieces[i].size());
-    } else if (!pieces[i].empty()) {
-      std::memcpy(line.data() + length, pieces[i].data(), pieces[i].size());
-      length += pieces[i].size();
+    if (piece.size() > line.size()) {
+      if (!Append(piece.data(), piece.size())) return;
+    } else if (!piece.empty()) {
+      std::memcpy(line.data() + length, piece.data(), piece.size());
+      length += piece.size();
     }
   }
-  Append(line.data(), length);
+  (void)Append(line.data(), length);  // nobody is told of a record that the device refuses
 }
 
 bool VeltDebugInfo::RotateWhenOutgrown() {

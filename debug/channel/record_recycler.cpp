@@ -16,8 +16,7 @@ namespace {
 constexpr std::size_t kChainLength = 128;
 constexpr std::size_t kMostChains = 1024;
 constexpr std::size_t kIdleChains = 16;
-constexpr std::size_t kMadeForOneChain =
-    16 * kChainLength;  // nodes that callers made for which one chain is stocked
+constexpr std::size_t kMadeForOneChain = 16 * kChainLength;  // by callers, for one in reserve
 constexpr std::size_t kGrowthNodes = 64;
 constexpr std::size_t kCacheLine = 64;
 constexpr std::size_t kHotBytes = 384;  // of a node, as far as a usual record reaches
@@ -56,8 +55,7 @@ struct ThreadNodes {
 struct Depot {
   std::mutex lock;
   RecordNode* chains = nullptr;  // under the lock; whole chains, linked by next_chain
-  std::atomic<std::size_t> chain_count{
-      0};                          // written under the lock; relaxed readers only decide whether to look
+  std::atomic<std::size_t> chain_count{0};  // under the lock; relaxed readers only decide whether to look
   ThreadNodes* threads = nullptr;  // under the lock; lets leak checkers find every thread's nodes
 };
 

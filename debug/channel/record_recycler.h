@@ -1,13 +1,12 @@
 // Gives out and takes back the memory of records without going through the allocator.
 //
-// Producers allocate records and the output thread frees them. Through malloc that costs each record several
-// locks and puts 8 to 11 us into the 99th percentile of a trace call, because the output thread frees into
-// the producers' arenas. Here each thread keeps two chains of idle nodes, and whole chains change hands: one
-// lock for 128 records.
+// Producers allocate records and the output thread frees them. Through malloc that costs each record
+// several locks, and the output thread frees into the producers' arenas: the 99th percentile of a call was
+// 12 us with it and is below 1 us without. Here each thread keeps two chains of idle nodes, and whole
+// chains change hands: one lock for 128 records.
 //
 // Bounds:  a thread keeps less than 256 nodes, the depot 131,072 (a full queue's worth); what is above goes
-// back to the
-//          allocator, and an idle output thread gives back all but 2,048.
+//          back to the allocator, and an idle output thread gives back all but 2,048.
 // Threads: any. A thread that ends hands its chains on.
 // Fork:    a child has the depot as it was; what other threads held stays allocated and reachable.
 #ifndef VELT_DEBUG_CHANNEL_RECORD_RECYCLER_H

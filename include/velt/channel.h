@@ -38,8 +38,7 @@ VELT_EXPORT void VELTInsertBOM(FILE* out);
 // One trace record on its way from a caller to an output thread.
 //
 // Ownership: owns its two arrays (array new) and its ASN value. Created with new, destroyed with delete; a
-// channel
-//            that is handed one owns it. A host may fill one by itself with plain arrays.
+//            channel that is handed one owns it. A host may fill one by itself with plain arrays.
 // Threads:   belongs to one thread at a time.
 //
 // A record whose two arrays and ASN value are all null is the stop marker: the output thread that takes it
@@ -124,26 +123,23 @@ class VELT_EXPORT VeltRecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
       m_nCallersWaiting;  // written under the lock; relaxed readers only decide when to settle
 };
 
-// VeltDebugInfo writes the log files <directory>/<prefix><YYYYMMDD_HHMMSS>.log from a detached thread of its
-// own. A file that has grown past its limit is closed, compressed to <name>.gz, and the oldest archives are
+// VeltDebugInfo writes the log files <directory>/<prefix><YYYYMMDD_HHMMSS>.log from a thread of its own. A
+// file that has grown past its limit is closed, compressed to <name>.gz, and the oldest archives are
 // deleted.
 //
 // Threads:   Trace, TraceInner, FmtTrace, ASNTrace, Init and LogPath may be called from any thread at any
-// time
-//            between construction and destruction. Everything else belongs to the output thread, or to a
-//            caller that knows that thread to be gone; GetFileType, CheckFileLength and GZCompress touch
+//            time between construction and destruction. Everything else belongs to the output thread, or to
+//            a caller that knows that thread to be gone; GetFileType, CheckFileLength and GZCompress touch
 //            nothing of the channel that changes and may be called from anywhere.
 // Errors:    nothing throws but an allocation failure and an ASN value's own copy or print. Faults of the
-// queues are
-//            lines in the log file; faults of the files are retried at the next rotation or after one second.
-// Capacity:  the output queue admits records while it holds less than 10,240,000 bytes of them,
-// sizeof(OutDataUnit)
-//            each (128,000 records); a caller waits for room for at most one second.
+//            queues are lines in the log file; faults of the files are retried at the next rotation or
+//            after one second.
+// Capacity:  the output queue admits records while it holds less than 10,240,000 bytes of them, at
+//            sizeof(OutDataUnit) each (128,000 records); a caller waits for room for at most one second.
 // Fork:      a child has no output thread. A channel that was made before the fork refuses every record in
-// the child
-//            and can be destroyed there; it never writes into the parent's files.
-// Limits:    two files of one channel that are opened within one second share a name, and the older one is
-// lost.
+//            the child and can be destroyed there; it never writes into the parent's files.
+// Limits:    two files of one channel that are opened within one second share a name, and the older is
+//            lost.
 class VELT_EXPORT VeltDebugInfo {
  public:
   // Starts the output thread. `logPath` gets a '/' at its end where it lacks one; empty means

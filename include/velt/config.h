@@ -50,9 +50,9 @@ VELT_EXPORT bool VeltGetCfgInt(char const* name, int& value, char const* file);
 
 // Adds every item of `file` to `items`; the LAST line of a name counts, and overwrites what the map already
 // holds. With a `marker`, takes only names that contain it and keeps the part before its first occurrence
-// ("x_level" with
-// "_level" gives "x"). Returns true at once for an empty file name; false with `items` untouched when the
-// file cannot be opened; else true, also when the scan ended early at an over-long line or a read error.
+// ("x_level" with "_level" gives "x"). Returns true at once for an empty file name; false with `items`
+// untouched when the file cannot be opened; else true, also when the scan ended early at an over-long line
+// or a read error.
 VELT_EXPORT bool VeltAllCfgItem(std::map<std::string, std::string>& items, std::string const& file,
                                 std::string const& marker);
 

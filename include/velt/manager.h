@@ -81,12 +81,11 @@ class VELT_EXPORT VeltDebugEngine {
 // Use:     Instance, Init, RegSubModuleInfo for each module, trace from any thread, Destroy.
 // Threads: every operation may be called from any thread, Destroy only once the host has stopped tracing.
 // Errors:  a lock that cannot be taken gives false (null, -1) with errno set. An allocation failure is
-// thrown. A level
-//          of 32, or a negative one, throws std::out_of_range where it is tested against a level set.
-// Fork:    in a child of an initialised process every call that would need a lock or a channel of the parent
-// answers
-//          false; after Destroy, which leaves all that untouched, the child may initialise a manager of its
-//          own.
+//          thrown. A level of 32, or a negative one, throws std::out_of_range where it is tested against a
+//          level set.
+// Fork:    in a child of an initialised process every call that would need a lock or a channel of the
+//          parent answers false (Init, true); after Destroy, which leaves all that untouched, the child may
+//          initialise a manager of its own.
 class VELT_EXPORT VeltDebugMgr {
  public:
   using ModuleSets = std::map<std::string, std::pair<std::bitset<32>, std::bitset<32>>>;
