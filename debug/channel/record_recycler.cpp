@@ -54,9 +54,9 @@ struct ThreadNodes {
 
 struct Depot {
   std::mutex lock;
-  RecordNode* chains = nullptr;  // under the lock; whole chains, linked by next_chain
+  RecordNode* chains = nullptr;             // under the lock; whole chains, linked by next_chain
   std::atomic<std::size_t> chain_count{0};  // under the lock; relaxed readers only decide whether to look
-  ThreadNodes* threads = nullptr;  // under the lock; lets leak checkers find every thread's nodes
+  ThreadNodes* threads = nullptr;           // under the lock; lets leak checkers find every thread's nodes
 };
 
 // Never destroyed: threads trace while the process exits.
