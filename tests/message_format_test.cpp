@@ -18,7 +18,11 @@ constexpr wchar_t const kNotInTheCLocale[] = {0x20AC, 0};  // a euro sign
 int Expand(char* buffer, std::size_t capacity, char const* format, ...) {
   std::va_list args;
   va_start(args, format);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored \
+    "-Wformat-nonliteral"  // clang asks for the attribute, which would refuse bad formats
   int const result = FormatMessage(buffer, capacity, format, args);
+#pragma GCC diagnostic pop
   va_end(args);
   return result;
 }

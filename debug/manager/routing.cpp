@@ -88,9 +88,13 @@ bool VeltDebugMgr::AppTrace(std::string const& module, VeltLogLevel level, char 
 }
 
 std::string VeltDebugMgr::ChannelKey(std::string const& subName) const {
-  std::string key = m_strName.c_str();  // both names up to a NUL, as a file name takes them
+  auto const append = [](std::string& key, std::string const& name) {
+    key.append(name, 0, name.find('\0'));  // as far as a file name takes it
+  };
+  std::string key;
+  append(key, m_strName);
   if (!subName.empty()) {
-    key += subName.c_str();
+    append(key, subName);
     key += '_';
   }
   if (key.size() > kLongestKey) key.resize(kLongestKey);
