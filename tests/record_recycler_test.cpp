@@ -108,24 +108,26 @@ TEST(RecordRecyclerTest, AnIdleOutputThreadGivesABurstsMemoryBack) {
   EXPECT_EQ(std::system((std::string("rm -r ") + pattern).c_str()), 0);
 }
 
+template <typename Step>
+void InFourThreads(std::size_t count, Step step) {
+  std::vector<std::thread> threads;
+  threads.reserve(4);
+  for (std::size_t t = 0; t < 4; ++t) {
+    threads.emplace_back([count, step, t] {
+      for (std::size_t i = t; i < count; i += 4) step(i);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+}
+
 TEST(RecordRecyclerTest, ManyThreadsMayGiveWhatOthersTook) {
-  std::vector<OutDataUnit*> records(20'000);
+  constexpr std::size_t kRecords = 20'000;
+  std::vector<OutDataUnit*> records(kRecords);
+
   for (int round = 0; round < 3; ++round) {
-    std::vector<std::thread> threads;
-    for (std::size_t t = 0; t < 4; ++t) {
-      threads.emplace_back([&records, t] {
-        for (std::size_t i = t; i < records.size(); i += 4) records[i] = new OutDataUnit;
-      });
-    }
-    for (auto& thread : threads) thread.join();
-    threads.clear();
-    EXPECT_EQ(std::set<OutDataUnit*>(records.begin(), records.end()).size(), records.size());
-    for (std::size_t t = 0; t < 4; ++t) {
-      threads.emplace_back([&records, t] {
-        for (std::size_t i = (t + 1) % 4; i < records.size(); i += 4) delete records[i];
-      });
-    }
-    for (auto& thread : threads) thread.join();
+    InFourThreads(kRecords, [&records](std::size_t i) { records[i] = new OutDataUnit; });
+    EXPECT_EQ(std::set<OutDataUnit*>(records.begin(), records.end()).size(), kRecords);
+    InFourThreads(kRecords, [&records](std::size_t i) { delete records[(i + 1) % kRecords]; });
   }
 }
 
