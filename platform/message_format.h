@@ -9,10 +9,19 @@
 
 namespace velt {
 
+struct Message {
+  int kept;            // characters in the buffer; -1, with errno set, when the expansion failed
+  std::size_t length;  // up to the first NUL, which a %c may have put there
+};
+
 // Writes at most `capacity` - 1 characters and a NUL. Unlike vsnprintf_s it tells a cut text from a failed
-// one: returns the number of characters kept, 0 for an empty text, and -1, with errno set, when the format is
-// null or cannot be expanded or asks for a field of 1,000,000 characters or more; the buffer then holds what
-// the expansion left, possibly nothing. `capacity` is at least 1.
+// one, which is that of a format that is null, cannot be expanded, or asks for a field of 1,000,000
+// characters or more; the buffer then holds what the expansion left, possibly nothing. `capacity` is at
+// least 1.
+Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args)
+    VELT_PRINTF_FORMAT(3, 0);
+
+// The same for callers that want only the number of characters kept.
 int FormatMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args)
     VELT_PRINTF_FORMAT(3, 0);
 

@@ -1,19 +1,41 @@
 // The queue of a channel: bounded ring, taking without waiting, and giving up in a forked child.
+#include <pthread.h>
+
 #include <atomic>
 #include <cerrno>
 #include <new>
 
-#include <ace/Guard_T.h>
 #include <ace/Message_Block.h>
+#include <ace/Thread_Mutex.h>
 
 #include "velt/channel.h"
-
-#include "platform/locks.h"
 
 namespace {
 
 // What children gave up, as one chain: it is never read, but leak checkers must find it.
 std::atomic<ACE_Message_Block*> given_up{nullptr};
+
+// Takes the lock as ACE_Guard does, without its two calls into ACE's library, which every record would pay
+// for.
+class QueueLock {
+ public:
+  explicit QueueLock(ACE_Thread_Mutex& mutex) : mutex_(const_cast<ACE_thread_mutex_t*>(&mutex.lock())) {
+    int const error = pthread_mutex_lock(mutex_);
+    locked_ = error == 0;
+    if (!locked_) errno = error;
+  }
+  ~QueueLock() {
+    if (locked_) (void)pthread_mutex_unlock(mutex_);
+  }
+  QueueLock(QueueLock const&) = delete;
+  QueueLock& operator=(QueueLock const&) = delete;
+
+  bool locked() const { return locked_; }
+
+ private:
+  ACE_thread_mutex_t* mutex_;
+  bool locked_;
+};
 
 }  // namespace
 
@@ -22,7 +44,7 @@ VeltRecordQueue::VeltRecordQueue() : m_nCallersWaiting(0) {}
 bool VeltRecordQueue::EnqueueRecord(ACE_Message_Block* block, ACE_Time_Value& deadline) {
   bool wake = false;
   {
-    velt::MutexLock const guard(lock_);
+    QueueLock const guard(lock_);
     if (!guard.locked()) return false;
     if (state_ == ACE_Message_Queue_Base::DEACTIVATED) {
       errno = ESHUTDOWN;
@@ -44,7 +66,7 @@ bool VeltRecordQueue::EnqueueRecord(ACE_Message_Block* block, ACE_Time_Value& de
 }
 
 ACE_Message_Block* VeltRecordQueue::TakeAll(ACE_Time_Value* deadline) {
-  velt::MutexLock const guard(lock_);
+  QueueLock const guard(lock_);
   if (!guard.locked()) return nullptr;
   while (head_ == nullptr) {
     if (state_ == ACE_Message_Queue_Base::DEACTIVATED) {
@@ -70,7 +92,7 @@ ACE_Message_Block* VeltRecordQueue::TakeAll(ACE_Time_Value* deadline) {
 }
 
 void VeltRecordQueue::Settle(std::size_t count) {
-  velt::MutexLock const guard(lock_);
+  QueueLock const guard(lock_);
   Uncount_i(count);
 }
 
@@ -86,7 +108,7 @@ void VeltRecordQueue::PutBack(ACE_Message_Block* chain) {
   if (chain == nullptr) return;
   ACE_Message_Block* last = chain;
   while (last->next() != nullptr) last = last->next();
-  velt::MutexLock const guard(lock_);
+  QueueLock const guard(lock_);
   last->next(head_);
   if (head_ == nullptr) {
     tail_ = last;
@@ -100,7 +122,7 @@ void VeltRecordQueue::PutBack(ACE_Message_Block* chain) {
 bool VeltRecordQueue::EnqueueEvicting(ACE_Message_Block* block, std::size_t capacity,
                                       ACE_Time_Value& deadline, ACE_Message_Block*& evicted) {
   evicted = nullptr;
-  velt::MutexLock const guard(lock_);
+  QueueLock const guard(lock_);
   if (!guard.locked()) return false;
   if (state_ == ACE_Message_Queue_Base::DEACTIVATED) {
     errno = ESHUTDOWN;
@@ -119,8 +141,9 @@ bool VeltRecordQueue::EnqueueEvicting(ACE_Message_Block* block, std::size_t capa
     evicted = oldest;
   }
   if (cur_bytes_ >= high_water_mark_ && wait_not_full_cond(&deadline) == -1) return false;
+  bool const was_empty = head_ == nullptr;
   Append_i(block);
-  (void)not_empty_cond_.signal();  // nothing is done for it when nobody waits
+  if (was_empty) (void)not_empty_cond_.broadcast();  // who waits has found it empty
   return true;
 }
 
@@ -138,7 +161,7 @@ void VeltRecordQueue::Append_i(ACE_Message_Block* block) {
 }
 
 ACE_Message_Block* VeltRecordQueue::TryDequeue() {
-  velt::MutexLock const guard(lock_);
+  QueueLock const guard(lock_);
   ACE_Message_Block* block = nullptr;
   if (!guard.locked() || head_ == nullptr || dequeue_head_i(block) == -1) return nullptr;
   return block;

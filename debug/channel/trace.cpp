@@ -1,4 +1,6 @@
 // The caller's side of a channel: makes a record and queues it.
+#include <sys/time.h>
+
 #include <array>
 #include <cstdarg>
 #include <cstring>
@@ -7,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include <ace/OS_NS_sys_time.h>
+#include <ace/Time_Value.h>
 
 #include "velt/channel.h"
 
@@ -35,6 +37,16 @@ std::string_view TagOf(int level) {
   return level >= 0 && level < 4 ? kTags[static_cast<std::size_t>(level)] : std::string_view();
 }
 
+// What ACE_OS::gettimeofday gives, without the normalising of what is in range: 2 ns.
+ACE_Time_Value TimeOfDay() {
+  timeval time{};
+  (void)gettimeofday(&time, nullptr);
+  ACE_Time_Value now;
+  now.sec(time.tv_sec);
+  now.usec(time.tv_usec);
+  return now;
+}
+
 char* AppendText(char* at, char const* text, std::size_t length) {
   std::memcpy(at, text, length);
   return at + length;
@@ -44,6 +56,12 @@ char* AppendText(char* at, char const* text, std::size_t length) {
 
 bool VeltDebugInfo::Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
                           bool bPrint, bool bLog) {
+  return TraceText(module, level, text, std::string::npos, asn, bPrint, bLog);
+}
+
+// A length that the caller knows need not be counted again; npos is none.
+bool VeltDebugInfo::TraceText(std::string const& module, VeltLogLevel level, char const* text,
+                              std::size_t length, AsnType const* asn, bool bPrint, bool bLog) {
   // Relaxed: the queue's lock orders everything that a record carries.
   if (text == nullptr || !m_bThreadStarted.load(std::memory_order_relaxed) || InheritedByFork()) return false;
   if (module.size() > kLongestModule) return false;
@@ -51,8 +69,8 @@ bool VeltDebugInfo::Trace(std::string const& module, VeltLogLevel level, char co
   bool const log = bLog || m_bLog;
   if (!print && !log && m_nFiltLogBufSize == 0) return true;  // nobody will see it: nothing is made for it
 
-  std::size_t const length = strnlen(text, kLongestMessage);
-  ACE_Time_Value const now = ACE_OS::gettimeofday();
+  if (length == std::string::npos) length = strnlen(text, kLongestMessage);
+  ACE_Time_Value const now = TimeOfDay();
   std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, text, length, asn, now);
   made->m_bPrint = print;
   made->m_bLog = log;
@@ -94,7 +112,7 @@ bool VeltDebugInfo::TraceInner(OutDataUnit*& rec) {
   OutDataUnit* const queued = owned.get();
   // A block of its own: a host may have made the record in any way.
   velt::BlockPtr block = velt::WrapRecord(queued);
-  if (!Enqueue(owned, block.get(), ACE_OS::gettimeofday())) return false;
+  if (!Enqueue(owned, block.get(), TimeOfDay())) return false;
   if (owned != nullptr) return true;  // filtered, and there is no ring
   (void)block.release();              // the queue's now, like the record
   rec = queued;
@@ -108,7 +126,8 @@ bool VeltDebugInfo::Enqueue(std::unique_ptr<OutDataUnit>& rec, ACE_Message_Block
   if (InheritedByFork()) return false;
   bool const filtered = !rec->m_bPrint && !rec->m_bLog;
   if (filtered && m_nFiltLogBufSize == 0) return true;
-  ACE_Time_Value deadline(now.sec() + kQueueWaitSeconds, now.usec());
+  ACE_Time_Value deadline = now;
+  deadline.sec(now.sec() + kQueueWaitSeconds);  // a constructor would normalise it
   if (filtered) {
     ACE_Message_Block* evicted = nullptr;
     bool const queued = m_DiscardQueue.EnqueueEvicting(block, m_nFiltLogBufSize, deadline, evicted);

@@ -24,11 +24,11 @@ constexpr std::size_t kMessageCapacity = 2047;
 constexpr std::size_t kStandardOutput = 0;  // bits of an output set
 constexpr std::size_t kLogFile = 1;
 
-using Message = std::array<char, kMessageCapacity>;
+using Buffer = std::array<char, kMessageCapacity>;
 
-int Format(Message& message, char const* fmt, std::va_list args) VELT_PRINTF_FORMAT(2, 0);
-int Format(Message& message, char const* fmt, std::va_list args) {
-  return velt::FormatMessage(message.data(), message.size(), fmt, args);
+velt::Message Format(Buffer& buffer, char const* fmt, std::va_list args) VELT_PRINTF_FORMAT(2, 0);
+velt::Message Format(Buffer& buffer, char const* fmt, std::va_list args) {
+  return velt::ExpandMessage(buffer.data(), buffer.size(), fmt, args);
 }
 
 // Standard output belongs to the host: it may throw, when the host has asked it to.
@@ -42,10 +42,8 @@ void SayThatPrintfFailed(int error) try {
 
 VeltDebugMgr::Flags VeltDebugMgr::ResolveFlags(std::string const& module, VeltLogLevel level, Flags asked) {
   if (asked.print && asked.log) return asked;
-  velt::KnownSets sets{};
-  if (velt::KnownSets const* const remembered = velt::FindSets(module)) {
-    sets = *remembered;
-  } else {
+  velt::KnownSets sets;
+  if (!velt::FindSets(module, sets)) {
     velt::ReadLock const lock(m_tableLock);
     if (!lock.locked()) return asked;
     sets.known = GetSubModuleInfo_i(module, sets.levels, sets.outputs) ||
@@ -59,14 +57,20 @@ VeltDebugMgr::Flags VeltDebugMgr::ResolveFlags(std::string const& module, VeltLo
 
 bool VeltDebugMgr::Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
                          bool bPrint, bool bLog) {
+  return TraceText(module, level, text, std::string::npos, asn, {bPrint, bLog});
+}
+
+// A length that the caller knows need not be counted again; npos is none.
+bool VeltDebugMgr::TraceText(std::string const& module, VeltLogLevel level, char const* text,
+                             std::size_t length, AsnType const* asn, Flags asked) {
   if (!IsInit()) return false;
   // Acquire: the engine's construction is seen with the pointer.
   VeltDebugEngine* const engine = m_pEngine.load(std::memory_order_acquire);
-  if (engine != nullptr) return engine->Trace(module, level, text, asn, bPrint, bLog);
+  if (engine != nullptr) return engine->Trace(module, level, text, asn, asked.print, asked.log);
   if (m_bSilent.load(std::memory_order_relaxed)) return false;  // ordered by the acquire of IsInit
   if (m_pChannel == nullptr || level > kLargestLevel || text == nullptr || InheritedByFork()) return false;
-  Flags const flags = ResolveFlags(module, level, {bPrint, bLog});
-  return m_pChannel->Trace(module, level, text, asn, flags.print, flags.log);
+  Flags const flags = ResolveFlags(module, level, asked);
+  return m_pChannel->TraceText(module, level, text, length, asn, flags.print, flags.log);
 }
 
 bool VeltDebugMgr::AppTrace(std::string const& module, VeltLogLevel level, char const* text,
@@ -133,35 +137,36 @@ VeltDebugMgr::Lookup VeltDebugMgr::FindOrCreateChannel(std::string const& key, s
 
 void VeltDebugMgr::Printf(VeltLogLevel level, char const* fmt, ...) {
   if (!IsInit()) return;
-  Message message;
+  Buffer buffer;
   std::va_list args;
   va_start(args, fmt);
-  int const length = Format(message, fmt, args);
+  velt::Message const message = Format(buffer, fmt, args);
   int const error = errno;  // before anything else can change it
   va_end(args);
-  if (length <= 0) {
+  if (message.kept <= 0) {
     SayThatPrintfFailed(error);
     return;
   }
-  Trace(m_strDefaultModule, level, message.data(), nullptr, false, false);
+  TraceText(m_strDefaultModule, level, buffer.data(), message.length, nullptr, {});
 }
 
 void VeltDebugMgr::Printf(VeltLogLevel level, VeltInterString const& module, char const* fmt, ...) {
   if (!IsInit()) return;
-  Message message;
+  Buffer buffer;
   std::va_list args;
   va_start(args, fmt);
-  int const length = Format(message, fmt, args);
+  velt::Message const message = Format(buffer, fmt, args);
   va_end(args);
-  if (length > 0) Trace(module, level, message.data(), nullptr, false, false);
+  if (message.kept > 0) TraceText(module, level, buffer.data(), message.length, nullptr, {});
 }
 
 void VeltDebugMgr::Printf(char const* fmt, ...) {
   if (!IsInit()) return;
-  Message message;
+  Buffer buffer;
   std::va_list args;
   va_start(args, fmt);
-  int const length = Format(message, fmt, args);
+  velt::Message const message = Format(buffer, fmt, args);
   va_end(args);
-  if (length > 0) Trace(m_strDefaultModule, m_defaultLevel, message.data(), nullptr, false, false);
+  if (message.kept > 0)
+    TraceText(m_strDefaultModule, m_defaultLevel, buffer.data(), message.length, nullptr, {});
 }

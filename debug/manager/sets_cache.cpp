@@ -7,16 +7,20 @@
 namespace velt {
 namespace {
 
-constexpr std::size_t kLongestName = 39;
+constexpr std::size_t kLongestName = 46;
 constexpr std::size_t kGroups = 32;    // a name belongs to one group
 constexpr std::size_t kGroupSize = 4;  // names of one group beyond that take turns
 
-struct Entry {
+// One cache line.
+struct alignas(64) Entry {
   std::uint64_t generation = 0;  // 0: never filled
-  KnownSets sets{};
+  std::uint32_t levels = 0;
+  std::uint32_t outputs = 0;
+  bool known = false;
   unsigned char length = 0;
   std::array<char, kLongestName> name{};
 };
+static_assert(sizeof(Entry) == 64);
 
 using Group = std::array<Entry, kGroupSize>;
 
@@ -61,15 +65,17 @@ std::uint64_t SetsGeneration() { return generation_now.load(std::memory_order_ac
 
 void ForgetSets() { generation_now.fetch_add(1, std::memory_order_release); }
 
-KnownSets const* FindSets(std::string const& module) {
-  if (module.size() > kLongestName) return nullptr;
+bool FindSets(std::string const& module, KnownSets& sets) {
+  if (module.size() > kLongestName) return false;
   std::uint64_t const generation = SetsGeneration();
   for (Entry const& entry : GroupOf(module)) {
     bool const found = entry.generation == generation && entry.length == module.size() &&
                        std::memcmp(entry.name.data(), module.data(), module.size()) == 0;
-    if (found) return &entry.sets;
+    if (!found) continue;
+    sets = {entry.known, entry.levels, entry.outputs};
+    return true;
   }
-  return nullptr;
+  return false;
 }
 
 void StoreSets(std::string const& module, std::uint64_t generation, KnownSets const& sets) {
@@ -81,7 +87,9 @@ void StoreSets(std::string const& module, std::uint64_t generation, KnownSets co
   for (; place > 0; --place) group[place] = group[place - 1];
   Entry& entry = group[0];
   entry.generation = generation;
-  entry.sets = sets;
+  entry.levels = static_cast<std::uint32_t>(sets.levels.to_ulong());
+  entry.outputs = static_cast<std::uint32_t>(sets.outputs.to_ulong());
+  entry.known = sets.known;
   entry.length = static_cast<unsigned char>(module.size());
   std::memcpy(entry.name.data(), module.data(), module.size());
 }

@@ -13,7 +13,7 @@
 namespace velt {
 
 struct KnownSets {
-  bool known;  // false: neither the module nor "debug" is registered
+  bool known = false;  // false: neither the module nor "debug" is registered
   std::bitset<32> levels;
   std::bitset<32> outputs;
 };
@@ -26,8 +26,8 @@ std::uint64_t SetsGeneration();
 // change.
 void ForgetSets();
 
-// What this thread remembers of `module`; null when that is nothing, or out of date.
-KnownSets const* FindSets(std::string const& module);
+// Gives what this thread remembers of `module`. Returns false when that is nothing, or out of date.
+bool FindSets(std::string const& module, KnownSets& sets);
 
 // Remembers `sets` for `module`, found when the generation was `generation`. Long names are not remembered.
 void StoreSets(std::string const& module, std::uint64_t generation, KnownSets const& sets);

@@ -242,6 +242,10 @@ class VELT_EXPORT VeltDebugInfo {
   std::string const& LogPath() const;
 
  private:
+  friend class VeltDebugMgr;
+
+  bool TraceText(std::string const& module, VeltLogLevel level, char const* text, std::size_t length,
+                 AsnType const* asn, bool bPrint, bool bLog);
   bool InheritedByFork() const noexcept;
   std::unique_ptr<OutDataUnit> MakeRecord(std::string const& module, VeltLogLevel level, char const* text,
                                           std::size_t length, AsnType const* asn,

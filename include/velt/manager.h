@@ -232,6 +232,8 @@ class VELT_EXPORT VeltDebugMgr {
   void RegisterConfiguredModules_i(ModuleSets const& modules);
   bool OpenMainChannel(std::string const& directory, std::string const& fileHeader, bool channelFlag);
   void DeleteChannels();
+  bool TraceText(std::string const& module, VeltLogLevel level, char const* text, std::size_t length,
+                 AsnType const* asn, Flags asked);
   Flags ResolveFlags(std::string const& module, VeltLogLevel level, Flags asked);
   std::string ChannelKey(std::string const& subName) const;
   Lookup FindChannel(std::string const& key, VeltDebugInfo*& channel);
