@@ -51,23 +51,27 @@ class VELT_EXPORT OutDataUnit {
   OutDataUnit& operator=(OutDataUnit const&) = delete;
 
   // The memory of records is recycled: one thread fills a queue and another empties it, which allocators are
-  // slow at. The other forms of new work as everywhere. NOLINTBEGIN(misc-new-delete-overloads): the match is
-  // the delete that is told the size
+  // slow at. Throws std::bad_alloc. NOLINTBEGIN(misc-new-delete-overloads): the match is the delete that is
+  // told the size
   static void* operator new(std::size_t size);
+  // The same; null instead of an exception.
   static void* operator new(std::size_t size, std::nothrow_t const&) noexcept;
+  // Placement, as everywhere.
   static void* operator new(std::size_t, void* at) noexcept { return at; }
+  // Takes memory of either new back; null is nothing to do.
   static void operator delete(void* memory, std::size_t size) noexcept;
+  // Placement's, for a constructor that throws.
   static void operator delete(void*, void*) noexcept {}
   // NOLINTEND(misc-new-delete-overloads)
 
   char* m_pTimeStamp = nullptr;  // "2026-11-15 08:52:13.123456" and a NUL, in an array of 512 bytes
   int64_t m_nThreadId = 0;       // kernel thread id of the tracing thread
   int32_t m_nLevel = 3;          // a VeltLogLevel
-  std::string m_strModule;
-  char* m_pText = nullptr;    // module, tag and message, NUL-terminated
-  AsnType* m_pAsn = nullptr;  // printed after the text
-  bool m_bPrint = false;      // write to standard output
-  bool m_bLog = false;        // write to the log file
+  std::string m_strModule;       // the caller's, or "default" for one space
+  char* m_pText = nullptr;       // module, tag and message, NUL-terminated
+  AsnType* m_pAsn = nullptr;     // printed after the text
+  bool m_bPrint = false;         // write to standard output
+  bool m_bLog = false;           // write to the log file
 };
 
 // The queue of a channel: ACE's own, with cheaper ways in and out for many callers and one output thread, and

@@ -37,6 +37,7 @@ struct StaticLocks;
 // Errors:  a lock that cannot be taken gives false with errno set.
 class VELT_EXPORT VeltDebugSubModInfo {
  public:
+  // A module with these sets.
   VeltDebugSubModInfo(std::bitset<32> const& levels, std::bitset<32> const& outputs);
   virtual ~VeltDebugSubModInfo();
   VeltDebugSubModInfo(VeltDebugSubModInfo const&) = delete;
@@ -45,10 +46,12 @@ class VELT_EXPORT VeltDebugSubModInfo {
   // Sets or clears one bit and returns true. An index above 32 changes nothing and returns false; exactly 32
   // throws std::out_of_range and changes nothing.
   bool SetLevel(unsigned int level, bool on);
+  // The same for a bit of the output set.
   bool SetOutput(unsigned int direction, bool on);
 
-  // Replace the whole set and return true.
+  // Replaces the whole level set and returns true.
   bool SetLevelSet(std::bitset<32> const& levels);
+  // Replaces the whole output set and returns true.
   bool SetOutputSet(std::bitset<32> const& outputs);
 
  private:
@@ -69,8 +72,12 @@ class VELT_EXPORT VeltDebugSubModInfo {
 class VELT_EXPORT VeltDebugEngine {
  public:
   virtual ~VeltDebugEngine() = default;
+
+  // Receives every VeltDebugMgr::Trace and Printf, from several threads at once. The answer is the caller's.
   virtual bool Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
                      bool bPrint, bool bLog) = 0;
+
+  // Receives every VeltDebugMgr::AppTrace in the same way.
   virtual bool AppTrace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
                         bool bPrint, bool bLog, std::string const& subName) = 0;
 };
@@ -88,6 +95,7 @@ class VELT_EXPORT VeltDebugEngine {
 //          initialise a manager of its own.
 class VELT_EXPORT VeltDebugMgr {
  public:
+  // Modules by name, each with its level and its output set.
   using ModuleSets = std::map<std::string, std::pair<std::bitset<32>, std::bitset<32>>>;
 
   VeltDebugMgr(VeltDebugMgr const&) = delete;
@@ -134,6 +142,8 @@ class VELT_EXPORT VeltDebugMgr {
   // for an index above 32, a negative one, or a module that is not registered. Exactly 32 throws
   // std::out_of_range.
   bool SetLogLevel(std::string const& module, VeltLogLevel level, bool on);
+
+  // The same for a bit of the module's output set.
   bool SetLogOutput(std::string const& module, VeltOutputDirection direction, bool on);
 
   // Hands all tracing to `engine`, which the manager owns from then on. Returns false for null. An engine
@@ -167,13 +177,16 @@ class VELT_EXPORT VeltDebugMgr {
   bool AppTrace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
                 bool bPrint, bool bLog, std::string const& subName);
 
-  // Format a message of at most 2046 characters (the rest is cut) and Trace it with neither flag. Without a
-  // module, the module is the empty name, which has the sets of "debug"; without a level, the level is 3. An
-  // expansion that fails or is empty traces nothing; the first form then says "Printf failed. errno:" and the
-  // number on standard output.
+  // Formats a message of at most 2046 characters (the rest is cut) and traces it with neither flag, under the
+  // empty module name, which has the sets of "debug". An expansion that fails or is empty traces nothing and
+  // says "Printf failed. errno:" and the number on standard output.
   void Printf(VeltLogLevel level, char const* fmt, ...) VELT_PRINTF_FORMAT(3, 4);
+
+  // The same under a module of its own; an expansion that fails or is empty traces nothing and says nothing.
   void Printf(VeltLogLevel level, VeltInterString const& module, char const* fmt, ...)
       VELT_PRINTF_FORMAT(4, 5);
+
+  // The same at level 3 under the empty module name; it says nothing either.
   void Printf(char const* fmt, ...) VELT_PRINTF_FORMAT(2, 3);
   void Printf(int, ...) = delete;  // Printf(0, "x") would otherwise take 0 as a null format
 
@@ -183,24 +196,34 @@ class VELT_EXPORT VeltDebugMgr {
   void GetCfgItem(std::string const& cfgFile, int& filtLogBufSize, int& maxFileNum, int& maxFileSize,
                   int& eachProcessMaxZipNum, int& zipFileIncludeFileNum, ModuleSets& modules);
 
-  // Look one number up in the primary file, then, unless `primaryOnly`, in the secondary one. Return true
-  // when it was found; else false with the default in `value`: 100, 50, 5242880 (bytes), 30, 10.
+  // Looks nFiltLogBufSize up in the primary file, then, unless `primaryOnly`, in the secondary one. Returns
+  // true when it was found; else false with the default, 100, in `value`.
   static bool GetFiltLogBufSize(int& value, std::string const& primary, std::string const& secondary,
                                 bool primaryOnly);
+
+  // The same for nMaxFileNum; the default is 50.
   static bool GetMaxFileNum(int& value, std::string const& primary, std::string const& secondary,
                             bool primaryOnly);
+
+  // The same for nEachFileMaxSize, in bytes; the default is 5242880.
   static bool GetMaxFileSize(int& value, std::string const& primary, std::string const& secondary,
                              bool primaryOnly);
+
+  // The same for nEachProcessMaxZipNum; the default is 30.
   static bool GetEachProcessMaxZipNum(int& value, std::string const& primary, std::string const& secondary,
                                       bool primaryOnly);
+
+  // The same for nZipFileIncludeFileNum; the default is 10.
   static bool GetZipFileIncludeFileNum(int& value, std::string const& primary, std::string const& secondary,
                                        bool primaryOnly);
 
-  // Look one bit-set text up the same way, through `buffer` with the capacity `bufferLength`. `text` becomes
-  // the value of the primary file, or the default ("1100", "0100") when neither file has it. A value of the
-  // secondary file stays in `buffer`, and `text` as it was: module "debug" then has the empty set.
+  // Looks debug_level up the same way, through `buffer` with the capacity `bufferLength`. `text` becomes the
+  // value of the primary file, or the default, "1100", when neither file has it. A value of the secondary
+  // file stays in `buffer`, and `text` as it was: module "debug" then has the empty set.
   static void GetStrlevel(std::string& text, char* buffer, int& bufferLength, std::string const& primary,
                           std::string const& secondary, bool primaryOnly);
+
+  // The same for debug_output; the default is "0100".
   static void GetStroutput(std::string& text, char* buffer, int& bufferLength, std::string const& primary,
                            std::string const& secondary, bool primaryOnly);
 

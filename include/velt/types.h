@@ -39,10 +39,14 @@ class VELT_EXPORT AsnType {
 class VELT_EXPORT VeltInterString : public std::string {
  public:
   VeltInterString() = default;
-  VeltInterString(std::string const& text) : std::string(text) {}  // NOLINT(google-explicit-constructor)
-  VeltInterString(std::string&& text) noexcept
-      : std::string(std::move(text)) {}  // NOLINT(google-explicit-constructor)
-  explicit VeltInterString(char const* text) : std::string(text == nullptr ? "" : text) {}  // null: empty
+  // A copy of `text`. NOLINTBEGIN(google-explicit-constructor): what the class is for
+  VeltInterString(std::string const& text) : std::string(text) {}
+  // Takes the characters of `text` over.
+  VeltInterString(std::string&& text) noexcept : std::string(std::move(text)) {}
+  // NOLINTEND(google-explicit-constructor)
+
+  // A copy of `text`; null is the empty name.
+  explicit VeltInterString(char const* text) : std::string(text == nullptr ? "" : text) {}
 };
 
 #endif
