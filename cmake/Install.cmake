@@ -1,0 +1,83 @@
+# What `cmake --install` puts where, in three components: runtime, development, tools.
+include(CMakePackageConfigHelpers)
+find_program(VELT_GZIP gzip REQUIRED)
+mark_as_advanced(VELT_GZIP)
+
+set(velt_runtime_doc ${CMAKE_INSTALL_DATADIR}/doc/libveltbaseutil1)
+set(velt_development_doc ${CMAKE_INSTALL_DATADIR}/doc/libveltbaseutil-dev)
+set(velt_tools_doc ${CMAKE_INSTALL_DATADIR}/doc/veltbaseutil-tools)
+set(velt_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/veltbaseutil)
+set(velt_made ${PROJECT_BINARY_DIR}/install)
+
+# The library and what compiling against it needs.
+install(TARGETS veltbaseutil EXPORT veltbaseutil-targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})  # for hosts whose CMake does not know sets of headers
+install(EXPORT veltbaseutil-targets NAMESPACE veltbaseutil:: DESTINATION ${velt_package_dir} COMPONENT development)
+
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/veltbaseutil-config.cmake.in
+  ${velt_made}/veltbaseutil-config.cmake
+  INSTALL_DESTINATION ${velt_package_dir} NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+write_basic_package_version_file(${velt_made}/veltbaseutil-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${velt_made}/veltbaseutil-config.cmake ${velt_made}/veltbaseutil-config-version.cmake
+  DESTINATION ${velt_package_dir} COMPONENT development)
+
+# The way back from the directory of the .pc file, so that an installed tree may be moved.
+file(RELATIVE_PATH VELT_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" VELT_PC_PREFIX "${VELT_PC_PREFIX}")
+configure_file(${CMAKE_CURRENT_LIST_DIR}/veltbaseutil.pc.in ${velt_made}/veltbaseutil.pc @ONLY)
+install(FILES ${velt_made}/veltbaseutil.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# The tools for operators; what only tests use stays here.
+install(TARGETS veltpipe veltcfg RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/conf DESTINATION ${velt_tools_doc}/examples COMPONENT tools)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATADIR}/veltbaseutil COMPONENT tools)
+
+# Documents.
+install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${velt_development_doc} COMPONENT development)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${velt_development_doc} COMPONENT development
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "man" EXCLUDE)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/operations.md DESTINATION ${velt_tools_doc} COMPONENT tools)
+
+# Manual pages and change logs are installed compressed, as Debian has them.
+set(velt_compressed)
+function(velt_compress source result)
+  add_custom_command(OUTPUT ${result} DEPENDS ${source}
+    COMMAND ${CMAKE_COMMAND} -E copy ${source} ${result}.plain
+    COMMAND ${VELT_GZIP} -9nf -S .gz ${result}.plain
+    COMMAND ${CMAKE_COMMAND} -E rename ${result}.plain.gz ${result})
+endfunction()
+
+file(GLOB velt_man_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.[1-8])
+file(MAKE_DIRECTORY ${velt_made})
+foreach(page IN LISTS velt_man_pages)
+  cmake_path(GET page FILENAME name)
+  string(REGEX REPLACE ".*\\." "" section ${name})
+  velt_compress(${page} ${velt_made}/${name}.gz)
+  install(FILES ${velt_made}/${name}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT tools)
+  list(APPEND velt_compressed ${velt_made}/${name}.gz)
+endforeach()
+
+set(velt_package_revision 1)
+set(velt_maintainer "libveltbaseutil authors <authors@libveltbaseutil.invalid>")
+velt_compress(${PROJECT_SOURCE_DIR}/CHANGELOG.md ${velt_made}/changelog.gz)
+add_custom_command(OUTPUT ${velt_made}/changelog.Debian
+  DEPENDS ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${CMAKE_CURRENT_LIST_DIR}/debian_changelog.sh
+  COMMAND ${CMAKE_CURRENT_LIST_DIR}/debian_changelog.sh ${PROJECT_SOURCE_DIR}/CHANGELOG.md veltbaseutil
+    ${velt_package_revision} ${velt_maintainer} > ${velt_made}/changelog.Debian
+  VERBATIM)
+velt_compress(${velt_made}/changelog.Debian ${velt_made}/changelog.Debian.gz)
+list(APPEND velt_compressed ${velt_made}/changelog.gz ${velt_made}/changelog.Debian.gz)
+add_custom_target(velt_installed_documents ALL DEPENDS ${velt_compressed})
+
+file(STRINGS ${PROJECT_SOURCE_DIR}/LICENSE license_lines)
+list(POP_FRONT license_lines)  # the name of the license
+list(JOIN license_lines "\n " VELT_LICENSE_TEXT)
+string(REGEX REPLACE "\n +\n" "\n .\n" VELT_LICENSE_TEXT "${VELT_LICENSE_TEXT}")
+string(STRIP "${VELT_LICENSE_TEXT}" VELT_LICENSE_TEXT)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/copyright.in ${velt_made}/copyright @ONLY)
+foreach(component IN ITEMS runtime development tools)
+  install(FILES ${velt_made}/copyright ${velt_made}/changelog.gz ${velt_made}/changelog.Debian.gz
+    DESTINATION ${velt_${component}_doc} COMPONENT ${component})
+endforeach()

@@ -1,0 +1,16 @@
+# Sourced by the scripts that check: runs their steps without showing what these print while all is well.
+
+# quietly NAME COMMAND...: the output goes into $logs/<prefix>NAME.log, where the prefix is $log_prefix if that is set. Its
+# end is shown when the command fails, and the script ends.
+quietly() {
+  local name=$1 start=$SECONDS
+  local log=$logs/${log_prefix:-}${name// /-}.log
+  shift
+  printf '== %s' "$name"
+  if ! "$@" >"$log" 2>&1; then
+    printf ': FAILED\n'
+    tail -n 100 "$log"
+    exit 1
+  fi
+  printf ' (%d s)\n' $((SECONDS - start))
+}

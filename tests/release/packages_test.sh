@@ -1,0 +1,101 @@
+#!/usr/bin/env bash
+# Makes the Debian packages, unpacks them into a scratch root, and builds and runs a host against them by CMake's
+# find_package and by pkg-config.
+#
+#   packages_test.sh BUILD_DIRECTORY SOURCE_DIRECTORY COMPILER VERSION
+set -euo pipefail
+export LC_ALL=C
+build=$1 source=$2 compiler=$3 version=$4
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+root=$scratch/root
+mkdir -p "$root" "$scratch/log"
+
+fail() {
+  printf '%s\n' "$*" >&2
+  exit 1
+}
+# Runs a step; what it prints is shown only when it fails.
+quietly() {
+  "$@" >"$scratch/output" 2>&1 || { cat "$scratch/output" >&2; fail "failed: $*"; }
+}
+field() { dpkg-deb -f "${package[$1]}" "$2"; }
+
+quietly cpack --config "$build/CPackConfig.cmake" -G DEB -B "$scratch/packages"
+declare -A package
+for name in libveltbaseutil1 libveltbaseutil-dev veltbaseutil-tools; do
+  package[$name]=$scratch/packages/${name}_$version-1_$(dpkg --print-architecture).deb
+  [[ -f ${package[$name]} ]] || fail "no package $name: $(ls "$scratch/packages")"
+  [[ $(field "$name" Maintainer) == 'libveltbaseutil authors '* ]] || fail "$name: another maintainer"
+  dpkg-deb -x "${package[$name]}" "$root"
+  documents=$root/usr/share/doc/$name
+  grep -q 'Permission is hereby granted' "$documents/copyright" || fail "$name: no license in its copyright file"
+  [[ $(gzip -dc "$documents/changelog.Debian.gz") == "veltbaseutil ($version-1) "* ]] ||
+    fail "$name: its change log does not begin with $version"
+  gzip -t "$documents/changelog.gz"
+done
+[[ $(find "$scratch/packages" -maxdepth 1 -name '*.deb' | wc -l) -eq 3 ]] || fail "more than three packages"
+
+# What each package wants of the machine: hosts need ACE's headers, and not zlib's.
+for wanted in libace-7 libc6 libstdc++6 zlib1g; do
+  [[ $(field libveltbaseutil1 Depends) == *"$wanted"* ]] || fail "the library does not depend on $wanted"
+done
+[[ $(field libveltbaseutil-dev Depends) == "libveltbaseutil1 (= $version-1), libace-dev, pkg-config" ]] ||
+  fail "the headers depend on $(field libveltbaseutil-dev Depends)"
+[[ $(field veltbaseutil-tools Depends) == "libveltbaseutil1 (= $version-1), "*libc6* ]] ||
+  fail "the tools depend on $(field veltbaseutil-tools Depends)"
+[[ $(dpkg-deb -I "${package[libveltbaseutil1]}" shlibs) == "libveltbaseutil 1 libveltbaseutil1 (>= $version-1)" ]] ||
+  fail "the library's shlibs file is wrong"
+
+# What is in them.
+diff -r "$source/include/velt" "$root/usr/include/velt" || fail "other headers are installed than those of the source"
+libraries=$(dirname "$(find "$root/usr/lib" -name libveltbaseutil.so)")
+[[ $(readlink "$libraries/libveltbaseutil.so") == libveltbaseutil.so.1 ]] || fail "libveltbaseutil.so links elsewhere"
+[[ $(readelf -SW "$libraries/libveltbaseutil.so.1") != *.debug_info* ]] || fail "the library is not stripped"
+[[ $(ls "$root/usr/bin") == $'veltcfg\nveltpipe' ]] || fail "other tools are installed: $(ls "$root/usr/bin")"
+for page in "$source"/docs/man/*.[1-8]; do
+  [[ -e $page ]] || continue
+  gzip -dc "$root/usr/share/man/man${page##*.}/${page##*/}.gz" | cmp - "$page"
+done
+diff -r "$source/examples/conf" "$root/usr/share/doc/veltbaseutil-tools/examples/conf"
+diff -r "$source/share" "$root/usr/share/veltbaseutil"
+if grep -rlF -e "$build" -e "$source" "$root"; then fail "these files name the directories that they were made in"; fi
+
+# The log holds the one line that the host traced, and the trailer of an orderly end.
+check_log() {  # DIRECTORY HOW
+  local files=("$1"/host_*.log)
+  [[ ${#files[@]} -eq 1 && -f ${files[0]} ]] || fail "found by $2: log directory holds $(ls "$1")"
+  if [[ $(grep -cE "^.{21}\.T[0-9]+ net I: found by $2\$" "${files[0]}") -ne 1 ]] ||
+    ! grep -q '^File close at ' "${files[0]}"; then
+    cat "${files[0]}" >&2
+    fail "found by $2: the line of the host or the trailer is missing"
+  fi
+}
+
+# zlib's files are kept from CMake: a host's machine need not have them.
+quietly cmake -S "$source/tests/release/host" -B "$scratch/by_cmake" -DCMAKE_CXX_COMPILER="$compiler" \
+  -DCMAKE_PREFIX_PATH="$root/usr" -DCMAKE_DISABLE_FIND_PACKAGE_ZLIB=ON -DCMAKE_BUILD_TYPE=Release
+quietly cmake --build "$scratch/by_cmake"
+mkdir "$scratch/log/cmake"
+quietly "$scratch/by_cmake/host" "$scratch/log/cmake" find_package
+check_log "$scratch/log/cmake" find_package
+
+export PKG_CONFIG_PATH=$libraries/pkgconfig
+[[ $(pkg-config --modversion veltbaseutil) == "$version" ]] || fail "pkg-config says another version than $version"
+read -ra flags <<<"$(pkg-config --cflags --libs veltbaseutil)"
+if [[ " ${flags[*]} " == *" -lz "* ]]; then fail "pkg-config asks hosts for zlib"; fi
+quietly "$compiler" -std=c++17 "$source/tests/release/host/host.cpp" -o "$scratch/by_pkg_config" "${flags[@]}"
+mkdir "$scratch/log/pkg-config"
+export LD_LIBRARY_PATH=$libraries
+quietly "$scratch/by_pkg_config" "$scratch/log/pkg-config" pkg-config
+check_log "$scratch/log/pkg-config" pkg-config
+
+echo 'a line of some program' | quietly "$root/usr/bin/veltpipe" --name pipe_ --dir "$scratch/log/pipe"
+grep -q 'a line of some program$' "$scratch"/log/pipe/pipe_*.log || fail "the packaged veltpipe wrote nothing"
+[[ $("$root/usr/bin/veltcfg" --version) == *"$version"* ]] || fail "the packaged veltcfg says another version"
+unset LD_LIBRARY_PATH
+
+as_root=()
+if [[ $(id -u) -eq 0 ]]; then as_root=(--allow-root); fi
+quietly lintian --no-cfg "${as_root[@]}" --fail-on error "${package[@]}"
