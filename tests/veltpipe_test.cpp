@@ -131,7 +131,7 @@ TEST(VeltpipeCommandLineTest, HelpNamesEveryOptionOnStandardOutput) {
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_THAT(outcome.err, IsEmpty());
   for (char const* const option : {"--name", "--dir", "--size", "--keep", "--module", "--level", "--print",
-                                   "--config", "--stats", "--help", "--version"}) {
+                                   "--config", "--stats", "--json", "--progress", "--help", "--version"}) {
     EXPECT_THAT(outcome.out, HasSubstr(std::string("\n  ") + option + " "));
   }
 }

@@ -13,27 +13,34 @@ namespace {
 
 constexpr std::size_t kBlockBytes = 65536;
 
-// Returns once there is something to read, the input has ended, or a signal has come.
-void WaitForEither(int descriptor, int stop_descriptor) {
+// Returns once there is something to read, the input has ended, a signal has come, or the time is up (-1:
+// never).
+void WaitForEither(int descriptor, int stop_descriptor, int milliseconds) {
   std::array<pollfd, 2> waited{{{descriptor, POLLIN, 0}, {stop_descriptor, POLLIN, 0}}};
-  (void)poll(waited.data(), waited.size(), -1);  // the caller asks both again, whatever ended the wait
+  (void)poll(waited.data(), waited.size(),
+             milliseconds);  // the caller asks both again, whatever ended the wait
 }
 
 bool IsTemporary(int reason) { return reason == EINTR || reason == EAGAIN || reason == EWOULDBLOCK; }
 
 }  // namespace
 
-int ReadInput(int descriptor, StopSignal& stop, LineSplitter& lines) {
+int ReadInput(int descriptor, StopSignal& stop, LineSplitter& lines, Statistics& statistics,
+              Progress& progress) {
   std::vector<char> block(kBlockBytes);
+  int const longest_wait = progress.IsShown() ? static_cast<int>(Progress::kEvery.count()) : -1;
   for (;;) {
-    WaitForEither(descriptor, stop.Descriptor());
+    WaitForEither(descriptor, stop.Descriptor(), longest_wait);
+    progress.Tick();
     if (stop.Raised()) return 0;
     pollfd input{descriptor, POLLIN, 0};
     if (poll(&input, 1, 0) == 0) continue;  // a read would wait, deaf to signals
     ssize_t const count = read(descriptor, block.data(), block.size());
     if (count == 0) return 0;
     if (count > 0) {
+      statistics.bytes_in += static_cast<std::uint64_t>(count);
       lines.Push({block.data(), static_cast<std::size_t>(count)});
+      statistics.lines_in = lines.Lines();
     } else if (int const reason = errno; !IsTemporary(reason)) {
       return reason;
     }

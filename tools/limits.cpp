@@ -3,16 +3,10 @@
 
 #include "velt/manager.h"
 
+#include "tools/limit_ranges.h"
+
 namespace velt::tools {
 namespace {
-
-constexpr int kMegabyteShift = 20;
-
-// A number out of its range is replaced, as for every host of the library: never moved to the nearer end.
-unsigned int Bounded(int value, unsigned int low, unsigned int high, unsigned int otherwise) {
-  auto const number = static_cast<unsigned int>(value);  // a negative one becomes too large
-  return number >= low && number <= high ? number : otherwise;
-}
 
 Limits ConfiguredLimits(std::string const& file) {
   int ring_records = 0;
@@ -25,12 +19,14 @@ Limits ConfiguredLimits(std::string const& file) {
                                        modules);
   VeltDebugMgr::Destroy();
 
-  Limits const defaults;
+  auto const bounded = [](Limit limit, int value) {
+    return static_cast<unsigned int>(Bounded(limit, value));
+  };
   Limits limits;
-  limits.ring_records = Bounded(ring_records, 0, 1000, defaults.ring_records);
-  limits.file_bytes = Bounded(file_bytes, 1U << kMegabyteShift, 50U << kMegabyteShift, defaults.file_bytes);
-  limits.archives = Bounded(archives, 1, 200, defaults.archives);
-  limits.files_per_archive = Bounded(files_per_archive, 1, 50, defaults.files_per_archive);
+  limits.ring_records = bounded(kRingRecords, ring_records);
+  limits.file_bytes = bounded(kFileBytes, file_bytes);
+  limits.archives = bounded(kArchives, archives);
+  limits.files_per_archive = bounded(kFilesPerArchive, files_per_archive);
   return limits;
 }
 

@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <system_error>
 
 namespace velt::tools {
@@ -17,9 +19,23 @@ constexpr int kMostArchives = 200;
 constexpr int kHighestLevel = 31;
 constexpr std::size_t kLongestName = 233;  // 255 of a file name less the time, ".log" and ".gz"
 
-enum Key { kName = 256, kDir, kSize, kKeep, kModule, kLevel, kPrint, kConfig, kStats, kHelp, kVersion };
+enum Key {
+  kName = 256,
+  kDir,
+  kSize,
+  kKeep,
+  kModule,
+  kLevel,
+  kPrint,
+  kConfig,
+  kStats,
+  kJson,
+  kProgress,
+  kHelp,
+  kVersion
+};
 
-constexpr std::array<option, 12> kLongOptions{{{"name", required_argument, nullptr, kName},
+constexpr std::array<option, 14> kLongOptions{{{"name", required_argument, nullptr, kName},
                                                {"dir", required_argument, nullptr, kDir},
                                                {"size", required_argument, nullptr, kSize},
                                                {"keep", required_argument, nullptr, kKeep},
@@ -28,6 +44,8 @@ constexpr std::array<option, 12> kLongOptions{{{"name", required_argument, nullp
                                                {"print", no_argument, nullptr, kPrint},
                                                {"config", required_argument, nullptr, kConfig},
                                                {"stats", no_argument, nullptr, kStats},
+                                               {"json", no_argument, nullptr, kJson},
+                                               {"progress", no_argument, nullptr, kProgress},
                                                {"help", no_argument, nullptr, kHelp},
                                                {"version", no_argument, nullptr, kVersion},
                                                {nullptr, 0, nullptr, 0}}};
@@ -76,6 +94,12 @@ bool TakeOption(int key, CommandLine& line) {
     case kStats:
       options.stats = true;
       return true;
+    case kJson:
+      options.json = true;
+      return true;
+    case kProgress:
+      options.progress = true;
+      return true;
     case kSize:
       options.size_mb = NumberOption("--size", 1, kLargestSizeMb);
       return options.size_mb.has_value();
@@ -105,8 +129,9 @@ bool IsUsable(Options const& options) {
   if (options.directory.empty()) return Complain("--dir is missing or empty");
   if (options.module.find('\n') != std::string::npos) return Complain("--module must be one line");
   if (!options.config_file.empty() && access(options.config_file.c_str(), R_OK) != 0) {
-    return Complain("cannot read the configuration \"" + options.config_file + "\"");
+    return Complain("cannot read the configuration \"" + options.config_file + "\": " + std::strerror(errno));
   }
+  if (options.json && !options.stats) return Complain("--json is the form of --stats, which is missing");
   return true;
 }
 
@@ -146,6 +171,8 @@ limit is compressed and a new one begun, and only the newest archives are kept.
   --print        copy each record to standard output
   --config FILE  take limits from a debug configuration file; an option given here wins over the file
   --stats        report lines, records, retries and rotations on standard error at the end
+  --json         the report of --stats as one line of JSON
+  --progress     show lines, bytes, rate and rotations on standard error while it runs, if that is a terminal
   --help         show this text
   --version      show the version
 

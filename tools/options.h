@@ -17,6 +17,8 @@ struct Options {
   std::optional<int> keep_files;  // absent: the configuration decides
   bool print = false;
   bool stats = false;
+  bool json = false;  // of the statistics
+  bool progress = false;
 };
 
 enum class Request { kRun, kHelp, kVersion, kUsageError };

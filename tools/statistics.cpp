@@ -28,4 +28,14 @@ void PrintStatistics(Statistics const& statistics, std::FILE* out) {
                statistics.lines_in, statistics.records_out, statistics.retries, statistics.files_rotated);
 }
 
+void PrintStatisticsAsJson(Statistics const& statistics, std::FILE* out) {
+  std::fprintf(out,
+               "{\"lines_in\": %" PRIu64 ", \"bytes_in\": %" PRIu64 ", \"records_out\": %" PRIu64
+               ", \"retries\": %" PRIu64 ", \"files_rotated\": %" PRIu64 ", \"records_given_up\": %" PRIu64
+               ", \"bytes_missing\": %" PRIu64 ", \"no_log_file\": %s}\n",
+               statistics.lines_in, statistics.bytes_in, statistics.records_out, statistics.retries,
+               statistics.files_rotated, statistics.records_given_up, statistics.bytes_missing,
+               statistics.no_log_file ? "true" : "false");
+}
+
 }  // namespace velt::tools

@@ -9,6 +9,7 @@ namespace velt::tools {
 
 struct Statistics {
   std::uint64_t lines_in = 0;
+  std::uint64_t bytes_in = 0;
   std::uint64_t records_out = 0;
   std::uint64_t retries = 0;  // refusals of a record that was then tried again
   std::uint64_t files_rotated = 0;
@@ -25,6 +26,9 @@ void PrintLoss(Statistics const& statistics, std::FILE* out);
 
 // The line of --stats.
 void PrintStatistics(Statistics const& statistics, std::FILE* out);
+
+// The same, and the losses, as one line of JSON.
+void PrintStatisticsAsJson(Statistics const& statistics, std::FILE* out);
 
 }  // namespace velt::tools
 

@@ -17,6 +17,7 @@
 #include "tools/limits.h"
 #include "tools/line_splitter.h"
 #include "tools/options.h"
+#include "tools/progress.h"
 #include "tools/statistics.h"
 #include "tools/stop_signal.h"
 
@@ -43,22 +44,25 @@ void IgnoreWriteSignals() {
   (void)std::signal(SIGXFSZ, SIG_IGN);
 }
 
+bool Refuse(char const* what, std::string const& directory, char const* reason) {
+  std::fprintf(stderr, "veltpipe: %s %s: %s; give another place with --dir\n", what, directory.c_str(),
+               reason);
+  return false;
+}
+
 bool PrepareDirectory(std::string const& directory) {
   errno = 0;
   if (VeltMakeDirEx(directory.c_str()) != 0) {
     int const reason = errno;
-    std::fprintf(stderr, "veltpipe: cannot create the directory %s%s%s\n", directory.c_str(),
-                 reason == 0 ? "" : ": ", reason == 0 ? "" : std::strerror(reason));
-    return false;
+    return Refuse("cannot create the directory", directory,
+                  reason == 0 ? "there is a \"$\" in the path" : std::strerror(reason));
   }
   struct stat info {};
   if (stat(directory.c_str(), &info) == 0 && !S_ISDIR(info.st_mode)) {
-    std::fprintf(stderr, "veltpipe: %s is not a directory\n", directory.c_str());
-    return false;
+    return Refuse("cannot write in", directory, "it is not a directory");
   }
   if (access(directory.c_str(), W_OK | X_OK) != 0) {
-    std::fprintf(stderr, "veltpipe: cannot write in %s: %s\n", directory.c_str(), std::strerror(errno));
-    return false;
+    return Refuse("cannot write in", directory, std::strerror(errno));
   }
   return true;
 }
@@ -72,15 +76,18 @@ int Run(Options const& options) {
   Statistics statistics;
   Feeder feeder(options, LimitsFor(options), stop, statistics);
   LineSplitter lines([&feeder](std::string const& message) { feeder.Feed(message); });
-  int const read_error = ReadInput(STDIN_FILENO, stop, lines);
+  Progress progress(options.progress, statistics);
+  int const read_error = ReadInput(STDIN_FILENO, stop, lines, statistics, progress);
   lines.Finish();
   feeder.Finish();
   statistics.lines_in = lines.Lines();
+  progress.Finish();
 
   if (read_error != 0)
-    std::fprintf(stderr, "veltpipe: cannot read standard input: %s\n", std::strerror(read_error));
+    std::fprintf(stderr, "veltpipe: cannot read standard input: %s; it takes a pipe or a file\n",
+                 std::strerror(read_error));
   PrintLoss(statistics, stderr);
-  if (options.stats) PrintStatistics(statistics, stderr);
+  if (options.stats) (options.json ? PrintStatisticsAsJson : PrintStatistics)(statistics, stderr);
   return read_error == 0 && !HasLoss(statistics) ? kSuccess : kLoss;
 }
 

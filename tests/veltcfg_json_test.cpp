@@ -1,0 +1,235 @@
+// veltcfg --json: valid whatever the files hold, and the same content as the text.
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/files.h"
+#include "tests/support/installation.h"
+#include "tests/support/json.h"
+#include "tests/support/process.h"
+
+namespace velt::test {
+namespace {
+
+using testing::HasSubstr;
+
+std::string const kProgram = std::string(VELT_TOOLS_DIR) + "/veltcfg";
+
+std::string Padded(std::string text, std::size_t width) {
+  text.resize(std::max(width, text.size()), ' ');
+  return text;
+}
+
+std::string OrElse(Json const& text, std::string const& otherwise) {
+  return text.IsNull() ? otherwise : text.text;
+}
+
+std::string At(Json const& entry) {
+  if (entry["file"].IsNull()) return "environment";
+  return entry["file"].text + (entry["line"].IsNull() ? "" : ":" + entry["line"].text);
+}
+
+std::string Origin(Json const& entry) {
+  return entry["text"].IsNull() ? "  (default)" : "  (\"" + entry["text"].text + "\" in " + At(entry) + ")";
+}
+
+std::string LocationLine(Json const& entry) {
+  std::string const missing = entry["exists"].text == "true" ? ")" : "; does not exist)";
+  std::string const line = "  " + Padded(entry["name"].text, 19);
+  return entry["path"].IsNull() ? line + "none"
+                                : line + entry["path"].text + "  (" + entry["from"].text + missing;
+}
+
+std::string SetLine(char const* name, Json const& set) {
+  std::string bits;
+  for (auto const& bit : set["bits"].list) {
+    std::string const tag = bit["tag"].text;
+    bits += (bits.empty() ? "" : ", ") + bit["bit"].text + (tag.empty() ? "" : " (" + tag + ")");
+  }
+  return "    " + Padded(name, 9) + (bits.empty() ? "none" : bits) + Origin(set) + "\n";
+}
+
+std::string NumberLines(Json const& report) {
+  std::string text = "Limits\n";
+  for (auto const& limit : report["limits"].list) {
+    text +=
+        "  " + Padded(limit["key"].text, 24) + limit["value"].text + " " + limit["unit"].text + Origin(limit);
+    text += limit["replaced"].text == "true" ? "  instead of " + limit["as_read"].text + "\n" : "\n";
+  }
+  text += "Switches\n";
+  for (auto const& entry : report["switches"].list) {
+    text += "  " + Padded(entry["key"].text, 24) + (entry["on"].text == "true" ? "yes" : "no") +
+            Origin(entry) + "\n";
+  }
+  return text;
+}
+
+// The text report, made of nothing but the JSON.
+std::string TextOf(Json const& report) {
+  std::string text = "Environment\n";
+  for (auto const& entry : report["environment"].list) {
+    std::string const value = entry["value"].IsNull() ? "not set" : "\"" + entry["value"].text + "\"";
+    text += "  " + Padded(entry["variable"].text, 17) + value + "\n";
+  }
+  text += "Directories\n";
+  for (auto const& entry : report["directories"].list) text += LocationLine(entry) + "\n";
+  text += "Files\n";
+  for (auto const& entry : report["files"].list) text += LocationLine(entry) + "\n";
+  text += "Read\n  first   " + OrElse(report["read"]["first"], "nothing") + "\n";
+  text += "  second  " + OrElse(report["read"]["second"], "nothing") + "\n";
+  if (!report["limits"].list.empty()) {
+    text += NumberLines(report) + "Modules\n";
+    for (auto const& entry : report["modules"].list) {
+      text += "  " + entry["name"].text + "\n" + SetLine("levels", entry["levels"]) +
+              SetLine("outputs", entry["outputs"]);
+    }
+  }
+  text += report["findings"].list.empty() ? "Findings: none\n" : "Findings\n";
+  for (auto const& entry : report["findings"].list) {
+    text += At(entry) + ": " + entry["severity"].text + ": " + entry["message"].text + " [" +
+            entry["kind"].text + "]\n";
+  }
+  return text;
+}
+
+class VeltcfgJsonTest : public testing::Test {
+ protected:
+  Json Read() {
+    Outcome const outcome = RunProgram({kProgram, "--json"});
+    exit_code_ = outcome.exit_code;
+    raw_ = outcome.out;
+    return JsonReader::Read(outcome.out);
+  }
+
+  InstalledRoot root_;
+  int exit_code_ = -1;
+  std::string raw_;
+};
+
+TEST_F(VeltcfgJsonTest, ACleanReportHasTheContentOfTheText) {
+  WriteFile(root_.DebugFile(), "nMaxFileNum = 7\nnet_level = 1\n");
+
+  Json const report = Read();
+
+  EXPECT_EQ(TextOf(report), RunProgram({kProgram}).out);
+  EXPECT_EQ(report["status"].text, "0");
+  EXPECT_EQ(exit_code_, 0);
+  EXPECT_EQ(report["program"].text, "veltcfg");
+  EXPECT_EQ(report["version"].text, "1.0.0");
+}
+
+TEST_F(VeltcfgJsonTest, AReportFullOfFindingsHasTheContentOfTheText) {
+  setenv("COMMON_LIB_PATH", " /shared", 1);
+  setenv("_APP_LOG_DIR", "/no/such/directory", 1);
+  WriteFile(root_.MainFile(), "debug_level = 1\nnet_output = 1\nnMaxFileNum = 1\nEnablePrint = x\n");
+  WriteFile(root_.DebugFile(),
+            "nMaxFileNum = 1000\nnMaxFileNum = 5\nno item\nnEachFileMaxSize = 4097\nnet_level = 12\n"
+            "_output = 1\ncolour = red\nENABLELOG = 1\nnet_output = 00000000000000001\n" +
+                std::string(3000, '='));
+
+  Json const report = Read();
+
+  EXPECT_EQ(TextOf(report), RunProgram({kProgram}).out);
+  EXPECT_EQ(report["status"].text, "1");
+  EXPECT_EQ(exit_code_, 1);
+  EXPECT_GE(report["findings"].list.size(), 13U);
+}
+
+TEST_F(VeltcfgJsonTest, AReportWithoutAConfigurationHasTheContentOfTheText) {
+  Json const report = Read();
+
+  EXPECT_EQ(TextOf(report), RunProgram({kProgram}).out);
+  EXPECT_EQ(report["status"].text, "2");
+  EXPECT_EQ(exit_code_, 2);
+  EXPECT_TRUE(report["limits"].list.empty());
+  EXPECT_TRUE(report["read"]["first"].IsNull());
+}
+
+TEST_F(VeltcfgJsonTest, ALimitSaysWhatWasReadAndWhatItsBoundsAre) {
+  WriteFile(root_.DebugFile(), "\nnEachFileMaxSize = 51\n");
+
+  Json const report = Read();
+
+  Json const& size = report["limits"].list.at(2);
+  EXPECT_EQ(size["key"].text, "nEachFileMaxSize");
+  EXPECT_EQ(size["text"].text, "51");
+  EXPECT_EQ(size["number"].text, "51");
+  EXPECT_EQ(size["file"].text, root_.DebugFile());
+  EXPECT_EQ(size["line"].text, "2");
+  EXPECT_EQ(size["as_read"].text, "53477376");
+  EXPECT_EQ(size["value"].text, "5242880");
+  EXPECT_EQ(size["low"].text, "1048576");
+  EXPECT_EQ(size["high"].text, "52428800");
+  EXPECT_EQ(size["default"].text, "5242880");
+  EXPECT_EQ(size["replaced"].text, "true");
+}
+
+TEST_F(VeltcfgJsonTest, ASetIsThereInTheFormOfTheConfigurationToo) {
+  WriteFile(root_.DebugFile(), "net_level = 0110\nnet_output =\n");
+
+  Json const report = Read();
+
+  Json const& net = report["modules"].list.at(1);
+  EXPECT_EQ(net["name"].text, "net");
+  EXPECT_EQ(net["levels"]["set"].text, "011");
+  EXPECT_EQ(net["levels"]["bits"].list.at(0)["bit"].text, "1");
+  EXPECT_EQ(net["levels"]["bits"].list.at(0)["tag"].text, "E");
+  EXPECT_EQ(net["outputs"]["set"].text, "");
+  EXPECT_EQ(net["outputs"]["text"].text, "");
+}
+
+TEST_F(VeltcfgJsonTest, QuotesBackslashesAndControlCharactersAreEscaped) {
+  WriteFile(root_.DebugFile(), "a\"b\\c\x01\x1b\td_level = 1\n");
+
+  Json const report = Read();
+
+  EXPECT_EQ(report["modules"].list.at(0)["name"].text, "a\"b\\c\x01\x1b\td");
+  EXPECT_THAT(raw_, HasSubstr("a\\\"b\\\\c\\u0001\\u001b\\u0009d"));
+}
+
+TEST_F(VeltcfgJsonTest, BytesThatAreNoUtf8BecomeTheReplacementCharacterAndUtf8Stays) {
+  WriteFile(root_.DebugFile(), "\xC3\xA9\xFF\xC0\xAF\xED\xA0\x80\xF0\x9F\x98\x80\xE2\x82_level = 1\n");
+
+  Json const report = Read();
+
+  std::string const gone = "\xEF\xBF\xBD";
+  std::string name = "\xC3\xA9" + gone;             // FF
+  name += gone + gone;                              // C0 AF, an overlong form
+  name += gone + gone + gone + "\xF0\x9F\x98\x80";  // ED A0 80, a surrogate
+  name += gone + gone;                              // E2 82, a sequence without its end
+  EXPECT_EQ(report["modules"].list.at(1)["name"].text, name);
+}
+
+TEST_F(VeltcfgJsonTest, EveryByteAndANewlineInAPathGiveValidJson) {
+  std::string bytes;
+  for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);
+  WriteFile(root_.DebugFile(), bytes + "\n" + bytes + "_level = " + bytes);
+  setenv("_APP_TMP_DIR", bytes.c_str(), 1);
+
+  EXPECT_NO_THROW(Read());
+  EXPECT_EQ(exit_code_, 1);
+}
+
+TEST_F(VeltcfgJsonTest, ANewlineInAPathDoesNotBeginALineOfTheText) {
+  WriteFile(root_.DebugFile(), "");
+  setenv("_APP_TMP_DIR", "/tmp\nFindings: none", 1);
+
+  EXPECT_THAT(RunProgram({kProgram}).out,
+              HasSubstr("  temporary          /tmp\\x0aFindings: none/  (_APP_TMP_DIR"));
+}
+
+// The reader that the other tests rely on.
+TEST(JsonReaderTest, WhatIsNoJsonIsRefused) {
+  for (char const* const text : {"", "{", "{\"a\" 1}", "{\"a\": 1,}", "[1 2]", "[01]", "\"a\nb\"", "nul",
+                                 "1 2", "{\"a\": 1, \"a\": 2}", "\"\\x\"", "\"\\u12g4\"", "'a'", "-"}) {
+    SCOPED_TRACE(text);
+    EXPECT_THROW(JsonReader::Read(text), std::runtime_error);
+  }
+}
+
+}  // namespace
+}  // namespace velt::test

@@ -1,0 +1,286 @@
+// What veltpipe says while it runs and at its end: the progress line, the statistics as JSON, its complaints.
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/files.h"
+#include "tests/support/json.h"
+#include "tests/support/process.h"
+#include "tests/support/running_program.h"
+
+namespace velt::test {
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+std::string const kProgram = std::string(VELT_TOOLS_DIR) + "/veltpipe";
+
+std::vector<std::string> Command(std::string const& directory, std::vector<std::string> const& options) {
+  std::vector<std::string> command{kProgram, "--name", "t_", "--dir", directory};
+  command.insert(command.end(), options.begin(), options.end());
+  return command;
+}
+
+void WriteText(Descriptor const& to, std::string const& text) {
+  ASSERT_EQ(write(to, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
+
+// A terminal, and what was written to it so far.
+class Terminal {
+ public:
+  explicit Terminal(unsigned short columns = 80) : Terminal(Open(columns)) {}
+
+  Descriptor& Slave() { return slave_; }
+
+  // Everything until now; what a terminal adds to a newline is taken away again.
+  std::string const& Text() {
+    char block[4096];
+    for (ssize_t count = 0; (count = read(master_, block, sizeof block)) > 0;)
+      text_.append(block, static_cast<std::size_t>(count));
+    for (std::size_t at = 0; (at = text_.find("\r\n")) != std::string::npos;) text_.erase(at, 1);
+    return text_;
+  }
+
+  bool Shows(std::string const& text) {
+    return WaitUntil([&] { return Text().find(text) != std::string::npos; });
+  }
+
+  // The states of the line, one after the other.
+  std::vector<std::string> States() {
+    std::vector<std::string> states;
+    std::string state;
+    for (char const byte : Text() + "\r") {
+      if (byte != '\r' && byte != '\n') {
+        state += byte;
+      } else if (!state.empty()) {
+        states.push_back(state);
+        state.clear();
+      }
+    }
+    return states;
+  }
+
+ private:
+  explicit Terminal(std::pair<int, int> ends) : master_(ends.first), slave_(ends.second) {
+    fcntl(master_, F_SETFL, O_NONBLOCK);
+  }
+  static std::pair<int, int> Open(unsigned short columns) {
+    int master = -1;
+    int slave = -1;
+    winsize size{};
+    size.ws_col = columns;
+    size.ws_row = 24;
+    if (openpty(&master, &slave, nullptr, nullptr, &size) != 0) throw std::runtime_error("no terminal");
+    fcntl(master, F_SETFD, FD_CLOEXEC);
+    fcntl(slave, F_SETFD, FD_CLOEXEC);
+    return {master, slave};
+  }
+
+  Descriptor master_;
+  Descriptor slave_;
+  std::string text_;
+};
+
+// ---- Progress
+
+TEST(VeltpipeProgressTest, NothingIsShownWhereStandardErrorIsNoTerminal) {
+  ScratchDir const scratch;
+
+  Outcome const outcome = RunProgram(Command(scratch.Path(), {"--progress"}), "one\ntwo\n");
+
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_THAT(outcome.err, IsEmpty());
+}
+
+TEST(VeltpipeProgressTest, NothingIsShownOnATerminalThatDidNotAskForIt) {
+  ScratchDir const scratch;
+  Terminal terminal;
+  RunningProgram program(Command(scratch.Path(), {}), {-1, -1, terminal.Slave()});
+
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(terminal.Text(), IsEmpty());
+}
+
+TEST(VeltpipeProgressTest, ATerminalShowsTheLineWhileItRunsAndALastOneAtTheEnd) {
+  ScratchDir const scratch;
+  Terminal terminal;
+  PipeEnds input;
+  RunningProgram program(Command(scratch.Path(), {"--progress"}), {input.read, -1, terminal.Slave()});
+  input.read.Close();
+
+  WriteText(input.write, "one\ntwo\n");
+  bool const two_shown = terminal.Shows("\rveltpipe: 2 lines, 0.0 MB, ");
+  WriteText(input.write, std::string(2097152 / 2 - 8, 'x') + "\n");
+  bool const three_shown = terminal.Shows("\rveltpipe: 3 lines, 1.0 MB, ");
+  input.write.Close();
+
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_TRUE(two_shown);
+  EXPECT_TRUE(three_shown);
+  EXPECT_THAT(terminal.Text(), EndsWith("\n"));
+  EXPECT_EQ(CountOf(terminal.Text(), "\n"), 1U) << "the line is rewritten, not repeated";
+  EXPECT_THAT(terminal.States().back(),
+              MatchesRegex("veltpipe: 3 lines, 1\\.0 MB, [0-9]+\\.[0-9] MB/s, 0 files rotated *"));
+}
+
+TEST(VeltpipeProgressTest, RotationsAreCountedOnTheLine) {
+  ScratchDir const scratch;
+  std::string text;
+  for (int i = 0; i < 9000; ++i) text += std::string(120, 'x') + "\n";
+  WriteFile(scratch / "in.txt", text);
+  Terminal terminal;
+  Descriptor const input(open((scratch / "in.txt").c_str(), O_RDONLY | O_CLOEXEC));
+  RunningProgram program(Command(scratch / "logs", {"--progress", "--size", "1"}),
+                         {input, -1, terminal.Slave()});
+
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(terminal.Text(), HasSubstr("veltpipe: 9000 lines, 1.0 MB, "));
+  EXPECT_THAT(terminal.Text(), HasSubstr(" MB/s, 1 files rotated"));
+}
+
+TEST(VeltpipeProgressTest, ANarrowTerminalGetsNoLineThatWraps) {
+  ScratchDir const scratch;
+  Terminal terminal(20);
+  RunningProgram program(Command(scratch.Path(), {"--progress"}), {-1, -1, terminal.Slave()});
+
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_EQ(terminal.Text(), "\rveltpipe: 0 lines, \n");
+}
+
+TEST(VeltpipeProgressTest, StatisticsFollowOnALineOfTheirOwn) {
+  ScratchDir const scratch;
+  Terminal terminal;
+  RunningProgram program(Command(scratch.Path(), {"--progress", "--stats"}), {-1, -1, terminal.Slave()});
+
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(terminal.Text(),
+              EndsWith(" files rotated\nveltpipe: lines in 0, records out 0, retries 0, files "
+                       "rotated 0\n"));
+}
+
+TEST(VeltpipeProgressTest, ATerminalThatIsHeldDoesNotHoldTheLog) {
+  ScratchDir const scratch;
+  Terminal terminal;
+  ASSERT_EQ(tcflow(terminal.Slave(), TCOOFF), 0);
+  PipeEnds input;
+  RunningProgram program(Command(scratch.Path(), {"--progress"}), {input.read, -1, terminal.Slave()});
+  WriteText(input.write, "one\n");
+  input.write.Close();
+
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(ReadFamily(scratch.Path(), "t_"), HasSubstr("app I: one\n"));
+}
+
+// The program runs as a job of its own behind a shell that keeps the terminal.
+void StandBehind() {
+  setsid();
+  ioctl(STDERR_FILENO, TIOCSCTTY, 0);
+  pid_t const job = fork();
+  if (job != 0) {
+    int status = 0;
+    waitpid(job, &status, 0);
+    _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 99);
+  }
+  setpgid(0, 0);
+}
+
+TEST(VeltpipeProgressTest, AJobInTheBackgroundShowsNothing) {
+  ScratchDir const scratch;
+  Terminal terminal;
+  RunningProgram program(Command(scratch.Path(), {"--progress"}), {-1, -1, terminal.Slave()}, StandBehind);
+
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(terminal.Text(), IsEmpty());
+}
+
+// ---- Statistics
+
+TEST(VeltpipeJsonTest, TheStatisticsAreOneLineOfJson) {
+  ScratchDir const scratch;
+
+  Outcome const outcome =
+      RunProgram(Command(scratch.Path(), {"--stats", "--json"}), "one\n" + std::string(2049, 'x') + "\n");
+
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.err,
+            "{\"lines_in\": 2, \"bytes_in\": 2054, \"records_out\": 3, \"retries\": 0, \"files_rotated\": 0, "
+            "\"records_given_up\": 0, \"bytes_missing\": 0, \"no_log_file\": false}\n");
+  EXPECT_NO_THROW(JsonReader::Read(outcome.err));
+}
+
+TEST(VeltpipeJsonTest, ALossIsInTheStatisticsToo) {
+  ScratchDir const scratch;
+  WriteFile(scratch / "in.txt", std::string(20000, '\n'));
+  Descriptor const input(open((scratch / "in.txt").c_str(), O_RDONLY | O_CLOEXEC));
+  Descriptor const err(open((scratch / "err.txt").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  RunningProgram program(Command(scratch / "logs", {"--stats", "--json"}), {input, -1, err}, [] {
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = 300000;
+    setrlimit(RLIMIT_FSIZE, &limit);
+  });
+
+  EXPECT_EQ(program.Wait(), 1);
+  Json const statistics = JsonReader::Read(Lines(ReadFile(scratch / "err.txt")).back());
+  EXPECT_EQ(statistics["records_out"].text, "20000");
+  EXPECT_GT(std::stoll(statistics["bytes_missing"].text), 0);
+}
+
+TEST(VeltpipeJsonTest, JsonWithoutStatisticsIsExitCodeTwo) {
+  ScratchDir const scratch;
+
+  Outcome const outcome = RunProgram(Command(scratch / "logs", {"--json"}), "line\n");
+
+  EXPECT_EQ(outcome.exit_code, 2);
+  EXPECT_EQ(outcome.err,
+            "veltpipe: --json is the form of --stats, which is missing\nTry 'veltpipe --help'.\n");
+  EXPECT_FALSE(Exists(scratch / "logs"));
+}
+
+// ---- Complaints: program, cause, hint
+
+TEST(VeltpipeComplaintTest, ADirectoryThatCannotBeUsedSaysWhyAndWhatToDo) {
+  ScratchDir const scratch;
+  WriteFile(scratch / "file", "");
+
+  Outcome const no_directory = RunProgram(Command(scratch / "file", {}));
+  Outcome const below_file = RunProgram(Command(scratch / "file/logs", {}));
+  Outcome const dollar = RunProgram(Command(scratch / "$x", {}));
+
+  EXPECT_EQ(no_directory.exit_code, 1);
+  EXPECT_EQ(no_directory.err, "veltpipe: cannot write in " + (scratch / "file") +
+                                  ": it is not a directory; give another place with --dir\n");
+  EXPECT_EQ(below_file.exit_code, 1);
+  EXPECT_EQ(below_file.err, "veltpipe: cannot create the directory " + (scratch / "file/logs") +
+                                ": Not a directory; give another place with --dir\n");
+  EXPECT_EQ(dollar.exit_code, 1);
+  EXPECT_THAT(dollar.err, HasSubstr("there is a \"$\" in the path"));
+}
+
+TEST(VeltpipeComplaintTest, AMissingConfigurationSaysWhy) {
+  ScratchDir const scratch;
+
+  Outcome const outcome = RunProgram(Command(scratch.Path(), {"--config", scratch / "no.cfg"}));
+
+  EXPECT_EQ(outcome.exit_code, 2);
+  EXPECT_EQ(outcome.err, "veltpipe: cannot read the configuration \"" + (scratch / "no.cfg") +
+                             "\": No such file or directory\nTry 'veltpipe --help'.\n");
+}
+
+}  // namespace
+}  // namespace velt::test

@@ -1,0 +1,90 @@
+// Bytes of unknown origin, made fit for a terminal or for JSON.
+#include "tools/veltcfg/bytes.h"
+
+namespace velt::tools::cfg {
+namespace {
+
+// What a first byte says about the bytes behind it; the second one has bounds of its own, which keep overlong
+// forms, surrogates and what is above U+10FFFF out.
+struct Sequence {
+  std::size_t length;
+  unsigned char second_low;
+  unsigned char second_high;
+};
+
+Sequence SequenceOf(unsigned char lead) {
+  if (lead < 0x80) return {1, 0, 0};
+  if (lead >= 0xC2 && lead <= 0xDF) return {2, 0x80, 0xBF};
+  if (lead == 0xE0) return {3, 0xA0, 0xBF};
+  if (lead == 0xED) return {3, 0x80, 0x9F};
+  if (lead >= 0xE1 && lead <= 0xEF) return {3, 0x80, 0xBF};
+  if (lead == 0xF0) return {4, 0x90, 0xBF};
+  if (lead >= 0xF1 && lead <= 0xF3) return {4, 0x80, 0xBF};
+  if (lead == 0xF4) return {4, 0x80, 0x8F};
+  return {0, 0, 0};
+}
+
+// The length of the character that `text` begins with; 0 when its first byte begins none.
+std::size_t CharacterLength(std::string_view text) {
+  auto const byte = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+  Sequence const sequence = SequenceOf(byte(0));
+  if (sequence.length > text.size()) return 0;
+  if (sequence.length > 1 && (byte(1) < sequence.second_low || byte(1) > sequence.second_high)) return 0;
+  for (std::size_t at = 2; at < sequence.length; ++at) {
+    if ((byte(at) & 0xC0U) != 0x80U) return 0;
+  }
+  return sequence.length;
+}
+
+// `prefix` and the byte as two hexadecimal digits.
+std::string Hexadecimal(char const* prefix, char byte) {
+  constexpr char const* kDigits = "0123456789abcdef";
+  auto const value = static_cast<unsigned char>(byte);
+  return std::string(prefix) + kDigits[value >> 4U] + kDigits[value & 0xFU];
+}
+
+// U+0080 to U+009F, which terminals obey like their forms with an escape.
+bool IsControl(std::string_view character) {
+  auto const first = static_cast<unsigned char>(character[0]);
+  if (character.size() == 1) return first < 0x20 || first == 0x7F;
+  return first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
+}
+
+}  // namespace
+
+std::string Printable(std::string_view text) {
+  std::string shown;
+  while (!text.empty()) {
+    std::size_t const length = CharacterLength(text);
+    std::string_view const character = text.substr(0, length == 0 ? 1 : length);
+    if (length != 0 && !IsControl(character)) {
+      shown += character;
+    } else {
+      for (char const byte : character) shown += Hexadecimal("\\x", byte);
+    }
+    text.remove_prefix(character.size());
+  }
+  return shown;
+}
+
+std::string JsonString(std::string_view text) {
+  std::string json = "\"";
+  while (!text.empty()) {
+    std::size_t const length = CharacterLength(text);
+    std::string_view const character = text.substr(0, length == 0 ? 1 : length);
+    if (length == 0) {
+      json += "\\ufffd";
+    } else if (character[0] == '"' || character[0] == '\\') {
+      json += '\\';
+      json += character;
+    } else if (static_cast<unsigned char>(character[0]) < 0x20) {
+      json += Hexadecimal("\\u00", character[0]);
+    } else {
+      json += character;
+    }
+    text.remove_prefix(character.size());
+  }
+  return json + '"';
+}
+
+}  // namespace velt::tools::cfg

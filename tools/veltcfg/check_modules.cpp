@@ -1,0 +1,105 @@
+// Texts of level and output sets, and items whose names register another module than they seem to.
+#include <algorithm>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "velt/manager.h"
+
+#include "tools/veltcfg/checks.h"
+#include "tools/veltcfg/module_item.h"
+
+namespace velt::tools::cfg {
+namespace {
+
+constexpr std::size_t kBits = 32;
+
+bool IsSetText(std::string const& text) {
+  std::string const counts = text.size() > kBits ? text.substr(text.size() - kBits) : text;
+  return counts.find_first_not_of("01") == std::string::npos;
+}
+
+std::string Becomes(std::string const& module, SetKind kind, SetView const& set) {
+  return std::string(NameOf(kind)) + " of module " + Quoted(module) + " are " + WrittenOut(kind, set.bits);
+}
+
+void CheckSet(std::string const& module, SetKind kind, SetView const& set, Report& report) {
+  if (!set.item) return;
+  Item const& item = *set.item;
+  auto const warn = [&report, &item](char const* which, std::string const& message) {
+    AddFinding(report.findings, Severity::kWarning, which, {report.sources.first.path, item.line}, message);
+  };
+  if (!IsSetText(item.value)) {
+    warn("set-invalid",
+         item.name + " = " + Quoted(item.value) + " is not a text of 0 and 1: " + Becomes(module, kind, set));
+  } else if (item.value.size() > kBits) {
+    warn("set-too-long", item.name + " has " + std::to_string(item.value.size()) +
+                             " characters, of which the last 32 count: " + Becomes(module, kind, set));
+  }
+  if (set.bits != set.configured) {
+    warn("set-reduced",
+         item.name + " = " + Quoted(item.value) + " keeps bits 0 to 3 only: " + Becomes(module, kind, set));
+  }
+}
+
+void CheckName(Item const& item, Report& report) {
+  auto const registered = ModuleItemsOf(item);
+  if (registered.empty()) return;
+  auto const warn = [&report, &item](char const* which, std::string const& message) {
+    AddFinding(report.findings, Severity::kWarning, which, {report.sources.first.path, item.line}, message);
+  };
+  if (registered.size() > 1) {
+    warn("key-ambiguous", Quoted(item.name) + " gives levels to module " + Quoted(registered[0].module) +
+                              " and outputs to module " + Quoted(registered[1].module));
+    return;
+  }
+  ModuleItem const& only = registered.front();
+  std::string const plain = only.module + MarkerOf(only.kind);
+  if (item.name != plain) warn("key-tail", Quoted(item.name) + " is taken as " + Quoted(plain));
+  if (only.module.empty()) warn("module-nameless", Quoted(item.name) + " names no module and is skipped");
+}
+
+// All lines of a set but the last are for nothing.
+void CheckDuplicates(Report& report) {
+  std::map<std::pair<std::string, SetKind>, Item> last;
+  auto const& items = report.sources.first.items;
+  for (auto item = items.rbegin(); item != items.rend(); ++item) {
+    for (auto const& entry : ModuleItemsOf(*item)) {
+      auto const [counting, is_last] = last.try_emplace({entry.module, entry.kind}, *item);
+      if (is_last) continue;
+      AddFinding(report.findings, Severity::kWarning, "duplicate", {report.sources.first.path, item->line},
+                 Quoted(item->name) + " does not count: line " + std::to_string(counting->second.line) +
+                     " sets the " + NameOf(entry.kind) + " of module " + Quoted(entry.module) + " again");
+    }
+  }
+}
+
+// The two items that are also looked up in the second file do not arrive from there.
+void CheckDebugItem(char const* key, SetKind kind, Report& report) {
+  Sources const& sources = report.sources;
+  if (!sources.main_is_second || FirstOf(sources.first, key) != nullptr) return;
+  Item const* const item = FirstOf(sources.main, key);
+  if (item == nullptr) return;
+  auto const debug = std::find_if(report.modules.begin(), report.modules.end(),
+                                  [](ModuleView const& module) { return module.name == "debug"; });
+  if (debug == report.modules.end()) return;
+  SetView const& set = kind == SetKind::kLevels ? debug->levels : debug->outputs;
+  AddFinding(report.findings, Severity::kWarning, "debug-set-lost", {sources.main.path, item->line},
+             Quoted(key) + " stands only in the file that is read second, and does not count: " +
+                 Becomes("debug", kind, set));
+}
+
+}  // namespace
+
+void CheckModules(Report& report) {
+  for (auto const& module : report.modules) {
+    CheckSet(module.name, SetKind::kLevels, module.levels, report);
+    CheckSet(module.name, SetKind::kOutputs, module.outputs, report);
+  }
+  for (auto const& item : report.sources.first.items) CheckName(item, report);
+  CheckDuplicates(report);
+  CheckDebugItem(DEBUGLEVELITEM, SetKind::kLevels, report);
+  CheckDebugItem(DEBUGOUPUTTITEM, SetKind::kOutputs, report);
+}
+
+}  // namespace velt::tools::cfg

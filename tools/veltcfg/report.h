@@ -1,0 +1,71 @@
+// All that veltcfg has to say, before it takes a form.
+#ifndef VELT_TOOLS_VELTCFG_REPORT_H
+#define VELT_TOOLS_VELTCFG_REPORT_H
+
+#include <bitset>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/limit_ranges.h"
+#include "tools/veltcfg/config_lines.h"
+#include "tools/veltcfg/finding.h"
+#include "tools/veltcfg/installation.h"
+
+namespace velt::tools::cfg {
+
+// Which files the library reads, and in which order.
+struct Sources {
+  ConfigFile first;             // its path is empty when there is none at all
+  ConfigFile main;              // velt.cfg, which also has the switches
+  bool main_is_second = false;  // whether what is absent in the first file is looked up there
+
+  // Whether the library can be asked: it has a file, and opening none of them would hold it up.
+  bool AreUsable() const { return first.state == FileState::kReadable && main.state != FileState::kBlocking; }
+};
+
+// A number of the configuration, from the file to what the library does with it.
+struct NumberView {
+  std::string key;
+  std::optional<std::string> text;  // absent: no file has it
+  Place place;                      // of the text
+  int number = 0;                   // as read; meaningful with a text
+};
+
+struct LimitView {
+  NumberView number;
+  Limit limit = kRingRecords;
+  int as_read = 0;  // in the unit of the limit, before the bounds
+  int value = 0;    // what the host works with
+};
+
+struct SwitchView {
+  NumberView number;
+  bool on = false;
+};
+
+struct SetView {
+  std::bitset<32> bits;        // what the host works with
+  std::bitset<32> configured;  // before the mask
+  std::optional<Item> item;    // of the file that is read first; absent: a default
+};
+
+struct ModuleView {
+  std::string name;
+  SetView levels;
+  SetView outputs;
+};
+
+struct Report {
+  std::string host_name;
+  Installation installation;
+  Sources sources;
+  std::vector<LimitView> limits;  // empty, like the next two, when the library cannot be asked
+  std::vector<SwitchView> switches;
+  std::vector<ModuleView> modules;
+  Findings findings;  // the installation's first, then by file and line
+};
+
+}  // namespace velt::tools::cfg
+
+#endif
