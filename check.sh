@@ -7,33 +7,25 @@ cd "$(dirname "$0")"
 ./setup.sh clang libclang-rt-14-dev valgrind gcovr
 jobs=$(nproc)
 logs=build/logs
+log_prefix=check-
 mkdir -p "$logs"
+. cmake/quietly.sh
 
-quietly() {
-  local name=$1 start=$SECONDS
-  shift
-  printf '== %s' "$name"
-  if ! "$@" >"$logs/check-${name// /-}.log" 2>&1; then
-    printf ': FAILED\n'
-    tail -n 100 "$logs/check-${name// /-}.log"
-    exit 1
-  fi
-  printf ' (%d s)\n' $((SECONDS - start))
+configure() {  # DIRECTORY SETTING...
+  cmake -S . -B "$1" -G Ninja -DCMAKE_EXPORT_COMPILE_COMMANDS=ON "${@:2}"
 }
 
-build() {  # DIRECTORY SETTING...
-  local directory=$1
-  shift
-  cmake -S . -B "$directory" -G Ninja -DCMAKE_EXPORT_COMPILE_COMMANDS=ON "$@" && cmake --build "$directory"
-}
+build() { configure "$@" && cmake --build "$1"; }  # DIRECTORY SETTING...
 
 run_tests() { ctest --test-dir "$1" -j $((jobs * 4)) --output-on-failure --timeout 600 "${@:2}"; }
 
 lint() {
-  # The compiler's precompiled headers are not clang's.
-  build build/lint -DCMAKE_BUILD_TYPE=Debug -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON &&
-    git ls-files -co --exclude-standard 'tests/*.cpp' 'examples/*.cpp' |
-    xargs -P "$jobs" -n 2 clang-tidy -p build/lint --quiet
+  # The compiler's precompiled headers are not clang's. The measurements include what they are compared with.
+  ./setup.sh libspdlog-dev liblog4cplus-dev libboost-log-dev libgoogle-glog-dev libbenchmark-dev &&
+    configure build/lint -DCMAKE_BUILD_TYPE=Debug -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
+      -DVELT_BUILD_BENCH=ON &&
+    git ls-files -co --exclude-standard 'tests/*.cpp' 'examples/*.cpp' 'bench/*.cpp' 'fuzz/*.cpp' |
+    xargs -P "$jobs" -n 1 clang-tidy -p build/lint --quiet
 }
 
 clang_settings=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)

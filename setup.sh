@@ -3,7 +3,8 @@
 # Further packages may be named as arguments.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build pkg-config libace-dev zlib1g-dev libgtest-dev libgmock-dev clang-format clang-tidy "$@")
+packages=(g++ cmake ninja-build pkg-config libace-dev zlib1g-dev libgtest-dev libgmock-dev clang-format clang-tidy
+          lnav rsyslog abigail-tools dpkg-dev file lintian doxygen "$@")
 
 missing=()
 for package in "${packages[@]}"; do

@@ -8,19 +8,7 @@ cd "$(dirname "$0")"
 jobs=$(nproc)
 logs=build/logs
 mkdir -p "$logs"
-
-# quietly NAME COMMAND...: the output stands in a log, and is shown when the command fails.
-quietly() {
-  local name=$1 start=$SECONDS
-  shift
-  printf '== %s' "$name"
-  if ! "$@" >"$logs/${name// /-}.log" 2>&1; then
-    printf ': FAILED\n'
-    tail -n 100 "$logs/${name// /-}.log"
-    exit 1
-  fi
-  printf ' (%d s)\n' $((SECONDS - start))
-}
+. cmake/quietly.sh
 
 build() { cmake --preset "$1" && cmake --build --preset "$1"; }
 

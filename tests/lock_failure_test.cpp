@@ -1,8 +1,4 @@
-// Locks that fail: every operation says so and goes no further. The C library's lock functions are replaced
-// in this executable; a switch of each thread makes them fail.
-#include <dlfcn.h>
-#include <pthread.h>
-
+// Locks that fail: every operation says so and goes no further.
 #include <cerrno>
 #include <cstddef>
 #include <string>
@@ -12,113 +8,10 @@
 #include <gtest/gtest.h>
 
 #include "velt/manager.h"
+#include "velt/process.h"
 
+#include "tests/support/failing_locks.h"
 #include "tests/support/manager_host.h"
-
-namespace velt::test {
-namespace {
-
-constexpr int kFailure = ENOLCK;  // nothing else on these paths sets it
-
-enum class Lock { kReadLock, kWriteLock, kRwUnlock, kMutexLock, kMutexUnlock };
-constexpr std::size_t kLocks = 5;
-
-// Which calls of this thread fail: from the first-th on, counted from 1; 0 is none.
-struct Plan {
-  bool armed = false;
-  int first_failing = 0;
-  int calls = 0;
-};
-
-thread_local Plan plans[kLocks];
-
-bool Fails(Lock lock) {
-  Plan& plan = plans[static_cast<std::size_t>(lock)];
-  if (!plan.armed) return false;
-  ++plan.calls;
-  return plan.calls >= plan.first_failing;
-}
-
-// Makes calls of one kind fail in this thread while it lives.
-class Failing {
- public:
-  explicit Failing(Lock lock, int first_failing = 1) : plan_(plans[static_cast<std::size_t>(lock)]) {
-    errno = 0;
-    plan_ = {true, first_failing, 0};
-  }
-  ~Failing() { plan_.armed = false; }
-  Failing(Failing const&) = delete;
-  Failing& operator=(Failing const&) = delete;
-
- private:
-  Plan& plan_;
-};
-
-// The answer of an operation and the errno that it left.
-struct Result {
-  int answer;
-  int error;
-
-  bool operator==(Result const& other) const { return answer == other.answer && error == other.error; }
-};
-
-std::ostream& operator<<(std::ostream& out, Result const& result) {
-  return out << "{" << result.answer << ", errno " << result.error << "}";
-}
-
-template <typename Operation>
-Result With(Lock lock, int first_failing, Operation operation) {
-  Failing const failing(lock, first_failing);
-  int const answer = static_cast<int>(operation());
-  return {answer, errno};
-}
-
-Result const kRefused{0, kFailure};
-Result const kDoneButNotReleased{1, kFailure};
-
-template <typename Function>
-Function* Real(char const* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-using RwFunction = int(pthread_rwlock_t*);
-using MutexFunction = int(pthread_mutex_t*);
-
-}  // namespace
-}  // namespace velt::test
-
-// The sanitizers see the calls that these pass on; the functions themselves may run before a sanitizer is
-// ready.
-#define VELT_INTERPOSED \
-  extern "C" __attribute__((visibility("default"), no_sanitize("thread", "address", "undefined")))
-
-VELT_INTERPOSED int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept {
-  static auto* const real = velt::test::Real<velt::test::RwFunction>("pthread_rwlock_rdlock");
-  return velt::test::Fails(velt::test::Lock::kReadLock) ? velt::test::kFailure : real(lock);
-}
-
-VELT_INTERPOSED int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
-  static auto* const real = velt::test::Real<velt::test::RwFunction>("pthread_rwlock_wrlock");
-  return velt::test::Fails(velt::test::Lock::kWriteLock) ? velt::test::kFailure : real(lock);
-}
-
-// A failing release does release: a lock that stays held would end the test.
-VELT_INTERPOSED int pthread_rwlock_unlock(pthread_rwlock_t* lock) noexcept {
-  static auto* const real = velt::test::Real<velt::test::RwFunction>("pthread_rwlock_unlock");
-  int const result = real(lock);
-  return velt::test::Fails(velt::test::Lock::kRwUnlock) ? velt::test::kFailure : result;
-}
-
-VELT_INTERPOSED int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  static auto* const real = velt::test::Real<velt::test::MutexFunction>("pthread_mutex_lock");
-  return velt::test::Fails(velt::test::Lock::kMutexLock) ? velt::test::kFailure : real(mutex);
-}
-
-VELT_INTERPOSED int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
-  static auto* const real = velt::test::Real<velt::test::MutexFunction>("pthread_mutex_unlock");
-  int const result = real(mutex);
-  return velt::test::Fails(velt::test::Lock::kMutexUnlock) ? velt::test::kFailure : result;
-}
 
 namespace velt::test {
 namespace {
@@ -188,6 +81,18 @@ TEST(SingletonLockFailureTest, NoInstanceIsMadeWithoutTheLock) {
   EXPECT_EQ(error, kFailure);
   EXPECT_NE(VeltDebugMgr::Instance(), nullptr) << "made by the next call";
   EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
+}
+
+TEST(SingletonLockFailureTest, TheShortTraceFunctionsDoNothingWithoutAnInstance) {
+  Result const result = With(Lock::kMutexLock, 1, [] {
+    VeltMrbTrace("x", 0, 1);
+    VeltOutputMrbLog(VeltLogLevel{3}, "%d", 1);
+    return true;
+  });
+
+  EXPECT_EQ(result.answer, 1);
+  EXPECT_EQ(With(Lock::kMutexLock, 1, [] { return VeltDebugMgr::Instance() != nullptr; }), kRefused)
+      << "none was made";
 }
 
 TEST(SingletonLockFailureTest, AnInstanceThatExistsNeedsNoLock) {
@@ -262,6 +167,16 @@ TEST(InitLockFailureTest, TheMainChannelIsEnteredEvenWithoutTheChannelLock) {
   EXPECT_TRUE(Manager()->AppTrace("net", VeltLogLevel{3}, "x", nullptr, false, true, ""));
   EXPECT_EQ(host.StopAndRead(), (std::vector<std::string>{" net I: x"}));
   EXPECT_EQ(ListDir(host.LogDir()).size(), 1U) << "AppTrace found it";
+}
+
+TEST(InitLockFailureTest, InitGoesOnWhenItCannotRememberItsFile) {
+  ManagerHost const host;
+  Manager();
+
+  Result const result = With(Lock::kMutexLock, 1, [&] { return host.Init("host_", true); });
+
+  EXPECT_EQ(result, (Result{1, kFailure}));
+  EXPECT_TRUE(Manager()->IsInit());
 }
 
 TEST(InitLockFailureTest, ALockThatCannotBeReleasedDoesNotSpoilInit) {
@@ -437,6 +352,16 @@ TEST_F(LockFailureTest, AChannelThatCannotBeEnteredIsNotKeptAndTheNextCallMakesI
   EXPECT_EQ(result, kRefused);
   EXPECT_TRUE(second);
   EXPECT_EQ(host_.Records("host_gw_"), (std::vector<std::string>{" net I: second"}));
+}
+
+TEST_F(LockFailureTest, NoChannelIsMadeWithoutTheCreationLock) {
+  Result const result = With(Lock::kMutexLock, 1, [] {
+    return Manager()->AppTrace("net", VeltLogLevel{3}, "x", nullptr, false, true, "gw");
+  });
+
+  EXPECT_EQ(result, kRefused);
+  VeltDebugMgr::Destroy();
+  EXPECT_EQ(ListDir(host_.LogDir()).size(), 1U) << "only the main channel's file";
 }
 
 TEST_F(LockFailureTest, DestroyStopsTheChannelsEvenWithoutTheChannelLock) {

@@ -1,11 +1,29 @@
 #include "platform/locks.h"
 
+#include <dlfcn.h>
+#include <pthread.h>
+
 #include <atomic>
+#include <cerrno>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "tests/support/process.h"
+
+namespace {
+
+bool attributes_fail = false;
+
+}  // namespace
+
+// In place of the C library's, whose own never fails.
+extern "C" __attribute__((visibility("default"))) int pthread_rwlockattr_init(
+    pthread_rwlockattr_t* attributes) noexcept {
+  static auto* const real =
+      reinterpret_cast<int (*)(pthread_rwlockattr_t*)>(dlsym(RTLD_NEXT, "pthread_rwlockattr_init"));
+  return attributes_fail ? ENOMEM : real(attributes);
+}
 
 namespace velt::test {
 namespace {
@@ -37,6 +55,17 @@ TEST(LocksTest, AnIdleLockThatPrefersWritersCanBeReadAndWritten) {
   EXPECT_TRUE(CanRead(mutex));
   EXPECT_TRUE(CanWrite(mutex));
   EXPECT_TRUE(CanRead(mutex)) << "and again";
+}
+
+TEST(LocksTest, WithoutMemoryForThePreferenceTheLockStaysAsItIs) {
+  RwMutex mutex;
+
+  attributes_fail = true;
+  PreferWriters(mutex);
+  attributes_fail = false;
+
+  EXPECT_TRUE(CanRead(mutex));
+  EXPECT_TRUE(CanWrite(mutex));
 }
 
 TEST(LocksTest, ReadersShareALockThatPrefersWriters) {

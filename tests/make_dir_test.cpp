@@ -240,6 +240,18 @@ TEST_F(MakeDirTest, TheUmaskIsTakenOffTheMode) {
   EXPECT_EQ(ModeOf(scratch_ / "outer/inner"), 0750U);
 }
 
+TEST_F(MakeDirTest, ParentsGetWhatTheUmaskTakesFromTheirOwnerAndTheLastDirectoryDoesNot) {
+  mode_t const before = umask(0322);
+
+  int const made = VeltMakeDirEx((scratch_ / "outer/middle/inner").c_str());
+
+  umask(before);
+  EXPECT_EQ(made, 0);
+  EXPECT_EQ(ModeOf(scratch_ / "outer"), 0755U);
+  EXPECT_EQ(ModeOf(scratch_ / "outer/middle"), 0755U);
+  EXPECT_EQ(ModeOf(scratch_ / "outer/middle/inner"), 0455U);
+}
+
 TEST_F(MakeDirTest, ParentsCanBeEnteredWhateverTheUmask) {
   ASSERT_EQ(mkdir((scratch_ / "open").c_str(), 0777), 0);
   ASSERT_EQ(chmod((scratch_ / "open").c_str(), 0777), 0);

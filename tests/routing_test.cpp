@@ -399,6 +399,24 @@ TEST_F(RoutingTest, AFormatThatFailsIsReportedByTheFirstFormAlone) {
   EXPECT_EQ(output_.Text(), "Printf failed. errno:" + std::to_string(EOVERFLOW) + "\n");
 }
 
+// Refuses every character.
+class ClosedBuffer : public std::streambuf {};
+
+TEST_F(RoutingTest, AStandardOutputThatThrowsKeepsTheFailureOfAFormatToItself) {
+  Start("debug_level = 1111\n");
+  ClosedBuffer closed;
+  std::streambuf* const before = std::cout.rdbuf(&closed);
+  std::cout.exceptions(std::ios_base::badbit);
+  char const* const too_wide = "%2147483648d";
+
+  EXPECT_NO_THROW(Manager()->Printf(kLevel3, too_wide, 1));
+  bool const asked = std::cout.bad();
+
+  std::cout.exceptions(std::ios_base::goodbit);
+  std::cout.rdbuf(before);
+  EXPECT_TRUE(asked) << "it was told, and threw";
+}
+
 TEST_F(RoutingTest, ACharacterThatHasNoFormIsAFailureToo) {
   Start("debug_level = 1111\n");
   char const* const wide = "%ls";

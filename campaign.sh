@@ -1,0 +1,102 @@
+#!/usr/bin/env bash
+# Every fault scenario at its full scale: thousands of kills, forks and refused calls. Prints the figures that the
+# scenarios report, keeps them in build/campaign/figures.csv, and ends with the counts of passed and failed.
+# ./campaign.sh NAME... runs the scenarios of these files of tests/faults (kill, write_fault, ...) only,
+# ./campaign.sh fuzz and ./campaign.sh load run the fuzzers and the load runs.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+case ${1:-} in
+  fuzz) exec ./fuzz/run.sh "${@:2}" ;;
+  load) exec ./tests/load/run.sh "${@:2}" ;;
+esac
+
+./setup.sh strace faketime libfaketime
+jobs=$(nproc)
+out=build/campaign
+limit=${VELT_CAMPAIGN_LIMIT:-1200}  # seconds for one scenario
+export VELT_FAULT_SCALE=full
+
+programs=$(sed -nE '/^foreach\(test IN ITEMS/,/\)/{s/^ +([a-z_]+_test)( MEMORY)?\)?$/\1/p}' tests/faults/CMakeLists.txt)
+programs+=" $(sed -nE 's/^velt_add_fault_test\(([a-z_]+_test).*/\1/p' tests/faults/CMakeLists.txt)"
+if [ $# -gt 0 ]; then
+  chosen=
+  for name in "$@"; do
+    name=${name%.cpp}
+    name=${name%_test}_test
+    grep -qw "$name" <<<"$programs" || { echo "no scenarios $name in tests/faults" >&2; exit 2; }
+    chosen+=" $name"
+  done
+  programs=$chosen
+fi
+
+rm -rf "$out"
+mkdir -p "$out"
+
+# What is killed a thousand times, or under a clock that a preloaded library sets, runs in the release build only.
+only_release='^(kill|clock)_test$'
+
+build() {  # PRESET
+  printf '== build %s\n' "$1"
+  # shellcheck disable=SC2086
+  if ! { cmake --preset "$1" && cmake --build --preset "$1" --target fault_host fault_shim_preload $programs; } \
+    >"$out/build-$1.log" 2>&1; then
+    tail -n 100 "$out/build-$1.log"
+    exit 1
+  fi
+}
+
+# Lines "PRESET PROGRAM SUITE.TEST", one scenario each.
+scenarios() {  # PRESET
+  local program
+  for program in $programs; do
+    if [ "$1" != release ] && [[ $program =~ $only_release ]]; then continue; fi
+    "build/$1/tests/faults/$program" --gtest_list_tests |
+      awk -v head="$1 $program" '/^[^ ]/ && /\.$|\. +#/ { suite = $1 } /^  / { print head, suite $1 }'
+  done
+}
+
+# One scenario in a process of its own; its log ends with "== RESULT".
+run_one() {
+  local preset=$1 program=$2 test=$3 log result
+  log=$out/$preset-$program-${test//\//_}.log
+  if timeout --kill-after=10 "$limit" "build/$preset/tests/faults/$program" --gtest_filter="$test" >"$log" 2>&1; then
+    result=passed
+    if grep -q '^\[  SKIPPED \]' "$log"; then result=skipped; fi
+  else
+    result=failed
+  fi
+  echo "== $result" >>"$log"
+  echo "$result $preset $program $test" >>"$out/results"
+  case $result in
+    passed) sed -nE "s|^FIGURE (.*)|$preset,$test,\1|p" "$log" >>"$out/figures.csv" ;;
+    skipped) printf 'SKIPPED %s %s: %s\n' "$preset" "$test" "$(grep -A1 -m1 'Skipped$' "$log" | tail -n 1)" ;;
+    failed)
+      printf 'FAILED %s %s\n' "$preset" "$test"
+      grep -vE '^\[(==|--| RUN)|^Running main|^Note:' "$log" | head -n 60
+      ;;
+  esac
+}
+export -f run_one
+export out limit
+
+build release
+build asan
+echo 'build,scenario,figures' >"$out/figures.csv"
+: >"$out/results"
+for preset in release asan; do
+  start=$SECONDS
+  # Scenarios wait more than they work.
+  scenarios "$preset" | xargs -r -P $((jobs * 3)) -L 1 bash -c 'run_one "$@"' run_one
+  printf '== scenarios, %s (%d s)\n' "$preset" $((SECONDS - start))
+done
+
+echo
+awk -F, 'NR > 1 { printf "%-8s %-100s %s\n", $1, $2, $3 }' "$out/figures.csv" | sort
+passed=$(grep -c '^passed' "$out/results" || true)
+failed=$(grep -c '^failed' "$out/results" || true)
+skipped=$(grep -c '^skipped' "$out/results" || true)
+echo
+if [ "$skipped" -ne 0 ]; then echo "$skipped skipped, see above"; fi
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ] && [ "$passed" -ne 0 ]

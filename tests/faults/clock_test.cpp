@@ -1,0 +1,220 @@
+// Clocks and time zones that change under a host: names and stamps as the clock says, no record lost.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/checker/family.h"
+#include "tests/checker/report.h"
+#include "tests/faults/scenario.h"
+#include "tests/support/running_program.h"
+
+namespace velt::faults {
+namespace {
+
+using checker::Report;
+
+char const* FakeTimeLibrary() {
+  for (char const* path : {"/usr/lib/x86_64-linux-gnu/faketime/libfaketimeMT.so.1",
+                           "/usr/lib/aarch64-linux-gnu/faketime/libfaketimeMT.so.1"}) {
+    if (access(path, R_OK) == 0) return path;
+  }
+  return nullptr;
+}
+
+// 2026-10-25 01:00:00 UTC: summer time ends in Berlin, 03:00 becomes 02:00.
+constexpr std::time_t kFallBack = 1'792'890'000;
+// 2026-03-29 01:00:00 UTC: summer time begins in Berlin, 02:00 becomes 03:00.
+constexpr std::time_t kGap = 1'774'746'000;
+
+// A host in Berlin whose clock the test sets.
+class ClockTest : public Scenario {
+ protected:
+  void SetUp() override {
+    if (kSanitized)
+      GTEST_SKIP() << "the library that changes the clock cannot come before the sanitizer's runtime";
+    if (FakeTimeLibrary() == nullptr) GTEST_SKIP() << "faketime is not installed";
+  }
+
+  // The host's clock shows `now` from here on, and goes on.
+  void SetClock(std::time_t now) const {
+    std::string const next = dir / "clock.next";
+    std::ofstream(next) << std::showpos << now - std::time(nullptr) << "\n";
+    std::rename(next.c_str(), (dir / "clock").c_str());
+  }
+
+  void Start(unsigned records) {
+    std::vector<std::string> const command = {
+        VELT_FAULT_HOST,
+        "directory=" + (dir / "logs"),
+        "prefix=t_",
+        "side=" + (dir / "side"),
+        "records=" + std::to_string(records),
+        "producers=1",
+        "pause_us=10000",
+        "length=100",
+        "max_bytes=20000"};  // at most 100 records a second: over a second
+    host = std::make_unique<test::RunningProgram>(command, test::Streams{}, [clock = dir / "clock"] {
+      setenv("TZ", "Europe/Berlin", 1);
+      setenv("LD_PRELOAD", FakeTimeLibrary(), 1);
+      setenv("FAKETIME_TIMESTAMP_FILE", clock.c_str(), 1);
+      setenv("FAKETIME_NO_CACHE", "1", 1);
+      setenv("DONT_FAKE_MONOTONIC", "1", 1);
+    });
+  }
+
+  // Ends the run; gives the times in the names of its files.
+  std::vector<std::string> Finish() {
+    EXPECT_EQ(host->Wait(), 0);
+    checker::Expectation expected;
+    expected.directory = dir / "logs";
+    expected.prefix = "t_";
+    expected.max_bytes = 20'000;
+    expected.in_order = false;
+    Report const report = Check(expected, checker::ReadOutcomes(dir / "side"));
+    EXPECT_TRUE(report.Clean()) << report.Text();
+    EXPECT_TRUE(report.Accounted());
+    EXPECT_EQ(report.found, report.called);
+    EXPECT_EQ(report.refused, 0U);
+    std::vector<std::string> times;
+    for (auto const& file : checker::ReadFamilyFiles(dir / "logs", "t_")) {
+      std::string const time = file.name.substr(2, 15);
+      // The creation line tells the same time as the name.
+      std::string const line = "File create at time " + time.substr(0, 4) + "-" + time.substr(4, 2) + "-" +
+                               time.substr(6, 2) + " " + time.substr(9, 2) + ":" + time.substr(11, 2) + ":" +
+                               time.substr(13, 2) + ".";
+      EXPECT_NE(file.text.find(line), std::string::npos) << file.name << "\n" << file.text.substr(0, 200);
+      times.push_back(time);
+      texts += file.text;
+    }
+    Figure({{"files", static_cast<long long>(times.size())},
+            {"records_verified", static_cast<long long>(report.found)},
+            {"lost", static_cast<long long>(report.missing)}});
+    return times;
+  }
+  static std::size_t CountWith(std::vector<std::string> const& times, std::string const& head) {
+    std::size_t count = 0;
+    for (auto const& time : times) count += time.compare(0, head.size(), head) == 0 ? 1 : 0;
+    return count;
+  }
+  bool WaitForTime(std::string const& head) const {
+    return test::WaitUntil([&] {
+      for (auto const& name : test::FilesOf(dir / "logs", "t_" + head, ""))
+        if (!name.empty()) return true;
+      return false;
+    });
+  }
+
+  std::unique_ptr<test::RunningProgram> host;
+  std::string texts;
+};
+
+TEST_F(ClockTest, AtTheEndOfSummerTimeNamesGoBackAnHourAndEveryRecordIsThere) {
+  SetClock(kFallBack - 3);
+  Start(700);
+  ASSERT_TRUE(WaitForTime("20261025_02595"));
+  ASSERT_TRUE(WaitForTime("20261025_0200"));
+
+  auto const times = Finish();
+
+  EXPECT_GE(CountWith(times, "20261025_0259"), 1U);
+  EXPECT_GE(CountWith(times, "20261025_0200"), 2U);
+  EXPECT_EQ(CountWith(times, "20261025_0259") + CountWith(times, "20261025_0200"), times.size());
+  EXPECT_GE(test::CountOf(texts, "File close at CET 2026-10-25 02:00:"), 2U);
+}
+
+TEST_F(ClockTest, AtTheBeginningOfSummerTimeNamesSkipAnHour) {
+  SetClock(kGap - 3);
+  Start(700);
+  ASSERT_TRUE(WaitForTime("20260329_01595"));
+  ASSERT_TRUE(WaitForTime("20260329_0300"));
+
+  auto const times = Finish();
+
+  EXPECT_GE(CountWith(times, "20260329_0159"), 1U);
+  EXPECT_GE(CountWith(times, "20260329_0300"), 2U);
+  EXPECT_EQ(CountWith(times, "20260329_0159") + CountWith(times, "20260329_0300"), times.size());
+  EXPECT_GE(test::CountOf(texts, "File close at CEST 2026-03-29 03:00:"), 2U);
+}
+
+TEST_F(ClockTest, AClockThatIsSetBackAndForwardCostsNoRecord) {
+  constexpr std::time_t kNoon = kGap + 100 * 86'400 + 9 * 3600;  // 2026-07-07 12:00:00 in Berlin
+  SetClock(kNoon);
+  Start(Scaled(900U, 3'000U));
+  ASSERT_TRUE(WaitForTime("20260707_1200"));
+
+  SetClock(kNoon - 3600);
+  ASSERT_TRUE(WaitForTime("20260707_1100"));
+  SetClock(kNoon + 7200);
+  ASSERT_TRUE(WaitForTime("20260707_1400"));
+  SetClock(kNoon - 32 * 86'400);
+  ASSERT_TRUE(WaitForTime("20260605_1200"));
+  auto const times = Finish();
+
+  EXPECT_EQ(CountWith(times, "20260707_120") + CountWith(times, "20260707_110") +
+                CountWith(times, "20260707_140") + CountWith(times, "20260605_120"),
+            times.size());
+  EXPECT_GE(test::CountOf(texts, "Current date&time:2026-06-05 12:0"), 1U)
+      << "the day line follows the clock";
+}
+
+using ZoneTest = Scenario;
+
+TEST_F(ZoneTest, AZoneThatTheHostChangesShowsInNamesTrailersAndStamps) {
+  char const* const before = std::getenv("TZ");
+  std::string const saved = before == nullptr ? "" : before;
+  setenv("TZ", "UTC0", 1);
+  tzset();
+  Family family(dir.Path());
+  family.setup.max_bytes = 5'000;
+  family.expected.max_bytes = 5'000;
+  family.expected.in_order = false;  // names go back
+  family.Start();
+  ASSERT_TRUE(family.WaitForFile());
+  std::string const first = family.OpenLog();
+  ASSERT_TRUE(family.Trace());
+  ASSERT_TRUE(test::WaitUntil([&] { return test::CountOf(test::ReadFile(first), " m I: ") == 1; }));
+
+  setenv("TZ", "VELT+23", 1);  // as many hours behind
+  tzset();
+  test::WaitForNextSecond();
+  std::time_t const changed = std::time(nullptr);
+  EXPECT_TRUE(family.Fill());
+  EXPECT_TRUE(family.Trace(3));
+  Report const report = family.Finish();
+  std::time_t const ended = std::time(nullptr);
+  if (before == nullptr) {
+    unsetenv("TZ");
+  } else {
+    setenv("TZ", saved.c_str(), 1);
+  }
+  tzset();
+
+  EXPECT_TRUE(report.Clean()) << report.Text();
+  auto const files = checker::ReadFamilyFiles(family.setup.directory, "t_");
+  ASSERT_EQ(files.size(), 2U);
+  std::set<std::string> days;  // the second file's day, by the clock of that zone
+  for (std::time_t const at : {changed - 23 * 3600, ended - 23 * 3600}) {
+    std::tm there{};
+    gmtime_r(&at, &there);
+    char text[16];
+    std::strftime(text, sizeof text, "%Y%m%d_%H", &there);
+    days.insert(text);
+  }
+  EXPECT_EQ(days.count(files[0].name.substr(2, 11)), 1U) << files[0].name;
+  EXPECT_EQ(test::CountOf(files[0].text, "File close at VELT "), 1U);
+  EXPECT_EQ(test::CountOf(files[1].text, "File close at VELT "), 1U) << "the zone at the time of closing";
+  std::string const month_and_day = files[0].name.substr(6, 2) + "-" + files[0].name.substr(8, 2) + " ";
+  EXPECT_GE(test::CountOf(files[0].text, "\n" + month_and_day), 3U) << "stamps of the second file";
+  family.Print(report);
+}
+
+}  // namespace
+}  // namespace velt::faults

@@ -1,0 +1,136 @@
+// A family of log files whose host runs as a program of its own, is killed and started again.
+#ifndef VELT_TESTS_FAULTS_KILLED_FAMILY_H
+#define VELT_TESTS_FAULTS_KILLED_FAMILY_H
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/checker/outcomes.h"
+#include "tests/checker/report.h"
+#include "tests/faults/host.h"
+#include "tests/support/process.h"
+
+namespace velt::faults {
+
+// A host that is restarted sooner may meet the name of its last file again.
+inline constexpr std::chrono::milliseconds kBetweenRestarts(1'100);
+
+class KilledFamily {
+ public:
+  explicit KilledFamily(std::string const& root)
+      : directory_(root + "/logs"), side_(root + "/side"), witness_(root + "/witness") {}
+  ~KilledFamily() {
+    if (pid_ > 0) Kill();
+  }
+  KilledFamily(KilledFamily const&) = delete;
+  KilledFamily& operator=(KilledFamily const&) = delete;
+
+  // Starts the next run. `rules` are for the shim in the host; "" for none.
+  void Start(std::vector<std::string> const& more, std::string const& rules) {
+    std::vector<std::string> words = {VELT_FAULT_HOST,
+                                      "directory=" + directory_,
+                                      "prefix=t_",
+                                      "side=" + side_,
+                                      "run=" + std::to_string(next_run_++),
+                                      "keep=" + std::to_string(keep),
+                                      "max_bytes=" + std::to_string(max_bytes)};
+    words.insert(words.end(), more.begin(), more.end());
+    std::vector<char*> argv;
+    for (auto& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    std::string const variable = "VELT_SHIM=" + rules;
+    pid_ = fork();
+    if (pid_ != 0) return;
+    int const null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    dup2(null, 1);
+    putenv(const_cast<char*>(variable.c_str()));
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+
+  bool WaitUntilStopped() {
+    int status = 0;
+    bool const changed = test::WaitUntil([&] {
+      LinkNow();
+      return waitpid(pid_, &status, WUNTRACED | WNOHANG) == pid_;
+    });
+    if (changed && !WIFSTOPPED(status)) pid_ = -1;
+    return changed && WIFSTOPPED(status);
+  }
+
+  void Kill() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+    LinkNow();
+  }
+
+  // Whether the run has ended; it must have done so in order.
+  bool HasEnded() {
+    int status = 0;
+    if (waitpid(pid_, &status, WNOHANG) != pid_) return false;
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    pid_ = -1;
+    LinkNow();
+    return true;
+  }
+
+  // A run of its own that traces some records and ends; at least a second after the one before it.
+  bool RunInOrder(unsigned records) {
+    WaitBeforeRestart();
+    Start({"records=" + std::to_string(records)}, "");
+    return test::WaitUntil([this] {
+      LinkNow();
+      return HasEnded();
+    });
+  }
+
+  static void WaitBeforeRestart() { std::this_thread::sleep_for(kBetweenRestarts); }
+
+  void LinkNow() const { LinkLogs(directory_, "t_", witness_); }
+
+  // The family as it is now, held against what was written into each of its files.
+  checker::Report Look() const {
+    checker::Expectation expected;
+    expected.directory = directory_;
+    expected.prefix = "t_";
+    expected.max_bytes = max_bytes;
+    expected.witness_directory = witness_;
+    expected.killed = true;
+    expected.headless_allowed = true;
+    return Check(expected, checker::ReadOutcomes(side_));
+  }
+
+  // Records that were in the files of `before` are in those of `after`, or were pruned.
+  static bool NothingLostSince(checker::Report const& before, checker::Report const& after) {
+    for (auto const& entry : before.found_of) {
+      auto const now = after.found_of.find(entry.first);
+      std::size_t const found = now == after.found_of.end() ? 0 : now->second;
+      if (found + after.pruned < entry.second) return false;
+    }
+    return true;
+  }
+
+  unsigned keep = 200;
+  unsigned max_bytes = 300'000;
+
+ private:
+  std::string directory_;
+  std::string side_;
+  std::string witness_;
+  unsigned next_run_ = 0;
+  pid_t pid_ = -1;
+};
+
+}  // namespace velt::faults
+
+#endif

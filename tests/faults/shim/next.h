@@ -1,0 +1,23 @@
+// The function that a wrapper stands in front of.
+#ifndef VELT_TESTS_FAULTS_SHIM_NEXT_H
+#define VELT_TESTS_FAULTS_SHIM_NEXT_H
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+
+namespace velt::shim {
+
+template <typename Function>
+Function* Next(char const* name) {
+  auto* const found = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+  if (found == nullptr) std::abort();
+  return found;
+}
+
+}  // namespace velt::shim
+
+// The wrappers are what the program and its libraries shall find.
+#define VELT_SHIM_EXPORT extern "C" __attribute__((visibility("default")))
+
+#endif

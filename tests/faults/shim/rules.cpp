@@ -1,0 +1,114 @@
+// The rules of the shim: which calls they meet, and what becomes of those.
+#include <fnmatch.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "tests/faults/shim/shim.h"
+
+namespace velt::shim {
+
+std::atomic<unsigned> watched_calls{0};
+
+namespace {
+
+constexpr std::size_t kMostRules = 16;
+constexpr std::size_t kLongestPath = 512;
+
+// A slot is filled before `used` is stored and never changed afterwards, so that readers need no lock, which
+// calls in the middle of an allocation could not take.
+struct Slot {
+  std::atomic<bool> used{false};
+  Rule rule;
+  std::array<char, kLongestPath> path{};
+  std::atomic<unsigned> matched{0};
+  std::atomic<unsigned> applied{0};
+};
+std::array<Slot, kMostRules> slots;
+std::atomic<std::size_t> next_slot{0};
+
+bool Meets(Slot const& slot, Call call, char const* path) {
+  if (slot.rule.call != call) return false;
+  if (slot.path[0] == '\0') return true;
+  return path != nullptr && fnmatch(slot.path.data(), path, 0) == 0;
+}
+
+void Wait(unsigned milliseconds) {
+  timespec left{static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1'000'000};
+  while (nanosleep(&left, &left) == -1 && errno == EINTR) {
+  }
+}
+
+}  // namespace
+
+int AddRule(Rule const& rule) {
+  std::size_t const number = next_slot.fetch_add(1);
+  if (number >= kMostRules) std::abort();
+  Slot& slot = slots[number];
+  slot.rule = rule;
+  slot.path.fill('\0');
+  if (rule.path != nullptr) std::strncpy(slot.path.data(), rule.path, slot.path.size() - 1);
+  slot.matched.store(0);
+  slot.applied.store(0);
+  slot.used.store(true, std::memory_order_release);
+  watched_calls.fetch_or(1U << static_cast<unsigned>(rule.call));
+  return static_cast<int>(number);
+}
+
+void ClearRules() {
+  watched_calls.store(0);
+  for (Slot& slot : slots) slot.used.store(false);
+  next_slot.store(0);
+}
+
+unsigned MatchedCalls(int rule) { return slots[static_cast<std::size_t>(rule)].matched.load(); }
+unsigned AppliedCalls(int rule) { return slots[static_cast<std::size_t>(rule)].applied.load(); }
+
+Verdict Ask(Call call, char const* path) {
+  Verdict verdict;
+  int const before = errno;
+  for (Slot& slot : slots) {
+    if (!slot.used.load(std::memory_order_acquire) || !Meets(slot, call, path)) continue;
+    unsigned const number = slot.matched.fetch_add(1) + 1;
+    Rule const& rule = slot.rule;
+    if (number < rule.first || (rule.count != 0 && number - rule.first >= rule.count)) continue;
+    slot.applied.fetch_add(1);
+    switch (rule.action) {
+      case Action::kFail:
+        verdict.fail = true;
+        verdict.error = rule.error;
+        break;
+      case Action::kShort:
+        verdict.half = true;
+        break;
+      case Action::kDelay:
+        Wait(rule.delay_ms);
+        break;
+      case Action::kStop:
+        // To this very thread, which then stops before it leaves the call.
+        (void)syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), SIGSTOP);
+        break;
+    }
+  }
+  errno = before;
+  return verdict;
+}
+
+Verdict AskDescriptor(Call call, int descriptor) {
+  std::array<char, 40> link{};
+  std::array<char, kLongestPath> path{};
+  int const before = errno;
+  std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", descriptor);
+  ssize_t const length = readlink(link.data(), path.data(), path.size() - 1);
+  errno = before;
+  return Ask(call, length < 0 ? nullptr : path.data());
+}
+
+}  // namespace velt::shim

@@ -1,0 +1,80 @@
+// Stands between a program and the system's functions, and makes chosen calls fail, come up short, wait or
+// stop.
+//
+// Linked into a program, its functions take the place of the system's for the whole program, the C++ library
+// and zlib included: this works under the sanitizers too. libfault_shim.so is the same for LD_PRELOAD, in
+// builds without sanitizers, and has the memory functions as well; its rules come from the environment:
+//
+//   VELT_SHIM='write,first=3,count=1,errno=ENOSPC,path=*/logs/*.log;remove,action=stop,path=*.gz'
+//
+// Threads: rules are added and cleared by one thread while others call; clearing only when no call that a
+// rule meets is on its way. A call of a kind without rules costs one relaxed read.
+#ifndef VELT_TESTS_FAULTS_SHIM_SHIM_H
+#define VELT_TESTS_FAULTS_SHIM_SHIM_H
+
+#include <atomic>
+#include <cstddef>
+
+namespace velt::shim {
+
+enum class Call {
+  kFopen,  // fopen64, which the C++ library's file streams open with
+  kOpen,   // open64 and open, which zlib opens with
+  kWrite,  // write and writev, by the name of the open file
+  kClose,
+  kRename,
+  kRemove,
+  kUnlink,
+  kMkdir,
+  kOpendir,
+  kGzwrite,  // no path
+  kGzclose,  // no path
+  kPthreadCreate,
+  kMalloc,  // malloc, calloc, realloc; only with the memory part
+  kNew,     // operator new; only with the memory part
+  kCalls
+};
+
+enum class Action {
+  kFail,   // the call is not made; errno is `error`
+  kShort,  // kWrite: half of the bytes are written, and the answer says so
+  kDelay,  // `delay_ms` before the call
+  kStop,   // SIGSTOP to the process before the call, which is made when it goes on
+};
+
+// Applies to the first-th matching call since it was set and to `count` - 1 after it.
+struct Rule {
+  Call call = Call::kWrite;
+  Action action = Action::kFail;
+  unsigned first = 1;
+  unsigned count = 1;  // 0: for ever
+  int error = 0;       // for kFail
+  unsigned delay_ms = 0;
+  char const* path = nullptr;  // fnmatch pattern over the whole path; null or "": every call
+};
+
+// Adds a rule and returns its number; at most 16 at a time (std::abort beyond).
+int AddRule(Rule const& rule);
+void ClearRules();                // also forgets the counts
+unsigned MatchedCalls(int rule);  // calls that the rule's kind and path met since it was added
+unsigned AppliedCalls(int rule);  // those that it was applied to
+
+// What the wrappers ask.
+struct Verdict {
+  bool fail = false;
+  bool half = false;
+  int error = 0;
+};
+extern std::atomic<unsigned> watched_calls;  // bit set of the kinds that have rules
+inline bool Watched(Call call) {
+  return (watched_calls.load(std::memory_order_relaxed) & (1U << static_cast<unsigned>(call))) != 0;
+}
+Verdict Ask(Call call, char const* path);  // delays and stops here
+Verdict AskDescriptor(Call call, int descriptor);
+
+// Restores what VELT_SHIM asks for, once; the preloaded library does so when it is loaded.
+void ReadEnvironment();
+
+}  // namespace velt::shim
+
+#endif

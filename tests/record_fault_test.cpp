@@ -1,0 +1,204 @@
+// Record memory that is not to be had, and threads whose idle records cannot be kept: records then come and
+// go one by one, and nothing is lost or freed twice.
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <dlfcn.h>
+
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <thread>
+#include <vector>
+
+#include "velt/channel.h"
+
+#include "debug/channel/record_recycler.h"
+#include "tests/support/channel.h"
+#include "tests/support/failing_allocations.h"
+#include "tests/support/files.h"
+
+namespace {
+
+// Calls of this thread that fail.
+thread_local bool key_create_fails = false;
+thread_local bool setspecific_fails = false;
+
+template <typename Function>
+Function* Real(char const* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+// They may run before a sanitizer is ready.
+#define VELT_REPLACED \
+  extern "C" __attribute__((visibility("default"), no_sanitize("thread", "address", "undefined")))
+
+VELT_REPLACED int pthread_key_create(pthread_key_t* key, void (*destructor)(void*)) noexcept {
+  static auto* const real = Real<int(pthread_key_t*, void (*)(void*))>("pthread_key_create");
+  return key_create_fails ? EAGAIN : real(key, destructor);
+}
+
+VELT_REPLACED int pthread_setspecific(pthread_key_t key, void const* value) noexcept {
+  static auto* const real = Real<int(pthread_key_t, void const*)>("pthread_setspecific");
+  return setspecific_fails ? ENOMEM : real(key, value);
+}
+
+namespace velt::test {
+namespace {
+
+using Records = std::vector<std::unique_ptr<OutDataUnit>>;
+
+void MakeAndFree(std::size_t count) {
+  Records records;
+  for (std::size_t i = 0; i < count; ++i) records.push_back(std::make_unique<OutDataUnit>());
+}
+
+TEST(RecordFaultTest, WithoutMemoryARecordThrowsOrIsNullAndTheNextOneIsMade) {
+  auto const in_use = std::make_unique<OutDataUnit>();  // what the thread needs for itself is there now
+  bool threw = false;
+  OutDataUnit* quiet = in_use.get();
+  {
+    FailingAllocation const failing(1);
+    try {
+      delete new OutDataUnit;
+    } catch (std::bad_alloc const&) {
+      threw = true;
+    }
+  }
+  {
+    FailingAllocation const failing(1);
+    quiet = new (std::nothrow) OutDataUnit;
+  }
+
+  EXPECT_TRUE(threw);
+  EXPECT_EQ(quiet, nullptr);
+  EXPECT_NE(std::make_unique<OutDataUnit>(), nullptr);
+}
+
+TEST(RecordFaultTest, AThreadThatCannotKeepRecordsGivesEachBackToTheAllocator) {
+  long live_in_use = 0;
+  long live_afterwards = -1;
+  {
+    FailingAllocation const failing(1);  // the thread's own list
+    auto record = std::make_unique<OutDataUnit>();
+    ASSERT_TRUE(failing.Failed());
+    live_in_use = LiveAlignedAllocations();
+    FailingAllocation const again(1);
+    record.reset();
+    live_afterwards = LiveAlignedAllocations();
+  }
+
+  EXPECT_EQ(live_in_use, 1);
+  EXPECT_EQ(live_afterwards, 0);
+}
+
+TEST(RecordFaultTest, AThreadThatCannotBeWatchedKeepsNoRecords) {
+  setspecific_fails = true;
+  MakeAndFree(300);
+  setspecific_fails = false;
+  long const kept_unwatched = LiveAlignedAllocations();
+
+  MakeAndFree(1);
+
+  EXPECT_EQ(kept_unwatched, 0);
+  EXPECT_EQ(LiveAlignedAllocations(), 1) << "the next one is kept";
+}
+
+TEST(RecordFaultTest, WithoutAKeyNoThreadEverKeepsRecords) {
+  key_create_fails = true;
+  MakeAndFree(300);
+  key_create_fails = false;
+
+  MakeAndFree(300);
+  std::thread([] { MakeAndFree(300); }).join();
+
+  EXPECT_EQ(LiveAlignedAllocations(), 0);
+  EXPECT_EQ(IdleNodesInDepot(), 0U);
+}
+
+// What a thread still does after its list was closed.
+long live_at_the_end = -1;
+long kept_at_the_end = -1;
+
+void MakeRecordsAtTheEnd(void* /*value*/) {
+  long const before = LiveAlignedAllocations();
+  {
+    auto const record = std::make_unique<OutDataUnit>();
+    live_at_the_end = LiveAlignedAllocations() - before;
+  }
+  kept_at_the_end = LiveAlignedAllocations() - before;
+}
+
+TEST(RecordFaultTest, AThreadAtItsEndMayStillMakeRecords) {
+  MakeAndFree(1);  // the library's key is made before ours, and is cleaned up before it
+  pthread_key_t key = 0;
+  ASSERT_EQ(pthread_key_create(&key, &MakeRecordsAtTheEnd), 0);
+
+  std::thread([key] {
+    MakeAndFree(10);
+    pthread_setspecific(key, &live_at_the_end);
+  }).join();
+
+  EXPECT_EQ(live_at_the_end, 1);
+  EXPECT_EQ(kept_at_the_end, 0);
+  EXPECT_EQ(LiveAlignedAllocations(), 1) << "this thread's own; the other's ten went with it";
+  pthread_key_delete(key);
+}
+
+TEST(RecordFaultTest, AReserveThatFindsNoMemoryIsGivenUpWhole) {
+  Records records;
+  for (int i = 0; i < 2048; ++i) records.push_back(std::make_unique<OutDataUnit>());
+  ASSERT_TRUE(IdleNodesToStock());
+  long const before = LiveAlignedAllocations();
+  {
+    FailingAllocation const failing(50);
+    StockIdleNodes();
+    EXPECT_TRUE(failing.Failed());
+  }
+
+  EXPECT_EQ(LiveAlignedAllocations(), before);
+  EXPECT_EQ(IdleNodesInDepot(), 0U);
+  EXPECT_FALSE(IdleNodesToStock()) << "nobody tries again and again";
+}
+
+TEST(RecordFaultTest, NoReserveIsMadeBeforeCallersHaveMadeSixteenChains) {
+  Records records;
+  for (int i = 0; i < 2047; ++i) records.push_back(std::make_unique<OutDataUnit>());
+  StockIdleNodes();
+  EXPECT_EQ(IdleNodesInDepot(), 0U);
+
+  records.push_back(std::make_unique<OutDataUnit>());
+  StockIdleNodes();
+
+  EXPECT_EQ(IdleNodesInDepot(), 128U);
+}
+
+TEST(RecordFaultTest, AHostsRecordThatCannotBeWrappedIsFreedAndTheChannelGoesOn) {
+  ScratchDir const dir;
+  auto channel = MakeChannel(ChannelSetup(dir.Path()));
+  int threw = 0;
+  int nth = 1;
+  for (bool needed = true; needed; ++nth) {
+    OutDataUnit* rec = NewRecord("wrapped");
+    FailingAllocation const failing(nth);
+    try {
+      channel->TraceInner(rec);
+    } catch (std::bad_alloc const&) {
+      ++threw;
+      EXPECT_EQ(rec, nullptr) << nth;
+    }
+    needed = failing.Failed();
+    ASSERT_LT(nth, 100);
+  }
+  channel.reset();
+
+  EXPECT_GE(threw, 2) << "the block, and its inner part";
+  std::string text;
+  for (auto const& name : ListDir(dir.Path())) text += ReadFile(dir / name);
+  EXPECT_EQ(CountOf(text, "wrapped"), static_cast<std::size_t>(nth - 1 - threw));
+}
+
+}  // namespace
+}  // namespace velt::test

@@ -1,0 +1,56 @@
+// Locks that fail on demand. Linked into the tests that ask for it, it replaces the C library's lock
+// functions for the whole program; a switch of each thread makes them fail.
+#ifndef VELT_TESTS_SUPPORT_FAILING_LOCKS_H
+#define VELT_TESTS_SUPPORT_FAILING_LOCKS_H
+
+#include <cerrno>
+#include <ostream>
+
+namespace velt::test {
+
+constexpr int kFailure = ENOLCK;  // nothing else on these paths sets it
+
+enum class Lock { kReadLock, kWriteLock, kRwUnlock, kMutexLock, kMutexUnlock };
+
+inline constexpr int kAllOfThem = 0;
+
+// Makes calls of one kind fail in this thread while it lives: `count` from the first-th on, counted from 1.
+class Failing {
+ public:
+  explicit Failing(Lock lock, int first_failing = 1, int count = kAllOfThem);
+  ~Failing();
+  Failing(Failing const&) = delete;
+  Failing& operator=(Failing const&) = delete;
+
+ private:
+  Lock lock_;
+};
+
+// The same for a thread that ends the failing by itself: once, `lock` fails in the first-th call from now on.
+void FailOnce(Lock lock, int first_failing);
+
+// The answer of an operation and the errno that it left.
+struct Result {
+  int answer;
+  int error;
+
+  bool operator==(Result const& other) const { return answer == other.answer && error == other.error; }
+};
+
+inline std::ostream& operator<<(std::ostream& out, Result const& result) {
+  return out << "{" << result.answer << ", errno " << result.error << "}";
+}
+
+template <typename Operation>
+Result With(Lock lock, int first_failing, Operation operation) {
+  Failing const failing(lock, first_failing);
+  int const answer = static_cast<int>(operation());
+  return {answer, errno};
+}
+
+inline constexpr Result kRefused{0, kFailure};
+inline constexpr Result kDoneButNotReleased{1, kFailure};
+
+}  // namespace velt::test
+
+#endif
