@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-./setup.sh clang libclang-rt-14-dev valgrind gcovr
+./setup.sh --tests clang libclang-rt-14-dev valgrind gcovr
 jobs=$(nproc)
 logs=build/logs
 log_prefix=check-

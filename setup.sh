@@ -1,10 +1,15 @@
 #!/usr/bin/env bash
-# Installs what building and testing need and the machine lacks. Quiet when nothing is missing.
-# Further packages may be named as arguments.
+# Installs what building needs, where the machine lacks it. Quiet when nothing is missing.
+#
+#   setup.sh [--tests] [PACKAGE...]    --tests: and what the tests need; and these packages
 set -euo pipefail
 
-packages=(g++ cmake ninja-build pkg-config libace-dev zlib1g-dev libgtest-dev libgmock-dev clang-format clang-tidy
-          lnav rsyslog abigail-tools dpkg-dev file lintian doxygen "$@")
+packages=(g++ cmake ninja-build pkg-config libace-dev zlib1g-dev libgtest-dev libgmock-dev)
+if [ "${1:-}" = --tests ]; then
+  shift
+  packages+=(abigail-tools clang-format clang-tidy doxygen dpkg-dev file libfaketime lintian lnav mandoc rsyslog)
+fi
+packages+=("$@")
 
 missing=()
 for package in "${packages[@]}"; do

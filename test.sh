@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-./setup.sh
+./setup.sh --tests
 jobs=$(nproc)
 logs=build/logs
 mkdir -p "$logs"
