@@ -17,6 +17,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr std::chrono::minutes kLongestWait(5);
 constexpr std::size_t kTimeLength = 15;
 constexpr std::size_t kTailLength = kTimeLength + 4;  // "20261121_140720.log"
 
@@ -50,6 +51,9 @@ void Pacer::Admit(unsigned which, std::size_t bytes) {
   // Relaxed: figures, which order nothing.
   while (family.admitted.load(std::memory_order_relaxed) > family.room.load(std::memory_order_relaxed)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    // No file grows, and none is to be expected: better an end than a wait for ever.
+    if (Clock::now() - start > kLongestWait)
+      throw std::runtime_error(directory_ + ": no room for five minutes");
     auto const held_back = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start).count();
     std::int64_t longest = longest_held_back_s_;
     while (held_back > longest && !longest_held_back_s_.compare_exchange_weak(longest, held_back)) {
@@ -86,8 +90,9 @@ void Pacer::NoteCreated(std::string const& name) {
   }
 }
 
-// Finished files count as their limit: the few bytes by which they are longer, and the ring records, which
-// nobody admits, are small beside a window.
+// Finished files count as their limit: the few bytes by which they are longer are small beside a window. So
+// are the ring records, a megabyte of each family in the long run, which nobody admits: they only widen the
+// window.
 void Pacer::MakeRoom(Family& family) const {
   if (family.opened.empty()) return;
   struct stat info {};

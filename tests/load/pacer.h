@@ -30,8 +30,9 @@ class Pacer {
   Pacer(Pacer const&) = delete;
   Pacer& operator=(Pacer const&) = delete;
 
-  void Look();                                     // to be repeated, often
-  void Admit(unsigned family, std::size_t bytes);  // waits for room, then counts them
+  void Look();  // to be repeated, often
+  // Waits for room, then counts the bytes of a record's line. Throws std::runtime_error after five minutes.
+  void Admit(unsigned family, std::size_t bytes);
 
   bool AllOpened() const;      // every family has a file
   unsigned Rotations() const;  // of all families, so far

@@ -1,5 +1,7 @@
 #include "tests/load/producers.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <string>
 
@@ -11,8 +13,15 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kStepsBetweenLooks = 16;  // at the clock
-constexpr std::size_t kLineHeadLength = 40;  // stamp, thread, module, tag
+// "11-21 14:07:20.298572.T" and " load E: ", and the newline; the digits of the thread stand between.
+constexpr std::size_t kAroundMessage = 33;
 constexpr std::chrono::milliseconds kMayBeRefused(900);
+
+// Exact: a byte too many in each record would use the pacer's window up, one too few would widen it.
+std::size_t LineLength(std::size_t message) {
+  thread_local std::size_t const digits = std::to_string(gettid()).size();
+  return kAroundMessage + digits + message;
+}
 
 // Printf answers nothing: true.
 bool TraceText(Step const& step, std::string const& text) {
@@ -80,9 +89,9 @@ void Producers::Take(unsigned number, unsigned index) {
     std::lock_guard<std::mutex> const lock(ring.lock);
     id.run = kFirstAlarmRun + ring.count;
   }
-  if (step.kind != Kind::kBadLevel)
-    pacer_.Admit(step.family, kLineHeadLength + std::min(step.length, LimitOf(step.call)));
   std::string const text = MessageOf(id, step.length);
+  if (step.kind != Kind::kBadLevel)
+    pacer_.Admit(step.family, LineLength(std::min(text.size(), LimitOf(step.call))));
   auto const start = Clock::now();
   bool const accepted = TraceText(step, text);
   if (!accepted) {
