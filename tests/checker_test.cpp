@@ -8,7 +8,9 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "velt/channel.h"
@@ -101,8 +103,12 @@ struct DamagedLines {
   std::map<Kind, std::size_t> expected;  // findings of each kind
 };
 
-std::vector<DamagedLines> AllDamagedLines() {
-  auto const erase = [](auto& lines, std::size_t at) { lines.erase(lines.begin() + static_cast<long>(at)); };
+constexpr auto kErase = [](std::vector<std::string>& lines, std::size_t at) {
+  lines.erase(lines.begin() + static_cast<long>(at));
+};
+
+std::vector<DamagedLines> DamagedRecords() {
+  auto const erase = kErase;
   return {
       {"one record dropped", [=](auto& l) { erase(l, RecordAt(l, 4)); }, {{Kind::kMissing, 1}}},
       {"two records of one producer dropped, one there between",
@@ -154,6 +160,12 @@ std::vector<DamagedLines> AllDamagedLines() {
       {"a digit of a checksum changed",
        [](auto& l) { l[RecordAt(l, 4)].back() ^= 1; },
        {{Kind::kWrongChecksum, 1}, {Kind::kMissing, 1}}},
+  };
+}
+
+std::vector<DamagedLines> DamagedFrames() {
+  auto const erase = kErase;
+  return {
       {"a line of somebody else",
        [](auto& l) { l.insert(l.begin() + static_cast<long>(RecordAt(l, 4)), "hello"); },
        {{Kind::kWrongLine, 1}}},
@@ -201,7 +213,9 @@ TEST_F(CheckerTest, EveryKindOfDamageToTheLinesOfAFileIsReportedAsThatAndNothing
   MakeFamily();
   std::string const intact = ReadFile(LastLog());
 
-  for (auto const& damaged : AllDamagedLines()) {
+  auto all = DamagedRecords();
+  for (auto& damaged : DamagedFrames()) all.push_back(std::move(damaged));
+  for (auto const& damaged : all) {
     SCOPED_TRACE(damaged.what);
     EditLines(damaged.damage);
 

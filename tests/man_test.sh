@@ -38,9 +38,12 @@ for program in veltpipe veltcfg; do
   same "$program: options of --help and synopsis" "$(options_of_help $program)" "$(options_of_synopsis $program)"
 done
 
-findings_of_page() { sed -n '/^\.Sh FINDINGS/,/^\.Sh ENVIRONMENT/p' "$pages/veltcfg.1" | grep '^\.It' | grep -o 'Ql [a-z-]*'; }
+findings_of_page() {
+  sed -n '/^\.Sh FINDINGS/,/^\.Sh ENVIRONMENT/p' "$pages/veltcfg.1" | grep '^\.It' | grep -o 'Ql [a-z-]*'
+}
 findings_of_source() {
-  grep -hoE '"[a-z]+(-[a-z]+)+"|"duplicate"|"overridden"' "$source_directory"/tools/veltcfg/{check_*,config_lines,installation,sources}.cpp
+  grep -hoE '"[a-z]+(-[a-z]+)+"|"duplicate"|"overridden"' \
+    "$source_directory"/tools/veltcfg/{check_*,config_lines,installation,sources}.cpp
 }
 same 'words of findings in source and page' "$(findings_of_source | tr -d '"' | sort -u)" \
   "$(findings_of_page | sed 's/Ql //' | sort)"

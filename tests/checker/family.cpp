@@ -63,7 +63,7 @@ std::string Inflate(std::string const& packed, std::string& text) {
 
 // The same with zlib's file functions, which skip what stands behind the first member.
 std::string ReadWithZlib(std::string const& path, std::string& text) {
-  gzFile const file = gzopen(path.c_str(), "rb");
+  gzFile_s* const file = gzopen(path.c_str(), "rb");
   if (file == nullptr) return "zlib cannot open it";
   std::array<char, 65'536> block;
   int got = 0;
@@ -109,7 +109,7 @@ std::vector<FamilyFile> ReadFamilyFiles(std::string const& directory, std::strin
 
   std::vector<FamilyFile> list;
   for (auto& [name, file] : files) {
-    std::string const path = directory + "/" + name;
+    std::string const path = fs::path(directory) / name;
     std::string log_text;
     if (file.has_log) {
       file.log_mode = ModeOf(path);

@@ -189,6 +189,7 @@ class SharedFamilyTest : public Scenario {
                                       "pause_us=" + std::to_string(pause_us),
                                       "max_bytes=40000"};
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (auto& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
     pid_t const child = fork();

@@ -29,6 +29,8 @@ char const* FakeTimeLibrary() {
   return nullptr;
 }
 
+constexpr std::time_t kHour = 3'600;
+constexpr std::time_t kDay = 24 * kHour;
 // 2026-10-25 01:00:00 UTC: summer time ends in Berlin, 03:00 becomes 02:00.
 constexpr std::time_t kFallBack = 1'792'890'000;
 // 2026-03-29 01:00:00 UTC: summer time begins in Berlin, 02:00 becomes 03:00.
@@ -145,16 +147,16 @@ TEST_F(ClockTest, AtTheBeginningOfSummerTimeNamesSkipAnHour) {
 }
 
 TEST_F(ClockTest, AClockThatIsSetBackAndForwardCostsNoRecord) {
-  constexpr std::time_t kNoon = kGap + 100 * 86'400 + 9 * 3600;  // 2026-07-07 12:00:00 in Berlin
+  constexpr std::time_t kNoon = kGap + 100 * kDay + 9 * kHour;  // 2026-07-07 12:00:00 in Berlin
   SetClock(kNoon);
   Start(Scaled(900U, 3'000U));
   ASSERT_TRUE(WaitForTime("20260707_1200"));
 
-  SetClock(kNoon - 3600);
+  SetClock(kNoon - kHour);
   ASSERT_TRUE(WaitForTime("20260707_1100"));
-  SetClock(kNoon + 7200);
+  SetClock(kNoon + 2 * kHour);
   ASSERT_TRUE(WaitForTime("20260707_1400"));
-  SetClock(kNoon - 32 * 86'400);
+  SetClock(kNoon - 32 * kDay);
   ASSERT_TRUE(WaitForTime("20260605_1200"));
   auto const times = Finish();
 
@@ -201,7 +203,7 @@ TEST_F(ZoneTest, AZoneThatTheHostChangesShowsInNamesTrailersAndStamps) {
   auto const files = checker::ReadFamilyFiles(family.setup.directory, "t_");
   ASSERT_EQ(files.size(), 2U);
   std::set<std::string> days;  // the second file's day, by the clock of that zone
-  for (std::time_t const at : {changed - 23 * 3600, ended - 23 * 3600}) {
+  for (std::time_t const at : {changed - 23 * kHour, ended - 23 * kHour}) {
     std::tm there{};
     gmtime_r(&at, &there);
     char text[16];

@@ -52,14 +52,15 @@ bool Producer::TraceNext() {
 Producers::Producers(ProducerSetup const& setup, TraceCall const& trace) {
   for (unsigned i = 0; i < setup.producers; ++i)
     producers_.push_back(std::make_unique<Producer>(setup, setup.first_producer + i, trace));
-  for (auto& producer : producers_) {
-    threads_.emplace_back([this, &producer = *producer, pause = setup.pause] {
-      while (!stop_ && !producer.Exhausted()) {
-        producer.TraceNext();
-        ++traced_;
-        if (pause.count() > 0) std::this_thread::sleep_for(pause);
-      }
-    });
+  for (auto& producer : producers_)
+    threads_.emplace_back([this, &producer = *producer, pause = setup.pause] { Run(producer, pause); });
+}
+
+void Producers::Run(Producer& producer, std::chrono::microseconds pause) {
+  while (!stop_ && !producer.Exhausted()) {
+    producer.TraceNext();
+    ++traced_;
+    if (pause.count() > 0) std::this_thread::sleep_for(pause);
   }
 }
 
@@ -104,7 +105,7 @@ FamilySize SizeOf(std::string const& directory, std::string const& prefix) {
   size.archives = test::FilesOf(directory, prefix, ".log.gz").size();
   std::error_code gone;
   for (auto const& name : LogNames(directory, prefix)) {
-    auto const bytes = fs::file_size(directory + "/" + name, gone);
+    auto const bytes = fs::file_size(fs::path(directory) / name, gone);
     if (gone) continue;
     ++size.logs;
     size.log_bytes += bytes;
@@ -136,7 +137,7 @@ void LinkLogs(std::string const& directory, std::string const& prefix, std::stri
   fs::create_directories(witness_directory);
   for (auto const& name : LogNames(directory, prefix)) {
     // A name that is linked already gives EEXIST, one that has gone meanwhile ENOENT.
-    (void)link((directory + "/" + name).c_str(), (witness_directory + "/" + name).c_str());
+    (void)link((fs::path(directory) / name).c_str(), (fs::path(witness_directory) / name).c_str());
   }
 }
 

@@ -70,6 +70,7 @@ class Producers {
   std::chrono::nanoseconds LongestCall() const;  // after Wait or Stop
 
  private:
+  void Run(Producer& producer, std::chrono::microseconds pause);
   void Join();
 
   std::atomic<bool> stop_{false};

@@ -45,6 +45,7 @@ class KilledFamily {
                                       "max_bytes=" + std::to_string(max_bytes)};
     words.insert(words.end(), more.begin(), more.end());
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (auto& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
     std::string const variable = "VELT_SHIM=" + rules;

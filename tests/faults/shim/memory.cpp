@@ -22,9 +22,11 @@ bool Fails(Call call) {
 
 #if !VELT_ADDRESS_SANITIZER && !VELT_THREAD_SANITIZER
 // The C library's own under their other names: looking them up would allocate.
+// NOLINTBEGIN(bugprone-reserved-identifier): names that the C library gives
 extern "C" void* __libc_malloc(size_t size);
 extern "C" void* __libc_calloc(size_t count, size_t size);
 extern "C" void* __libc_realloc(void* memory, size_t size);
+// NOLINTEND(bugprone-reserved-identifier)
 
 VELT_SHIM_EXPORT void* malloc(size_t size) noexcept {
   return Fails(Call::kMalloc) ? nullptr : __libc_malloc(size);

@@ -22,11 +22,17 @@ namespace {
 constexpr std::size_t kMostRules = 16;
 constexpr std::size_t kLongestPath = 512;
 
-// A slot is filled before `used` is stored and never changed afterwards, so that readers need no lock, which
-// calls in the middle of an allocation could not take.
+// A slot is filled before `used` is stored, so that readers need no lock, which calls in the middle of an
+// allocation could not take. After ClearRules it is filled anew, perhaps under a call that still looks at it.
 struct Slot {
   std::atomic<bool> used{false};
-  Rule rule;
+  std::atomic<Call> call{Call::kCalls};
+  std::atomic<Action> action{Action::kFail};
+  std::atomic<unsigned> first{1};
+  std::atomic<unsigned> count{1};
+  std::atomic<int> error{0};
+  std::atomic<unsigned> delay_ms{0};
+  std::atomic<bool> has_path{false};
   std::array<char, kLongestPath> path{};
   std::atomic<unsigned> matched{0};
   std::atomic<unsigned> applied{0};
@@ -35,8 +41,8 @@ std::array<Slot, kMostRules> slots;
 std::atomic<std::size_t> next_slot{0};
 
 bool Meets(Slot const& slot, Call call, char const* path) {
-  if (slot.rule.call != call) return false;
-  if (slot.path[0] == '\0') return true;
+  if (slot.call != call) return false;
+  if (!slot.has_path) return true;
   return path != nullptr && fnmatch(slot.path.data(), path, 0) == 0;
 }
 
@@ -52,9 +58,17 @@ int AddRule(Rule const& rule) {
   std::size_t const number = next_slot.fetch_add(1);
   if (number >= kMostRules) std::abort();
   Slot& slot = slots[number];
-  slot.rule = rule;
-  slot.path.fill('\0');
-  if (rule.path != nullptr) std::strncpy(slot.path.data(), rule.path, slot.path.size() - 1);
+  slot.call = rule.call;
+  slot.action = rule.action;
+  slot.first = rule.first;
+  slot.count = rule.count;
+  slot.error = rule.error;
+  slot.delay_ms = rule.delay_ms;
+  slot.has_path = rule.path != nullptr && *rule.path != '\0';
+  if (slot.has_path) {
+    slot.path.fill('\0');
+    std::strncpy(slot.path.data(), rule.path, slot.path.size() - 1);
+  }
   slot.matched.store(0);
   slot.applied.store(0);
   slot.used.store(true, std::memory_order_release);
@@ -77,19 +91,20 @@ Verdict Ask(Call call, char const* path) {
   for (Slot& slot : slots) {
     if (!slot.used.load(std::memory_order_acquire) || !Meets(slot, call, path)) continue;
     unsigned const number = slot.matched.fetch_add(1) + 1;
-    Rule const& rule = slot.rule;
-    if (number < rule.first || (rule.count != 0 && number - rule.first >= rule.count)) continue;
+    unsigned const first = slot.first;
+    unsigned const count = slot.count;
+    if (number < first || (count != 0 && number - first >= count)) continue;
     slot.applied.fetch_add(1);
-    switch (rule.action) {
+    switch (slot.action) {
       case Action::kFail:
         verdict.fail = true;
-        verdict.error = rule.error;
+        verdict.error = slot.error;
         break;
       case Action::kShort:
         verdict.half = true;
         break;
       case Action::kDelay:
-        Wait(rule.delay_ms);
+        Wait(slot.delay_ms);
         break;
       case Action::kStop:
         // To this very thread, which then stops before it leaves the call.
