@@ -29,13 +29,16 @@ std::tm LocalTime(std::time_t now) {
   return local;
 }
 
-std::string TimeText(std::tm const& local, char const* pattern) {
-  std::array<char, 512> text{};
+using TimeBuffer = std::array<char, 512>;
+
+// An array: the output thread has nobody to pass an allocation failure to.
+TimeBuffer TimeText(std::tm const& local, char const* pattern) {
+  TimeBuffer text{};
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"  // three constants of this library
   std::strftime(text.data(), text.size(), pattern, &local);
 #pragma GCC diagnostic pop
-  return text.data();
+  return text;
 }
 
 // The way to the descriptor of a file stream, which the library's own streams do not offer.
@@ -61,7 +64,7 @@ int OpenInto(std::ofstream& stream, std::string const& path) {
 bool VeltDebugInfo::OpenNewFile() {
   try {
     std::tm const local = LocalTime(std::time(nullptr));
-    std::string const time_in_name = TimeText(local, VELT_DEBUG_FILE_NAME_TIME_PATTERN);
+    std::string const time_in_name = TimeText(local, VELT_DEBUG_FILE_NAME_TIME_PATTERN).data();
     struct stat info {};
     if (stat(m_strLogPath.c_str(), &info) != 0) {
       (void)mkdir(m_strLogPath.c_str(), kDirectoryMode);  // a failure shows as a file that cannot be opened
@@ -82,7 +85,7 @@ bool VeltDebugInfo::OpenNewFile() {
     std::array<char, 512> creation{};
     velt::snprintf_s(creation.data(), creation.size(), creation.size() - 1,
                      "File create at %s. Current ospid is %d\n",
-                     TimeText(local, "time %Y-%m-%d %H:%M:%S").c_str(), getpid());
+                     TimeText(local, "time %Y-%m-%d %H:%M:%S").data(), getpid());
     WriteFile(creation.data());
     WriteFile(m_strFileHeader.c_str());
     (void)chmod(m_strCurFileName.c_str(), kLogFileMode);  // the file is written either way
@@ -115,7 +118,7 @@ void VeltDebugInfo::CloseFile() {
   if (m_pFile == nullptr) return;
   std::array<char, 512> trailer{};
   velt::snprintf_s(trailer.data(), trailer.size(), trailer.size() - 1, "File close at %s\n",
-                   TimeText(LocalTime(std::time(nullptr)), "%Z %Y-%m-%d %H:%M:%S").c_str());
+                   TimeText(LocalTime(std::time(nullptr)), "%Z %Y-%m-%d %H:%M:%S").data());
   WriteFile(trailer.data());
   m_pFile.reset();  // nothing is buffered, so closing has nothing to lose
 }

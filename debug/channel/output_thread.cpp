@@ -55,7 +55,12 @@ std::atomic<std::uint16_t> last_day_seen{0};
 // Output threads print one record at a time; the state of std::cout has no lock of its own.
 std::mutex print_lock;
 
-std::string ThreadName(std::string const& prefix) { return ("velt:" + prefix).substr(0, kThreadNameLength); }
+// An array: the thread has nobody to pass an allocation failure to.
+std::array<char, kThreadNameLength + 1> ThreadName(std::string const& prefix) {
+  std::array<char, kThreadNameLength + 1> name{};
+  (void)velt::snprintf_s(name.data(), name.size(), kThreadNameLength, "velt:%s", prefix.c_str());
+  return name;
+}
 
 std::uint16_t DayOf(char const* stamp) {
   if (strnlen(stamp, kDayAt + 2) < kDayAt + 2) return 0;
@@ -134,7 +139,7 @@ void velt::RemakePrintLock() { new (&print_lock) std::mutex; }
 void* VeltDebugInfo::HandleOutputStringLoop(void* channel) {
   if (channel == nullptr) return nullptr;
   auto& self = *static_cast<VeltDebugInfo*>(channel);
-  (void)pthread_setname_np(pthread_self(), ThreadName(self.m_strFilePrefix).c_str());  // for debuggers only
+  (void)pthread_setname_np(pthread_self(), ThreadName(self.m_strFilePrefix).data());  // for debuggers only
   self.ProcessLogFileBeforeCreateNew();
   if (self.OpenFileUntilExit()) {
     self.WriteStartLines();

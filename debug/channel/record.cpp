@@ -45,8 +45,11 @@ BlockPtr WrapRecord(OutDataUnit* record) {
 }
 
 RecordPtr UnwrapRecord(BlockPtr block) {
-  OutDataUnit* const own = RecordOfNodeBlock(block.get());
-  return RecordPtr(own != nullptr ? own : reinterpret_cast<OutDataUnit*>(block->base()));
+  // Released when this function returns. A parameter lives until its caller's statement ends, which may
+  // delete the record, and with it the memory that its block lies in.
+  BlockPtr const released = std::move(block);
+  OutDataUnit* const own = RecordOfNodeBlock(released.get());
+  return RecordPtr(own != nullptr ? own : reinterpret_cast<OutDataUnit*>(released->base()));
 }
 
 void DeleteChain(ACE_Message_Block* chain) {

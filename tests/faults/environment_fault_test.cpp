@@ -145,8 +145,8 @@ TEST(EnvironmentFaultTest, AHostThatSetsVariablesWhileThreadsTraceLosesNothing) 
 bool ForbidPrograms() {
 #if defined(__x86_64__)
   std::vector<sock_filter> filter = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
-  for (unsigned const call : {SYS_execve, SYS_execveat, SYS_fork, SYS_vfork, SYS_clone, SYS_clone3}) {
-    filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
+  for (int const call : {SYS_execve, SYS_execveat, SYS_fork, SYS_vfork, SYS_clone, SYS_clone3}) {
+    filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1));
     filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS));
   }
   filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
