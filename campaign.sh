@@ -18,7 +18,7 @@ limit=${VELT_CAMPAIGN_LIMIT:-1200}  # seconds for one scenario
 export VELT_FAULT_SCALE=full
 
 programs=$(sed -nE '/^foreach\(test IN ITEMS/,/\)/{s/^ +([a-z_]+_test)( MEMORY)?\)?$/\1/p}' tests/faults/CMakeLists.txt)
-programs+=" $(sed -nE 's/^velt_add_fault_test\(([a-z_]+_test).*/\1/p' tests/faults/CMakeLists.txt)"
+programs+=" $(sed -nE 's/^ *velt_add_fault_test\(([a-z_]+_test).*/\1/p' tests/faults/CMakeLists.txt)"
 if [ $# -gt 0 ]; then
   chosen=
   for name in "$@"; do

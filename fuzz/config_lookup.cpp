@@ -36,7 +36,7 @@ constexpr int kTextCapacity = 2048;  // of what the readers of the debug configu
 constexpr std::size_t kLongestNumber = 1791;
 constexpr char kGuard = '\x5A';
 
-// A buffer of a stated capacity, with guard bytes on both sides.
+// A buffer of a given capacity, with guard bytes on both sides.
 class Field {
  public:
   explicit Field(int capacity) : end_(kGuardBytes + static_cast<std::size_t>(capacity < 0 ? 0 : capacity)) {

@@ -123,7 +123,7 @@ void CheckFormat(std::size_t capacity, unsigned form, std::string const& with_nu
   if (IsNegative(capacity)) return;
   Frame frame;
   char* const field = frame.Field();
-  std::string const text = with_nul.c_str();
+  std::string const text = with_nul.substr(0, with_nul.find('\0'));
   int const number = static_cast<int>(text.size() * 2654435761U);
   std::string const digits = std::to_string(number);
   char const* const nothing = with_nul.data() == nullptr ? "" : nullptr;  // the compiler need not know

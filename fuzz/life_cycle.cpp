@@ -150,11 +150,15 @@ class Host {
     trace.print = (flags & 1U) != 0;
     trace.log = (flags & 2U) != 0;
     trace.asn = (flags & 4U) != 0 ? &printed : nullptr;
-    Carry(trace, trace.asn == nullptr ? nullptr : &value, is_app ? &sub_name : nullptr);
+    std::string const* const to = is_app ? &sub_name : nullptr;
+    bool brings_ring_out = false;
+    Carry(trace, trace.asn == nullptr ? nullptr : &value, to, brings_ring_out);
+    if (brings_ring_out) WaitForOutput(to);
   }
 
   // One Trace, or AppTrace when there is a sub-name.
-  Answer Carry(ModelTrace const& trace, AsnType const* value, std::string const* sub_name) {
+  Answer Carry(ModelTrace const& trace, AsnType const* value, std::string const* sub_name,
+               bool& brings_ring_out) {
     Engine::said.clear();
     VeltLogLevel const level{trace.level};
     char const* const text = trace.text.c_str();
@@ -163,9 +167,7 @@ class Host {
                  ? Manager().Trace(trace.module, level, text, value, trace.print, trace.log)
                  : Manager().AppTrace(trace.module, level, text, value, trace.print, trace.log, *sub_name);
     });
-    bool brings_ring_out = false;
     CheckAnswer(answer, Expected(trace, sub_name, brings_ring_out), "answer of a trace call");
-    if (brings_ring_out) WaitForOutput(sub_name);
     return answer;
   }
 
@@ -173,7 +175,8 @@ class Host {
   void WaitForOutput(std::string const* sub_name) {
     Bell bell;
     ModelTrace const sync{"sync", 3, "bell #" + std::to_string(++serial_), &Bell::kSound, true, true};
-    if (Carry(sync, &bell, sub_name) == Answer::kTrue) bell.Wait();
+    bool brings_ring_out = false;
+    if (Carry(sync, &bell, sub_name, brings_ring_out) == Answer::kTrue) bell.Wait();
   }
 
   Answer Expected(ModelTrace const& trace, std::string const* sub_name, bool& brings_ring_out) {

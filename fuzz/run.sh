@@ -6,8 +6,8 @@
 #   fuzz/run.sh NAME [RUNS]   one target
 #
 # Two targets at a time; those that mostly wait for output threads run beside them. Prints a line for each target, and
-# ends with 1 when there was a finding: its input and log are then in build/fuzz/findings. What runs have learned is
-# kept in build/fuzz/learned.
+# ends with 1 when there was a finding: its input and log are then in build/fuzz/findings. Every run begins with the
+# seeds; what it learns is in build/fuzz/learned.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -30,6 +30,7 @@ plan() {
 fuzz() {
   local name=$1 log=$2 runs=$3 longest=$4
   local learned=build/fuzz/learned/$log dictionary=fuzz/dictionary/$name.dict options=()
+  rm -rf "$learned"
   mkdir -p "$learned"
   if [ -f "$dictionary" ]; then options+=("-dict=$dictionary"); fi
   # Memory is not filled and soon used again, and its stacks are short: half of the time goes there otherwise.
@@ -105,6 +106,13 @@ lines_of() {
     echo "$name ${runs:-$full} $longest $processes"
   done
 }
+
+# What a finding leaves of its files goes with this.
+place=/tmp
+[ -w /dev/shm ] && place=/dev/shm
+TMPDIR=$(mktemp -d -p "$place" velt_fuzz_XXXXXX)
+export TMPDIR
+trap 'rm -rf "$TMPDIR"' EXIT
 
 failed=0
 lines_of "${waiting[@]}" | xargs -r -P 2 -L 1 fuzz/run.sh --target &

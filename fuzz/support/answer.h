@@ -18,7 +18,7 @@ Answer Try(Call call) {
   }
 }
 
-void CheckAnswer(Answer answer, Answer expected, char const* what) {
+inline void CheckAnswer(Answer answer, Answer expected, char const* what) {
   CheckEqual(static_cast<int>(answer), static_cast<int>(expected), what);
 }
 

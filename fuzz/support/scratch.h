@@ -1,4 +1,5 @@
-// A directory of the process's own, in memory where the system has a place for that; removed at the end.
+// A directory of the process's own, under TMPDIR or in memory where the system has a place for that; removed
+// at the end.
 #ifndef VELT_FUZZ_SUPPORT_SCRATCH_H
 #define VELT_FUZZ_SUPPORT_SCRATCH_H
 
@@ -15,7 +16,10 @@ namespace velt::fuzz {
 
 class Scratch {
  public:
-  Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/velt_fuzz_XXXXXX" : "/tmp/velt_fuzz_XXXXXX") {
+  Scratch() {
+    char const* const given = std::getenv("TMPDIR");
+    path_ = given != nullptr ? given : access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+    path_ += "/velt_fuzz_XXXXXX";
     Check(mkdtemp(path_.data()) != nullptr, "no scratch directory");
   }
   ~Scratch() {

@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "velt/channel.h"
@@ -343,7 +344,7 @@ TEST_F(QueueFaultTest, ThreadsThatComeAndGoLeaveNothingBehind) {
 
 // --- destruction ---
 
-TEST_F(QueueFaultTest, DestructionWithAnEmptyQueueLeavesTheStatedLines) {
+TEST_F(QueueFaultTest, DestructionWithAnEmptyQueueEndsTheFileWithItsLines) {
   setup_.ring = 10;
   auto channel = MakeChannel(setup_);
   ASSERT_TRUE(channel->Trace("m", VeltLogLevel{3}, "kept", nullptr, false, false));
@@ -355,7 +356,9 @@ TEST_F(QueueFaultTest, DestructionWithAnEmptyQueueLeavesTheStatedLines) {
   auto const line = [&lines](std::size_t from_end) { return lines[lines.size() - from_end]; };
   EXPECT_EQ(line(5), "thread handle output string exit");
   EXPECT_EQ(line(4).substr(26), " about to clear m_DiscardQueue(1)");
-  EXPECT_EQ(line(3).substr(26), " about to clear m_OutputQueue(0)");
+  // The thread may find the queue empty and leave before the stop marker comes, which is then counted.
+  EXPECT_THAT(line(3).substr(26),
+              testing::AnyOf(" about to clear m_OutputQueue(0)", " about to clear m_OutputQueue(1)"));
   EXPECT_EQ(line(2).substr(26), " after m_OutputQueue cleared");
   EXPECT_EQ(line(1).rfind("File close at ", 0), 0U);
 }
