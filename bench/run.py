@@ -58,7 +58,7 @@ class Run:
 
     def measure(self, figure):
         started = time.monotonic()
-        rounds = self.arguments.rounds
+        rounds = self.arguments.rounds * figures.MORE_ROUNDS.get(figure, 1)
         print(f"== figure {figure}: {figures.TITLES[figure]}", end="", flush=True)
         for number in range(1, rounds + 1):
             jobs = figures.jobs_of(figure, self.arguments.quick, number, self.arguments.records)
