@@ -1,7 +1,8 @@
+# shellcheck shell=bash
 # Sourced by the scripts that check: runs their steps without showing what these print while all is well.
 
 # quietly NAME COMMAND...: the output goes into $logs/<prefix>NAME.log, where the prefix is $log_prefix if that is set. Its
-# end is shown when the command fails, and the script ends.
+# end is shown when the command fails, and the script ends. $logs is the directory of the script that sources this.
 quietly() {
   local name=$1 start=$SECONDS
   local log=$logs/${log_prefix:-}${name// /-}.log

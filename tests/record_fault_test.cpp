@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <memory>
 #include <new>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -24,25 +25,23 @@ namespace {
 thread_local bool key_create_fails = false;
 thread_local bool setspecific_fails = false;
 
-template <typename Function>
-Function* Real(char const* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
-// They may run before a sanitizer is ready.
+// They run before a sanitizer is ready, too: nothing in them is instrumented, and nothing waits to be
+// initialised.
 #define VELT_REPLACED \
   extern "C" __attribute__((visibility("default"), no_sanitize("thread", "address", "undefined")))
 
 VELT_REPLACED int pthread_key_create(pthread_key_t* key, void (*destructor)(void*)) noexcept {
-  static auto* const real = Real<int(pthread_key_t*, void (*)(void*))>("pthread_key_create");
-  return key_create_fails ? EAGAIN : real(key, destructor);
+  if (key_create_fails) return EAGAIN;
+  return reinterpret_cast<int (*)(pthread_key_t*, void (*)(void*))>(dlsym(RTLD_NEXT, "pthread_key_create"))(
+      key, destructor);
 }
 
 VELT_REPLACED int pthread_setspecific(pthread_key_t key, void const* value) noexcept {
-  static auto* const real = Real<int(pthread_key_t, void const*)>("pthread_setspecific");
-  return setspecific_fails ? ENOMEM : real(key, value);
+  if (setspecific_fails) return ENOMEM;
+  return reinterpret_cast<int (*)(pthread_key_t, void const*)>(dlsym(RTLD_NEXT, "pthread_setspecific"))(
+      key, value);
 }
 
 namespace velt::test {
@@ -55,10 +54,15 @@ void MakeAndFree(std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) records.push_back(std::make_unique<OutDataUnit>());
 }
 
+std::string TextIn(ScratchDir const& dir) {
+  std::string text;
+  for (auto const& name : ListDir(dir.Path())) text += ReadFile(dir / name);
+  return text;
+}
+
 TEST(RecordFaultTest, WithoutMemoryARecordThrowsOrIsNullAndTheNextOneIsMade) {
   auto const in_use = std::make_unique<OutDataUnit>();  // what the thread needs for itself is there now
   bool threw = false;
-  OutDataUnit* quiet = in_use.get();
   {
     FailingAllocation const failing(1);
     try {
@@ -67,14 +71,13 @@ TEST(RecordFaultTest, WithoutMemoryARecordThrowsOrIsNullAndTheNextOneIsMade) {
       threw = true;
     }
   }
-  {
-    FailingAllocation const failing(1);
-    quiet = new (std::nothrow) OutDataUnit;
-  }
+  FailingAllocation const failing(1);
+  std::unique_ptr<OutDataUnit> const quiet(new (std::nothrow) OutDataUnit);
+  auto const next = std::make_unique<OutDataUnit>();
 
   EXPECT_TRUE(threw);
   EXPECT_EQ(quiet, nullptr);
-  EXPECT_NE(std::make_unique<OutDataUnit>(), nullptr);
+  EXPECT_NE(next, nullptr);
 }
 
 TEST(RecordFaultTest, AThreadThatCannotKeepRecordsGivesEachBackToTheAllocator) {
@@ -116,6 +119,25 @@ TEST(RecordFaultTest, WithoutAKeyNoThreadEverKeepsRecords) {
 
   EXPECT_EQ(LiveAlignedAllocations(), 0);
   EXPECT_EQ(IdleNodesInDepot(), 0U);
+}
+
+TEST(RecordFaultTest, AChannelWritesItsRecordsInAProcessWithoutAKey) {
+  key_create_fails = true;
+  MakeAndFree(1);
+  key_create_fails = false;
+  ScratchDir const dir;
+  ChannelSetup setup(dir.Path());
+  setup.ring = 1;
+  auto channel = MakeChannel(setup);
+
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(channel->Trace("m", VeltLogLevel{3}, "filtered", nullptr, false, false));
+    ASSERT_TRUE(channel->Trace("m", VeltLogLevel{3}, "written", nullptr, false, true));
+  }
+  channel.reset();
+
+  EXPECT_EQ(CountOf(TextIn(dir), " m I: written\n"), 3U);
+  EXPECT_EQ(LiveAlignedAllocations(), 0);
 }
 
 // What a thread still does after its list was closed.
@@ -195,9 +217,7 @@ TEST(RecordFaultTest, AHostsRecordThatCannotBeWrappedIsFreedAndTheChannelGoesOn)
   channel.reset();
 
   EXPECT_GE(threw, 2) << "the block, and its inner part";
-  std::string text;
-  for (auto const& name : ListDir(dir.Path())) text += ReadFile(dir / name);
-  EXPECT_EQ(CountOf(text, "wrapped"), static_cast<std::size_t>(nth - 1 - threw));
+  EXPECT_EQ(CountOf(TextIn(dir), "wrapped"), static_cast<std::size_t>(nth - 1 - threw));
 }
 
 }  // namespace

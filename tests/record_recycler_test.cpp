@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -160,8 +161,9 @@ TEST(RecordMemoryTest, ARecordOnTheStackFreesItsArrays) {
 TEST(RecordMemoryTest, RecordsOfAnArrayAndOfADerivedClassFreeTheirArrays) {
   class Derived : public OutDataUnit {
    public:
-    int extra = 1;
+    std::array<char, 64> extra{};  // more than fits into the padding of its base
   };
+  static_assert(sizeof(Derived) > sizeof(OutDataUnit));
   auto many = std::make_unique<OutDataUnit[]>(3);
   for (int i = 0; i < 3; ++i) {
     many[static_cast<std::size_t>(i)].m_pTimeStamp = new char[512];

@@ -6,7 +6,7 @@ extern "C" void __gcov_dump();  // NOLINT(bugprone-reserved-identifier): the com
 
 // In place of the C library's. What runs between the counting and the end is not counted; nothing of ours
 // does.
-extern "C" [[noreturn]] void _exit(int code) {  // NOLINT(bugprone-reserved-identifier)
+extern "C" void _exit(int code) {  // NOLINT(bugprone-reserved-identifier)
   __gcov_dump();
   while (true) syscall(SYS_exit_group, code);
 }
