@@ -252,6 +252,8 @@ TEST_F(AllocationFaultTest, DestroyAnswersZeroAndWritesWhatWasAccepted) {
       ASSERT_TRUE(Manager().Trace("net", kLevel3, long_text_.c_str(), nullptr, false, true));
       ASSERT_TRUE(Manager().Trace("net", VeltLogLevel{9}, "filtered", nullptr, false, false));
     }
+    // A channel that is told to end while it has no file yet gives up what it holds.
+    ASSERT_TRUE(WaitUntil([&] { return CountOf(host_.Text(name), "This is the first log file") == 1; })) << n;
 
     End const end = FailAt(n, tally_, [] { return VeltDebugMgr::Destroy() == 0; });
 
