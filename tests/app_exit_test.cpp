@@ -114,9 +114,7 @@ TEST(AppExitFlagTest, IsSeenByThreadsThatPollIt) {
   std::vector<std::thread> threads;
   threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&ended] {
-      if (WaitUntil([] { return VeltAppIsExit(); })) ++ended;
-    });
+    threads.emplace_back([&ended] { ended += WaitUntil(&VeltAppIsExit) ? 1 : 0; });
   }
 
   SetVeltAppExit(true);
