@@ -93,6 +93,12 @@ std::size_t RecordAt(std::vector<std::string> const& lines, std::size_t place) {
   throw std::out_of_range("no such record");
 }
 
+std::size_t RecordsOf(std::vector<std::string> const& lines) {
+  return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [](std::string const& line) {
+    return line.find(" m I: R") != std::string::npos;
+  }));
+}
+
 void Append(std::string const& path, std::string const& bytes) { WriteFile(path, ReadFile(path) + bytes); }
 
 using Damage = std::function<void(std::vector<std::string>&)>;
@@ -342,7 +348,9 @@ TEST_F(CheckerTest, WhatAKilledProcessHadQueuedIsLostWithTheQueueAndGapsAreNot) 
   expected.killed = true;
   outcomes[0].outcomes.resize(outcomes[0].outcomes.size() + 5, Outcome::kAccepted);
   outcomes[0].outcomes.push_back(Outcome::kBegun);
-  EditLines([](auto& lines) {
+  std::size_t cut_off = 0;
+  EditLines([&cut_off](auto& lines) {
+    cut_off = RecordsOf(lines) - 10;
     lines.resize(RecordAt(lines, 9) + 1);
     lines.erase(lines.begin() + static_cast<long>(RecordAt(lines, 2)));
   });
@@ -350,7 +358,8 @@ TEST_F(CheckerTest, WhatAKilledProcessHadQueuedIsLostWithTheQueueAndGapsAreNot) 
   Report const report = Look();
 
   EXPECT_EQ(KindsOf(report), (std::map<Kind, std::size_t>{{Kind::kMissing, 1}})) << report.Text();
-  EXPECT_EQ(report.lost_with_queue, 15U) << "five that were never written, ten that were cut off here";
+  EXPECT_GT(cut_off, 0U);
+  EXPECT_EQ(report.lost_with_queue, 5U + cut_off) << "five that were never written, the others cut off here";
   EXPECT_EQ(report.unknown, 1U);
   EXPECT_TRUE(report.Accounted());
 }
