@@ -47,6 +47,18 @@ class BoundedText {
   char* end_;  // of the room for characters; the NUL goes there at the latest
 };
 
+// The conversion behind an 'l'.
+inline bool AddLong(BoundedText& out, char kind, std::va_list& args) {
+  if (kind == 'd' || kind == 'i') {
+    out.AddNumber(va_arg(args, long));
+  } else if (kind == 'u') {
+    out.AddNumber(va_arg(args, unsigned long));
+  } else {
+    return false;
+  }
+  return true;
+}
+
 // Expands one plain conversion; `format` points behind its '%' and is moved past it. False for any other, and
 // for the character NUL.
 inline bool AddConversion(BoundedText& out, char const*& format, std::va_list& args) {
@@ -70,17 +82,8 @@ inline bool AddConversion(BoundedText& out, char const*& format, std::va_list& a
     case '%':
       out.Add("%", 1);
       return true;
-    case 'l': {
-      char const kind = *format++;
-      if (kind == 'd' || kind == 'i') {
-        out.AddNumber(va_arg(args, long));
-      } else if (kind == 'u') {
-        out.AddNumber(va_arg(args, unsigned long));
-      } else {
-        return false;
-      }
-      return true;
-    }
+    case 'l':
+      return AddLong(out, *format++, args);
     case 'z':
       if (*format++ != 'u') return false;
       out.AddNumber(va_arg(args, std::size_t));
