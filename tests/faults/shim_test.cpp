@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "tests/faults/scale.h"
 #include "tests/faults/shim/shim.h"
@@ -62,6 +63,20 @@ TEST_F(ShimTest, AShortWriteWritesHalf) {
 
   close(file);
   EXPECT_EQ(test::ReadFile(dir / "a.log"), "12345678");
+}
+
+TEST_F(ShimTest, ARuleOfItsOwnThreadLeavesTheCallsOfOthersAlone) {
+  shim::Rule rule = Failing(Call::kWrite, 1, 0, ENOSPC, "*/a.log");
+  rule.own_thread = true;
+  int const number = shim::AddRule(rule);
+  int const file = open((dir / "a.log").c_str(), O_WRONLY | O_CREAT, 0600);
+
+  std::thread([&] { EXPECT_EQ(write(file, "x", 1), 1); }).join();
+  EXPECT_EQ(write(file, "y", 1), -1);
+
+  close(file);
+  EXPECT_EQ(test::ReadFile(dir / "a.log"), "x");
+  EXPECT_EQ(shim::MatchedCalls(number), 1U);
 }
 
 TEST_F(ShimTest, FileStreamsOpenThroughItAndAreRefusedUntilTheRulesAreCleared) {

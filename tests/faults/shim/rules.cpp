@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::size_t kMostRules = 16;
 constexpr std::size_t kLongestPath = 512;
+constexpr long kAnyThread = 0;
 
 // A slot is filled before `used` is stored, so that readers need no lock, which calls in the middle of an
 // allocation could not take. After ClearRules it is filled anew, perhaps under a call that still looks at it.
@@ -34,6 +35,7 @@ struct Slot {
   std::atomic<unsigned> delay_ms{0};
   std::atomic<bool> has_path{false};
   std::array<char, kLongestPath> path{};
+  std::atomic<long> thread{kAnyThread};
   std::atomic<unsigned> matched{0};
   std::atomic<unsigned> applied{0};
 };
@@ -42,6 +44,8 @@ std::atomic<std::size_t> next_slot{0};
 
 bool Meets(Slot const& slot, Call call, char const* path) {
   if (slot.call != call) return false;
+  long const thread = slot.thread;
+  if (thread != kAnyThread && thread != syscall(SYS_gettid)) return false;
   if (!slot.has_path) return true;
   return path != nullptr && fnmatch(slot.path.data(), path, 0) == 0;
 }
@@ -69,6 +73,7 @@ int AddRule(Rule const& rule) {
     slot.path.fill('\0');
     std::strncpy(slot.path.data(), rule.path, slot.path.size() - 1);
   }
+  slot.thread = rule.own_thread ? syscall(SYS_gettid) : kAnyThread;
   slot.matched.store(0);
   slot.applied.store(0);
   slot.used.store(true, std::memory_order_release);

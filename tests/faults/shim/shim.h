@@ -51,6 +51,7 @@ struct Rule {
   int error = 0;       // for kFail
   unsigned delay_ms = 0;
   char const* path = nullptr;  // fnmatch pattern over the whole path; null or "": every call
+  bool own_thread = false;     // only calls of the thread that adds the rule
 };
 
 // Adds a rule and returns its number; at most 16 at a time (std::abort beyond).
