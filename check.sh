@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# The longer check: lint over the tests, clang builds (plain and under its sanitizers), valgrind, coverage.
-# ./check.sh lint|clang|valgrind|coverage runs one of them.
+# The longer check: lint over the tests, clang builds (plain and under its sanitizers), valgrind, coverage, and the
+# README's commands for installing, with a root of their own.
+# ./check.sh lint|clang|valgrind|coverage|install runs one of them.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -70,8 +71,23 @@ coverage() {
       build/coverage/CMakeFiles/velt_objects.dir
 }
 
+install_as_documented() {
+  local clone=$PWD/build/documented line lines
+  rm -rf "$clone" "$clone.root"
+  git clone -q . "$clone"
+  lines=$(grep -E '^ {4}(\./setup\.sh &&|cmake) ' README.md)
+  [[ $(wc -l <<<"$lines") -eq 3 ]]
+  ldconfig() { :; } # the machine's own libraries stay as they are
+  while IFS= read -r line; do
+    (cd "$clone" && if [[ $line == *--install* ]]; then export DESTDIR=$clone.root; fi && eval "$line") || return 1
+  done <<<"$lines"
+  [[ -e $clone.root/usr/local/bin/veltcfg && $(find "$clone.root" -name libveltbaseutil.so.1) ]] &&
+    [[ $(find "$clone/build/install/packages" -maxdepth 1 -name '*.deb' | wc -l) -eq 3 ]]
+}
+
 case ${1:-all} in
   lint) quietly 'lint over tests' lint ;;
+  install) quietly 'install' install_as_documented ;;
   clang) quietly 'clang' clang_release && quietly 'clang asan' clang_asan && quietly 'clang tsan' clang_tsan ;;
   valgrind) quietly 'valgrind' valgrind_tests ;;
   coverage) quietly 'coverage' coverage && tail -n 3 "$logs/check-coverage.log" ;;
@@ -83,9 +99,10 @@ case ${1:-all} in
     quietly 'coverage' coverage
     tail -n 3 "$logs/check-coverage.log"
     quietly 'lint over tests' lint
+    quietly 'install' install_as_documented
     ;;
   *)
-    echo "usage: $0 [lint|clang|valgrind|coverage]" >&2
+    echo "usage: $0 [lint|clang|valgrind|coverage|install]" >&2
     exit 2
     ;;
 esac

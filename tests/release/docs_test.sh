@@ -1,0 +1,217 @@
+#!/usr/bin/env bash
+# Does what the documents say: builds and runs their programs with their own command line, runs their shell commands,
+# and holds their samples of output against what comes out. Against the library as it is installed.
+#
+#   docs_test.sh SOURCE_DIRECTORY BUILD_DIRECTORY COMPILER
+#
+# A program, a command or a manual page's example that nobody has put down here fails the test, too.
+set -euo pipefail
+
+if [[ $# -ne 3 || ! -d $1/include/velt || ! -x $2/tools/veltcfg ]]; then
+  echo "usage: $0 SOURCE_DIRECTORY BUILD_DIRECTORY COMPILER" >&2
+  exit 2
+fi
+source_directory=$(cd "$1" && pwd)
+build=$(cd "$2" && pwd)
+compiler=$3
+
+scratch=$(mktemp -d)
+service=
+end() {
+  [[ -z $service ]] || kill -KILL "$service" 2>/dev/null || true
+  wait
+  rm -rf "$scratch"
+}
+trap end EXIT
+failed=0
+complain() {
+  printf '%s\n' "$*" >&2
+  failed=1
+}
+
+cmake --install "$build" --prefix "$scratch/installed" >"$scratch/install.log" || {
+  cat "$scratch/install.log" >&2
+  exit 1
+}
+libraries=$(dirname "$(find "$scratch/installed" -name libveltbaseutil.so)")
+export PKG_CONFIG_PATH=$libraries/pkgconfig LD_LIBRARY_PATH=$libraries PATH=$scratch/installed/bin:$PATH
+export HOME=$scratch TZ=UTC LC_ALL=C.UTF-8 TERM=xterm-256color TMPDIR=$scratch
+unset APP_ROOT COMMON_LIB_PATH _APP_LOG_DIR _APP_TMP_DIR
+
+# --- programs ---
+
+# Writes each program of document $1 to $2<number>.cpp, its lines numbered as in the document.
+extract_programs() {
+  awk -v document="$1" -v stem="$2" '
+    function keep() {
+      if (block !~ /(^|\n)int main *\(/) return
+      count++
+      file = stem count ".cpp"
+      printf "#line %d \"%s\"\n%s", first, document, block > file
+      close(file)
+    }
+    inside && /^```/ { keep(); inside = 0; next }
+    inside { block = block $0 "\n" }
+    !inside && /^```cpp[ \t]*$/ { inside = 1; block = ""; first = NR + 1 }
+    END { if (inside) { print document ": a block has no end" > "/dev/stderr"; exit 1 } }
+  ' "$source_directory/$1"
+}
+
+# What each program says, in its files or on its standard streams.
+declare -A expected=(
+  [README.md 1]=' net I: 12 connections'
+  [docs/host-guide.md 1]=' net E: link to store lost after 30 s'
+  [docs/host-guide.md 2]=' 12 connections'
+  [docs/host-guide.md 3]=' net I: from the child'
+  [docs/host-guide.md 4]='subscriber { id 4711 }'
+  [docs/host-guide.md 5]='' # ends when the flag is set
+)
+declare -A done_programs
+
+# The line that compiles a host, as the document has it.
+compile() {  # DOCUMENT PROGRAM
+  local line
+  line=$(grep -m 1 -E '^ {4}g\+\+ ' "$source_directory/$1") || { complain "$1 does not say how to compile"; return 1; }
+  line=${line/g++/"'$compiler'" -Wall -Wextra -Werror}
+  eval "${line/host.cpp/"'$2'" -o "'${2%.cpp}'"}"
+}
+
+for document in README.md docs/host-guide.md; do
+  stem=$scratch/$(basename "$document" .md)_
+  extract_programs "$document" "$stem" || failed=1
+  for program in "$stem"*.cpp; do
+    number=${program#"$stem"}
+    number=${number%.cpp}
+    key="$document $number"
+    done_programs[$key]=1
+    if [[ ! -v expected[$key] ]]; then
+      complain "$document: nobody says what its program $number does"
+      continue
+    fi
+    logs=$scratch/log_$(basename "$stem")$number/
+    sed -i "s|/var/log/server/|$logs|" "$program"
+    compile "$document" "$program" || { complain "$key: does not compile"; continue; }
+    timeout 60 "${program%.cpp}" >"$program.out" 2>&1 || complain "$key: ended with $?"
+    grep -rqF -e "${expected[$key]}" "$program.out" "$logs" 2>/dev/null || [[ -z ${expected[$key]} ]] ||
+      complain "$key: nowhere is: ${expected[$key]}"
+  done
+done
+for key in "${!expected[@]}"; do [[ -v done_programs[$key] ]] || complain "$key: there is no such program"; done
+
+# --- samples ---
+
+# The indented block of document $1 that begins with a line like $2.
+sample() { awk -v begin="$2" '!inside && $0 ~ "^ +" begin { inside = 1 } inside && !/^    / { exit } inside' "$source_directory/$1" |
+  sed -E 's/^ +//'; }
+
+# Times, numbers and addresses are others each time.
+shape() { sed -E 's/^\xef\xbb\xbf//; s/0x[0-9a-f]+/0xN/g; s/[0-9]+/N/g'; }
+
+same_shape() {  # WHAT SAMPLE FOUND
+  [[ -n $2 ]] || complain "$1: there is no sample"
+  diff <(shape <<<"$2") <(shape <<<"$3") >&2 || complain "$1: the sample is another"
+}
+
+same_shape 'a file from its first to its last line' "$(sample docs/operations.md 'File create at time')" \
+  "$(LC_ALL=C sed -E 's/^\xef\xbb\xbf//' "$scratch"/log_host-guide_1/server_*.log)"
+
+"$build/examples/service_host" "$scratch/service" >"$scratch/service.out" &
+service=$!
+for ((tries = 0; tries < 600; ++tries)); do
+  ! grep -qx ready "$scratch/service.out" || break
+  sleep 0.1
+done
+kill -TERM "$service"
+wait "$service" || complain 'the service did not end in order'
+service=
+same_shape 'a ring that comes out' "$(sample docs/operations.md '[-0-9: .]+T[0-9]+ net I: filtered record')" \
+  "$(zgrep -h -B 2 'the link to the store is down' "$scratch"/service/log/*)"
+
+# --- commands ---
+
+# The command of document $1 that is line $2 of it, with directories of the scratch directory; documents are found again
+# by their own words, so that a test cannot outlive what it tests.
+documented() {
+  grep -qxF -e "    $2" -e ".Dl $2" "$source_directory/$1" || complain "$1 does not say: $2"
+  local command=${2//\/var\/log\/server/$scratch\/log}
+  command=${command//share\/lnav/$source_directory\/share\/lnav}
+  command=${command//'\(dq'/\"}
+  command=${command//\/opt\/server/$scratch\/srv}
+  printf '%s' "${command//\/srv/$scratch/srv}"
+}
+some-program() { printf 'line one\nline two\n'; }
+
+# The pipe, and what is looked at with lnav: a family of an archive and a plain file.
+for line in "README.md|some-program 2>&1 | veltpipe --name server --dir /var/log/server --size 5 --keep 30 --module app --level 3" \
+  "docs/man/veltpipe.1|some-program 2>&1 | veltpipe --name server --dir /var/log/server --size 5 --keep 30"; do
+  second=$(date +%s)
+  eval "$(documented "${line%%|*}" "${line#*|}")" || complain "failed: ${line#*|}"
+  while [[ $(date +%s) -le $second ]]; do sleep 0.05; done  # two files of one second share a name
+done
+[[ $(ls "$scratch/log") == server*.log*.gz*server*.log ]] || complain "veltpipe left: $(ls "$scratch/log")"
+[[ $(zgrep -h -c ' app I: line two$' "$scratch"/log/*.gz) == 1 ]] || complain 'veltpipe: the line is not in the archive'
+
+eval "$(documented docs/shipping.md 'lnav -i share/lnav/veltbaseutil/veltbaseutil_log.json')" </dev/null >/dev/null 2>&1 ||
+  complain 'the format of lnav cannot be installed'
+# Without its screen, which a test has not.
+seen=$(eval "$(documented docs/shipping.md 'lnav /var/log/server/') -n" </dev/null)
+[[ $(grep -c ' line one$' <<<"$seen") -eq 2 ]] || complain "lnav shows: $seen"
+query='lnav -n -c ";SELECT log_level, module, count(*) FROM veltbaseutil_log WHERE event IS NULL GROUP BY 1, 2" /var/log/server/'
+seen=$(eval "$(documented docs/shipping.md "$query")" </dev/null)
+[[ $seen == *info*app*4* ]] || complain "lnav counts: $seen"
+
+# The archives of which not every line was sent: here the one of three whose lines were not all.
+mkdir "$scratch/sent"
+sample_loop=$(sed -n '/^```sh$/,/^```$/p' "$source_directory/docs/shipping.md" | sed '1d;$d')
+[[ $sample_loop == for* ]] || complain 'docs/shipping.md: no loop over archives'
+for part in 1 2 3; do
+  log=$scratch/sent/server_2026010${part}_000000.log
+  seq -f 'line %.0f' 20 | gzip >"$log.gz"
+  seq -f "$log line %.0f" $((part == 2 ? 19 : 20)) >>"$scratch/velt_files.log"
+done
+loop=${sample_loop//\/var\/log\/server/$scratch\/sent}
+seen=$(eval "${loop//\/var\/log\/velt_files.log/$scratch\/velt_files.log}")
+[[ $seen == "$scratch/sent/server_20260102_000000.log.gz" ]] || complain "archives that were not sent whole: $seen"
+
+# veltcfg over a configuration as that of the sample: whatever the document shows of it comes out, in this order.
+mkdir -p "$scratch/srv/conf"
+cat >"$scratch/srv/conf/default_debug.cfg" <<'END'
+debug_level  = 1110
+debug_output = 0100
+nMaxFileNum = 500
+nEachFileMaxSize = 20
+
+
+net_level = 10x1
+END
+seen=$(eval "$(documented docs/operations.md '$ APP_ROOT=/srv veltcfg' | sed 's/^[$] //')") || [[ $? -eq 1 ]] ||
+  complain 'veltcfg did not end with 1, for warnings'
+shown=$(sample docs/operations.md '[$] APP_ROOT' | sed -e 1d -e "s|/srv|$scratch/srv|g")
+[[ -n $shown ]] || complain 'docs/operations.md: no sample of veltcfg'
+line_number=0
+while IFS= read -r line; do
+  [[ $line != ... ]] || continue
+  next=$(tail -n "+$((line_number + 1))" <<<"$seen" | sed -E 's/^ +//' | grep -nxF -m 1 -e "$line" | cut -d: -f1) || true
+  [[ -n $next ]] || { complain "veltcfg does not say: $line"; break; }
+  line_number=$((line_number + next))
+done <<<"$shown"
+page=docs/man/veltcfg.1
+[[ $(eval "$(documented $page "APP_ROOT=/opt/server veltcfg > /dev/null || echo 'look at it'")" 2>&1) == 'look at it' ]] ||
+  complain 'veltcfg(1): the check says nothing'
+export APP_ROOT=$scratch/srv
+[[ $(eval "$(documented $page "veltcfg --json | jq '.limits[] | select(.key == \\(dqnEachFileMaxSize\\(dq).value'")") == 20971520 ]] ||
+  complain 'veltcfg(1): jq finds another size'
+sed -n '/^\.Sh EXAMPLES/,/^\.Sh SEE/p' "$source_directory/docs/man/velt.cfg.5" | grep '=' >"$scratch/srv/conf/default_debug.cfg"
+veltcfg >/dev/null || complain 'velt.cfg(5): the example is not clean'
+
+# Every other command of the documents is one that the project's own scripts and checks run.
+elsewhere='^(\./(demo|test|campaign|check|bench)\.sh.*|\./setup\.sh && cmake --preset install .*|cmake --(install|build) .*)$'
+while IFS= read -r line; do
+  [[ $line =~ $elsewhere ]] || grep -qF -e "'$line'" -e "|$line\"" "$0" || [[ $line == g++* ]] ||
+    complain "nobody runs: $line"
+done < <(grep -hE '^ {4}([$] |\./|g\+\+|cmake|lnav|some-program|apt|sudo|velt(cfg|pipe)|pkg-config|ldconfig)' \
+  "$source_directory"/README.md "$source_directory"/docs/*.md | sed -E 's/^ +//')
+examples=$(cat "$source_directory"/docs/man/*.[1-8] | grep -c '^\.Dl')
+[[ $examples -eq 3 ]] || complain "the manual pages have $examples examples, of which three are run here"
+
+exit "$failed"
