@@ -54,7 +54,8 @@ class CheckerTest : public ::testing::Test {
     faults::Producer first(producers, 0, faults::ToChannel(*channel));
     faults::Producer second(producers, 1, faults::ToChannel(*channel));
     ASSERT_TRUE(test::WaitUntil([&] { return !test::FilesOf(expected.directory, "t_", ".log").empty(); }));
-    for (int i = 0; i < 3; ++i) ASSERT_TRUE(faults::FillFile({&first, &second}, expected.directory, "t_"));
+    for (int i = 0; i < 3; ++i)
+      ASSERT_TRUE(faults::FillFile({&first, &second}, expected.directory, "t_", kLimit));
     for (int i = 0; i < 10; ++i) {
       ASSERT_TRUE(first.TraceNext());
       ASSERT_TRUE(second.TraceNext());

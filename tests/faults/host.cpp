@@ -95,6 +95,7 @@ struct FamilySize {
   std::size_t archives = 0;
   std::size_t logs = 0;
   std::uintmax_t log_bytes = 0;
+  std::uintmax_t newest_log_bytes = 0;
   bool operator!=(FamilySize const& other) const {
     return archives != other.archives || log_bytes != other.log_bytes;
   }
@@ -109,6 +110,7 @@ FamilySize SizeOf(std::string const& directory, std::string const& prefix) {
     if (gone) continue;
     ++size.logs;
     size.log_bytes += bytes;
+    size.newest_log_bytes = bytes;
   }
   return size;
 }
@@ -116,7 +118,7 @@ FamilySize SizeOf(std::string const& directory, std::string const& prefix) {
 }  // namespace
 
 bool FillFile(std::vector<Producer*> const& producers, std::string const& directory,
-              std::string const& prefix) {
+              std::string const& prefix, std::size_t max_bytes) {
   test::WaitForNextSecond();
   std::size_t const archives = SizeOf(directory, prefix).archives;
   for (std::size_t turn = 0;; ++turn) {
@@ -124,8 +126,9 @@ bool FillFile(std::vector<Producer*> const& producers, std::string const& direct
     if (!producers[turn % producers.size()]->TraceNext()) return false;
     if (!test::WaitUntil([&] { return SizeOf(directory, prefix) != before; })) return false;
     FamilySize const now = SizeOf(directory, prefix);
-    // The plain file goes after its archive is whole; then the next one comes.
-    if (now.archives > archives)
+    // Past its limit the file is about to end: one more record would come into the next file, and perhaps end
+    // that within the same second. The plain file goes after its archive is whole; then the next one comes.
+    if (now.newest_log_bytes > max_bytes || now.archives > archives)
       return test::WaitUntil([&] {
         FamilySize const next = SizeOf(directory, prefix);
         return next.logs == 1 && next.log_bytes > 0 && next.archives > archives;

@@ -84,9 +84,9 @@ std::vector<std::string> LogNames(std::string const& directory, std::string cons
 
 // Waits for another second, then traces with each producer in turn, every record once the one before it is
 // written, until the family has one more finished file and the next one is open. False when it takes a
-// minute.
+// minute. `max_bytes` is the limit of the files.
 bool FillFile(std::vector<Producer*> const& producers, std::string const& directory,
-              std::string const& prefix);
+              std::string const& prefix, std::size_t max_bytes);
 
 // Makes a hard link in `witness_directory` to every .log of the family that has none yet: what reached the
 // file stays readable there whatever becomes of its name.

@@ -48,7 +48,7 @@ class Family {
     while (count-- > 0) all = producer->TraceNext() && all;
     return all;
   }
-  bool Fill() { return FillFile({producer.get()}, setup.directory, setup.prefix); }
+  bool Fill() { return FillFile({producer.get()}, setup.directory, setup.prefix, setup.max_bytes); }
 
   std::string OpenLog() const {  // "" when there is none
     auto const logs = LogNames(setup.directory, setup.prefix);
