@@ -41,13 +41,12 @@
 #include "tests/support/manager_host.h"
 #include "tests/support/process.h"
 
-extern char** environ;
-
 namespace velt::test {
 namespace {
 
 using State = std::map<std::string, std::string>;
 
+// NOLINTBEGIN(bugprone-sizeof-expression): of a pointer it is the pointer itself that is compared
 template <typename Value>
 std::string Bytes(Value const& value) {
   std::ostringstream text;
@@ -57,6 +56,7 @@ std::string Bytes(Value const& value) {
   for (unsigned const byte : bytes) text << std::hex << byte << '.';
   return text.str();
 }
+// NOLINTEND(bugprone-sizeof-expression)
 
 std::string Mask() {
   sigset_t mask;

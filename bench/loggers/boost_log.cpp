@@ -46,6 +46,7 @@ class BoostLogger {
     boost::log::core::get()->add_global_attribute("Thread", boost::log::attributes::make_function(&ThreadId));
     boost::log::core::get()->add_sink(sink_);
   }
+  // NOLINTNEXTLINE(bugprone-exception-escape): what fails here may end the measurement
   ~BoostLogger() {
     boost::log::core::get()->remove_sink(sink_);
     sink_->stop();

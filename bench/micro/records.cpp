@@ -52,6 +52,16 @@ struct Allocated {
   }
 };
 
+template <typename Memory>
+void DeleteInAnotherThread(std::vector<ACE_Message_Block*> const& blocks) {
+  std::thread([&blocks] {
+    for (auto* const block : blocks) {
+      block->next(nullptr);
+      Memory::Delete(block);
+    }
+  }).join();
+}
+
 // One thread makes a burst, another deletes it; the time of the making counts.
 template <typename Memory>
 void MakeRecord(benchmark::State& state) {
@@ -60,12 +70,7 @@ void MakeRecord(benchmark::State& state) {
     auto const begin = Clock::now();
     for (auto& block : blocks) block = Memory::Make();
     auto const end = Clock::now();
-    std::thread([&blocks] {
-      for (auto* const block : blocks) {
-        block->next(nullptr);
-        Memory::Delete(block);
-      }
-    }).join();
+    DeleteInAnotherThread<Memory>(blocks);
     state.SetIterationTime(std::chrono::duration<double>(end - begin).count());
   }
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kBurst));

@@ -199,7 +199,7 @@ TEST_F(AllocationFaultTest, AFilteredTraceThrowsOrIsKeptAndTheRingStaysInOrder) 
 TEST_F(AllocationFaultTest, AppTraceOfANewSubNameThrowsRefusesOrWorksAndSoDoesTheNext) {
   StartManager();
   // Each sub-name is a channel and a thread, and costs a poll at the end.
-  unsigned const last = static_cast<unsigned>(Scaled(45, 90));
+  unsigned const last = Scaled(45U, 90U);
   std::vector<End> ends;
   for (unsigned n = 1; n <= last; ++n) {
     std::string const name = "s" + std::to_string(n) + "_" + std::string(40, 's');
@@ -223,7 +223,7 @@ TEST_F(AllocationFaultTest, AppTraceOfANewSubNameThrowsRefusesOrWorksAndSoDoesTh
 }
 
 TEST_F(AllocationFaultTest, InitThrowsOrAnswersAndARepeatedInitWorks) {
-  unsigned const step = static_cast<unsigned>(Scaled(12, 1));
+  unsigned const step = Scaled(12U, 1U);
   long long repeated = 0;
   for (unsigned n = 1; n <= kLastFailure; n += n < 30 ? 1 : step) {
     std::string const name = "init" + std::to_string(n) + "_a_name_that_is_longer_than_thirty_characters_";
@@ -247,7 +247,7 @@ TEST_F(AllocationFaultTest, InitThrowsOrAnswersAndARepeatedInitWorks) {
 }
 
 TEST_F(AllocationFaultTest, DestroyAnswersZeroAndWritesWhatWasAccepted) {
-  unsigned const last = static_cast<unsigned>(Scaled(20, 100));
+  unsigned const last = Scaled(20U, 100U);
   for (unsigned n = 1; n <= last; ++n) {
     std::string const name = "destroy" + std::to_string(n) + "_a_name_that_is_longer_than_thirty_characters_";
     ASSERT_TRUE(host_.Init(name));
@@ -357,7 +357,7 @@ TEST_F(AllocationFaultTest, LookUpsThrowOrAnswerAndTheNextOneWorks) {
 // --- the output thread ---
 
 TEST_F(AllocationFaultTest, AnOutputThreadThatLacksMemoryKeepsTheOldFilesAndWritesTheRecord) {
-  unsigned const last = static_cast<unsigned>(Scaled(40, 200));
+  unsigned const last = Scaled(40U, 200U);
   long long given_up = 0;
   std::string const old_text = std::string(200'000, 'o') + "\n";
   for (unsigned n = 1; n <= last; ++n) {
@@ -392,7 +392,7 @@ TEST_F(AllocationFaultTest, AnOutputThreadThatLacksMemoryKeepsTheOldFilesAndWrit
 }
 
 TEST_F(AllocationFaultTest, ARotationWithoutMemoryIsMadeUpFor) {
-  unsigned const last = static_cast<unsigned>(Scaled(12, 80));
+  unsigned const last = Scaled(12U, 80U);
   std::vector<std::unique_ptr<VeltDebugInfo>> channels;
   std::vector<ChannelSetup> setups;
   for (unsigned n = 1; n <= last; ++n) {

@@ -174,6 +174,7 @@ std::string HostileText(int kind, std::string const& id) {
     case 9:
       return "thread handle output string exit\n" + id;
     case 10:
+      // NOLINTNEXTLINE(misc-misleading-bidirectional): what a text may hold
       return "\x01\x02\x7f" + id + "\xE2\x80\xAE";
     default:
       return "Current date&time:2026-11-15 08:52:13.123456\n" + id;

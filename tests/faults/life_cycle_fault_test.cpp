@@ -175,6 +175,18 @@ TEST_F(LifeCycleFaultTest, AStaticObjectsDestructorMayTraceWithAndWithoutAManage
   }
 }
 
+// Until the process ends; `running` counts those that have begun.
+[[noreturn]] void TraceForEver(std::atomic<int>& running, int thread) {
+  for (long long n = 0;; ++n) {
+    if (n == 10) ++running;
+    Manager().Trace("m", kLevel3, "from a detached thread", nullptr, false, n % 2 == 0);
+    Manager().AppTrace("m", kLevel3, "from a detached thread", nullptr, false, n % 64 == thread, "gw");
+    Manager().Printf(kLevel3, "from a detached thread %lld", n);
+    VeltOutputFrmtString("from a detached thread %lld", n);
+    if (n % 50 == 49) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
 TEST_F(LifeCycleFaultTest, DetachedThreadsMayTraceWhileTheProcessExits) {
   int const exits = faults::kSanitized ? Scaled(8, 100) : Scaled(40, 1'000);
   int orderly = 0;
@@ -183,16 +195,7 @@ TEST_F(LifeCycleFaultTest, DetachedThreadsMayTraceWhileTheProcessExits) {
       if (!host_.Init("exit" + std::to_string(i) + "_")) return 1;
       std::atomic<int> running{0};
       for (int t = 0; t < 4; ++t) {
-        std::thread([&running, t] {
-          for (long long n = 0;; ++n) {
-            if (n == 10) ++running;
-            Manager().Trace("m", kLevel3, "from a detached thread", nullptr, false, n % 2 == 0);
-            Manager().AppTrace("m", kLevel3, "from a detached thread", nullptr, false, n % 64 == t, "gw");
-            Manager().Printf(kLevel3, "from a detached thread %lld", n);
-            VeltOutputFrmtString("from a detached thread %lld", n);
-            if (n % 50 == 49) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-          }
-        }).detach();
+        std::thread([&running, t] { TraceForEver(running, t); }).detach();
       }
       if (!WaitUntil([&] { return running == 4; })) return 2;
       std::this_thread::sleep_for(std::chrono::microseconds(i % 10 * 150));

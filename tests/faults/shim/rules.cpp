@@ -68,8 +68,9 @@ int AddRule(Rule const& rule) {
   slot.count = rule.count;
   slot.error = rule.error;
   slot.delay_ms = rule.delay_ms;
-  slot.has_path = rule.path != nullptr && *rule.path != '\0';
-  if (slot.has_path) {
+  slot.has_path = false;
+  if (rule.path != nullptr && *rule.path != '\0') {
+    slot.has_path = true;
     slot.path.fill('\0');
     std::strncpy(slot.path.data(), rule.path, slot.path.size() - 1);
   }
