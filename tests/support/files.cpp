@@ -35,7 +35,7 @@ std::string ReadFile(std::string const& path) {
 }
 
 std::string ReadGzip(std::string const& path) {
-  gzFile const in = gzopen(path.c_str(), "rb");
+  gzFile in = gzopen(path.c_str(), "rb");
   if (in == nullptr) return {};
   std::string text;
   char block[65536];
