@@ -205,6 +205,22 @@ TEST_F(ForkTest, AChildMayTraceWithAManagerOfItsOwn) {
   EXPECT_EQ(host_.Records(), (std::vector<std::string>{" net I: parent"}));
 }
 
+TEST_F(ForkTest, AManagerOfAChildHasNoneOfTheParentsModules) {
+  ASSERT_TRUE(Manager()->Trace("net", kLevel3, "parent", nullptr, false, false)) << "its sets are known now";
+  int const code = Fork([&] {
+    unsetenv("APP_ROOT");
+    if (VeltDebugMgr::Destroy() != 0) return 1;
+    if (!Manager()->Init("bare_", "", host_.LogDir() + "/", "", false, false)) return 2;
+    if (!Manager()->Trace("net", kLevel3, "to the ring", nullptr, false, false)) return 3;
+    if (!Manager()->Trace("net", kLevel3, "to the file", nullptr, false, true)) return 4;
+    return VeltDebugMgr::Destroy() == 0 ? 0 : 5;
+  });
+  VeltDebugMgr::Destroy();
+
+  EXPECT_EQ(code, 0);
+  EXPECT_EQ(host_.Records("bare_"), (std::vector<std::string>{" net I: to the file"}));
+}
+
 #endif
 
 TEST(ForkBeforeInitTest, AChildOfAnUninitialisedProcessTracesAsUsual) {

@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <new>
@@ -195,6 +196,28 @@ TEST(RecordFaultTest, NoReserveIsMadeBeforeCallersHaveMadeSixteenChains) {
   StockIdleNodes();
 
   EXPECT_EQ(IdleNodesInDepot(), 128U);
+}
+
+TEST(RecordFaultTest, ThreadsThatMakeAReserveAtOnceCountEachNodeOnce) {
+  for (int round = 0; round < 300; ++round) {
+    Records records;
+    while (!IdleNodesToStock()) records.push_back(std::make_unique<OutDataUnit>());
+    std::size_t const before = IdleNodesInDepot();
+    std::atomic<int> waiting{2};
+    auto const stock = [&waiting] {
+      for (--waiting; waiting > 0;) {  // no yield: both are to come at the same moment
+      }
+      StockIdleNodes();
+    };
+    std::thread other(stock);
+    stock();
+    other.join();
+
+    ASSERT_FALSE(IdleNodesToStock()) << round;
+    ASSERT_EQ(IdleNodesInDepot(), before + 128U) << round;
+    records.clear();
+    while (IdleNodesToTrim()) TrimIdleNodes();
+  }
 }
 
 TEST(RecordFaultTest, AHostsRecordThatCannotBeWrappedIsFreedAndTheChannelGoesOn) {

@@ -175,12 +175,14 @@ void CloseThread(void* thread_nodes) noexcept {
 }
 
 // A key and not a thread_local object with a destructor: registering that allocates, once per thread, what a
-// forked child can neither free nor reach.
+// forked child can neither free nor reach. Made under the depot's lock, which is held over a fork: a child
+// would wait for ever for a function's own static that another thread was making.
 bool CloseAtThreadEnd(ThreadNodes* nodes) noexcept {
-  static pthread_key_t const key = [] {
-    pthread_key_t made = 0;
-    return pthread_key_create(&made, &CloseThread) == 0 ? made : PTHREAD_KEYS_MAX;
-  }();
+  static bool tried = false;
+  static pthread_key_t key = PTHREAD_KEYS_MAX;  // which is none
+  std::lock_guard<std::mutex> const guard(depot.lock);
+  if (!tried && pthread_key_create(&key, &CloseThread) != 0) key = PTHREAD_KEYS_MAX;
+  tried = true;
   return pthread_setspecific(key, nodes) == 0;
 }
 
@@ -246,8 +248,11 @@ void TrimIdleNodes() noexcept {
 }
 
 void StockIdleNodes() noexcept {
-  if (!IdleNodesToStock()) return;
-  made_by_callers.fetch_sub(kMadeForOneChain, std::memory_order_relaxed);
+  // In one step: of two output threads that see the same nodes only one makes a chain for them.
+  std::size_t made = made_by_callers.load(std::memory_order_relaxed);
+  do {
+    if (made < kMadeForOneChain) return;
+  } while (!made_by_callers.compare_exchange_weak(made, made - kMadeForOneChain, std::memory_order_relaxed));
   Chain chain;
   while (chain.length < kChainLength) {
     auto* const node = new (std::nothrow) RecordNode;

@@ -91,6 +91,7 @@ int VeltDebugMgr::Destroy() {
     // Its threads, and perhaps the holders of its locks, are in the parent: it is set aside as it is.
     instance->m_pNextParked = m_pParked;
     m_pParked = instance;
+    velt::ForgetSets();  // as its destructor would: the next manager's modules are others
   } else {
     delete instance;
   }
