@@ -31,14 +31,15 @@ install(FILES ${velt_made}/veltbaseutil.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/p
 
 # The tools for operators; what only tests use stays here.
 install(TARGETS veltpipe veltcfg RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/conf DESTINATION ${velt_tools_doc}/examples COMPONENT tools)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/conf ${PROJECT_SOURCE_DIR}/examples/rsyslog
+  ${PROJECT_SOURCE_DIR}/examples/engine_syslog DESTINATION ${velt_tools_doc}/examples COMPONENT tools)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATADIR}/veltbaseutil COMPONENT tools)
 
 # Documents.
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${velt_development_doc} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${velt_development_doc} COMPONENT development
   FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "man" EXCLUDE)
-install(FILES ${PROJECT_SOURCE_DIR}/docs/operations.md DESTINATION ${velt_tools_doc} COMPONENT tools)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/operations.md ${PROJECT_SOURCE_DIR}/docs/shipping.md DESTINATION ${velt_tools_doc} COMPONENT tools)
 
 # Manual pages and change logs are installed compressed, as Debian has them.
 set(velt_compressed)

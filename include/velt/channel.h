@@ -149,7 +149,8 @@ class VELT_EXPORT VeltDebugInfo {
   // Starts the output thread. `logPath` gets a '/' at its end where it lacks one; empty means
   // VeltGetDefaultLogPath(). `fileHeader` is written at the top of every file as it is. `bPrint` and `bLog`
   // are used for records whose caller did not ask for that output. Sizes are bytes; `nFiltLogBufSize` counts
-  // records kept in the ring of filtered ones, `nEachProcessMaxZipNum` archives kept.
+  // records kept in the ring of filtered ones (at most 128,000: the ring has the queue's bound, and one that
+  // meets it refuses as a full queue does), `nEachProcessMaxZipNum` archives kept.
   // `nZipFileIncludeFileNum` and the last argument change nothing. A directory that cannot be written is no
   // error here: the thread tries every second.
   VeltDebugInfo(std::string const& logPath, std::string const& filePrefix, std::string const& fileHeader,
@@ -165,8 +166,8 @@ class VELT_EXPORT VeltDebugInfo {
   VeltDebugInfo& operator=(VeltDebugInfo const&) = delete;
 
   // Starts the output thread unless it was started; the constructor has called it. Returns whether it was
-  // started; false when no thread could be created: the channel then refuses every record until a later Init
-  // succeeds.
+  // started; false when no thread could be created, when the lock failed, and in a forked child. Until a
+  // later Init succeeds Trace then refuses every record, and what TraceInner takes stays queued.
   bool Init();
 
   // Deletes every record of the ring of filtered ones, unwritten.

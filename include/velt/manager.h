@@ -217,8 +217,9 @@ class VELT_EXPORT VeltDebugMgr {
   static bool GetZipFileIncludeFileNum(int& value, std::string const& primary, std::string const& secondary,
                                        bool primaryOnly);
 
-  // Looks debug_level up the same way, through `buffer` with the capacity `bufferLength`. `text` becomes the
-  // value of the primary file, or the default, "1100", when neither file has it. A value of the secondary
+  // Looks debug_level up the same way, through `buffer` with the capacity `bufferLength`; `buffer` has 2048
+  // bytes at least, for the look-up in the secondary file uses that many. `text` becomes the value of the
+  // primary file, or the default, "1100", when neither file has it. A value of the secondary
   // file stays in `buffer`, and `text` as it was: module "debug" then has the empty set.
   static void GetStrlevel(std::string& text, char* buffer, int& bufferLength, std::string const& primary,
                           std::string const& secondary, bool primaryOnly);

@@ -78,8 +78,8 @@ class VELT_EXPORT BaseUtilInternal {
   static BaseUtilInternal* m_pParked;                 // what a forked child inherited: kept, never used
 
   ACE_Thread_Mutex* m_pMutex;  // owned; the mutex of the condition
-  ACE_Condition<ACE_Thread_Mutex>* m_pCond = nullptr;
-  BaseUtilInternal* m_pNextParked = nullptr;  // in a forked child  // owned
+  ACE_Condition<ACE_Thread_Mutex>* m_pCond = nullptr;  // owned
+  BaseUtilInternal* m_pNextParked = nullptr;           // in a forked child
 };
 
 // BaseUtilInternal::Instance()->ServiceExit().
@@ -88,9 +88,10 @@ VELT_EXPORT void VeltsvcdServiceExit();
 // The name of a message type: an entry of g_vecVeltMsgTypeString, or "unknow" for 35 to 255. Never null.
 VELT_EXPORT char const* VeltGetMsgTypeString(unsigned char type);
 
-// Fill a field of a message frame within its capacity. The first three return `dst` whether or not they could
-// copy: a null pointer or a count over the capacity copies nothing and leaves the field empty (text) or
-// zeroed (body).
+// Fill a field of a message frame within its capacity. Threads: any, each on its own field. The first three
+// return `dst` whether or not they could copy. VeltFrameGetNStr copies at most `count` characters up to the
+// NUL of `src`, and a NUL; a null pointer, a text that does not fit and ranges that overlap leave the field
+// empty. VeltFrameSetBody copies `size` bytes; a null source and ranges that overlap leave the field zeroed.
 VELT_EXPORT char* VeltFrameGetNStr(char* dst, unsigned long dstMax, char const* src, unsigned long count);
 VELT_EXPORT void* VeltFrameSetBody(void* dst, void const* src, unsigned long size);
 VELT_EXPORT void* VeltFrameResetBody(void* dst, int value, unsigned long size);

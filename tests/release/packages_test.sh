@@ -58,7 +58,13 @@ for page in "$source"/docs/man/*.[1-8]; do
   [[ -e $page ]] || continue
   gzip -dc "$root/usr/share/man/man${page##*.}/${page##*/}.gz" | cmp - "$page"
 done
-diff -r "$source/examples/conf" "$root/usr/share/doc/veltbaseutil-tools/examples/conf"
+tools_documents=$root/usr/share/doc/veltbaseutil-tools
+for example in conf rsyslog engine_syslog; do
+  diff -r "$source/examples/$example" "$tools_documents/examples/$example" || fail "other examples than those of the source"
+done
+for document in operations.md shipping.md; do
+  cat "$tools_documents/$document" 2>/dev/null || gzip -dc "$tools_documents/$document.gz"
+done | cmp - <(cat "$source/docs/operations.md" "$source/docs/shipping.md") || fail "other documents than those of the source"
 diff -r "$source/share" "$root/usr/share/veltbaseutil"
 if grep -rlF -e "$build" -e "$source" "$root"; then fail "these files name the directories that they were made in"; fi
 
