@@ -221,7 +221,8 @@ TEST_F(MakeDirFaultTest, HostileNamesBecomeDirectoriesAndNothingIsEverExecuted) 
   EXPECT_EQ(outcome.signal, 0) << "a program was started";
   ASSERT_NE(outcome.exit_code, 2) << "this kernel has no system call filters";
   EXPECT_EQ(outcome.exit_code, 0);
-  EXPECT_FALSE(Exists(dir_ / "executed"));
+  long long const executed = Exists(dir_ / "executed") ? 1 : 0;  // what a shell would have made of such names
+  EXPECT_EQ(executed, 0);
   long long made = 0;
   for (auto const& name : names) {
     EXPECT_TRUE(IsDirectory(dir_ / name)) << name;
@@ -229,7 +230,7 @@ TEST_F(MakeDirFaultTest, HostileNamesBecomeDirectoriesAndNothingIsEverExecuted) 
     EXPECT_FALSE(Exists(dir_ / ("$" + name))) << name;
     ++made;
   }
-  Figure({{"hostile_names", made}, {"executed", 0}});
+  Figure({{"hostile_names", made}, {"executed", executed}});
 }
 
 TEST_F(MakeDirFaultTest, TheFilterThatProvesItEndsAProcessThatStartsAProgram) {

@@ -175,19 +175,23 @@ TEST_F(FileFaultTest, ForeignFilesAndNearMissesBesideTheLogsAreNeverTouched) {
   test::WaitForNextSecond();
   EXPECT_TRUE(family.Trace(100)) << "past the limit, once";
   family.channel.reset();
-  Listing after = List(logs);
+  Listing const after = List(logs);
 
   EXPECT_LT(took, std::chrono::seconds(20));
   std::size_t own = 0;
   for (auto const& entry : after) own += before.count(entry.first) == 0 ? 1 : 0;
   EXPECT_EQ(own, 2U) << "one archive and one file";
+  long long touched = 0;
+  std::string first_touched;
   for (auto const& entry : before) {
-    ASSERT_EQ(after.count(entry.first), 1U) << entry.first;
-    ASSERT_EQ(after[entry.first], entry.second) << entry.first;
+    auto const now = after.find(entry.first);
+    if (now != after.end() && now->second == entry.second) continue;
+    if (touched++ == 0) first_touched = entry.first;
   }
+  EXPECT_EQ(touched, 0) << first_touched;
   Figure({{"foreign_files", static_cast<long long>(before.size())},
           {"start_ms", std::chrono::duration_cast<std::chrono::milliseconds>(took).count()},
-          {"touched", 0}});
+          {"touched", touched}});
 }
 
 TEST_F(FileFaultTest, ALogDirectoryThatIsASymbolicLinkIsFollowed) {
