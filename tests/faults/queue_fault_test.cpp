@@ -148,8 +148,10 @@ class QueueFaultTest : public ::testing::Test {
       if (producer.Exhausted()) exhausted_ = true;
     });
   }
-  checker::Report CheckFamily(std::string const& directory) const {
+  checker::Report CheckFamily(std::string const& directory,
+                              std::vector<std::string> const& other_texts = {}) const {
     checker::Expectation expected;
+    expected.other_texts = other_texts;
     expected.directory = directory;
     expected.prefix = "t_";
     return Check(expected, checker::ReadOutcomes(producers_.side_directory));
@@ -158,6 +160,19 @@ class QueueFaultTest : public ::testing::Test {
     EXPECT_EQ(refused.count_, count);
     EXPECT_GE(Milliseconds(refused.shortest_), kWait.count() - 20);
     EXPECT_LT(Milliseconds(refused.longest_), (kWait + kSlack).count());
+  }
+  // The last lines of the family; `in_ring` records waited in the ring.
+  static void ExpectLinesOfAnOrderlyStop(std::string const& directory, unsigned in_ring) {
+    auto const lines = Lines(ReadFamily(directory, "t_"));
+    ASSERT_GE(lines.size(), 5U);
+    auto const line = [&lines](std::size_t from_end) { return lines[lines.size() - from_end]; };
+    EXPECT_EQ(line(5), "thread handle output string exit");
+    EXPECT_EQ(line(4).substr(26), " about to clear m_DiscardQueue(" + std::to_string(in_ring) + ")");
+    // The thread may find the queue empty and leave before the stop marker comes, which is then counted.
+    EXPECT_THAT(line(3).substr(26),
+                testing::AnyOf(" about to clear m_OutputQueue(0)", " about to clear m_OutputQueue(1)"));
+    EXPECT_EQ(line(2).substr(26), " after m_OutputQueue cleared");
+    EXPECT_EQ(line(1).rfind("File close at ", 0), 0U);
   }
   static void ReportStall(checker::Report const& report, RefusedCalls const& refused) {
     Figure({{"accepted", static_cast<long long>(report.accepted)},
@@ -197,6 +212,7 @@ TEST_F(QueueFaultTest, AStalledFileRefusesAfterOneSecondAndLosesNothingThatWasAc
   ExpectOneSecondEach(refused, kProducers * static_cast<std::size_t>(refusals));
   checker::Report const report = CheckFamily(dir_ / "drained");
   EXPECT_TRUE(report.Clean()) << report.Text();
+  ExpectLinesOfAnOrderlyStop(dir_ / "drained", 0);
   EXPECT_GE(report.found, kQueueRecords);
   ReportStall(report, refused);
 }
@@ -351,16 +367,39 @@ TEST_F(QueueFaultTest, DestructionWithAnEmptyQueueEndsTheFileWithItsLines) {
 
   channel.reset();
 
-  auto const lines = Lines(ReadFamily(setup_.directory, "t_"));
-  ASSERT_GE(lines.size(), 5U);
-  auto const line = [&lines](std::size_t from_end) { return lines[lines.size() - from_end]; };
-  EXPECT_EQ(line(5), "thread handle output string exit");
-  EXPECT_EQ(line(4).substr(26), " about to clear m_DiscardQueue(1)");
-  // The thread may find the queue empty and leave before the stop marker comes, which is then counted.
-  EXPECT_THAT(line(3).substr(26),
-              testing::AnyOf(" about to clear m_OutputQueue(0)", " about to clear m_OutputQueue(1)"));
-  EXPECT_EQ(line(2).substr(26), " after m_OutputQueue cleared");
-  EXPECT_EQ(line(1).rfind("File close at ", 0), 0U);
+  ExpectLinesOfAnOrderlyStop(setup_.directory, 1);
+}
+
+TEST_F(QueueFaultTest, DestructionRightAfterAStallWritesTheFullQueueAndThenItsLines) {
+  constexpr unsigned kInRing = 3;
+  setup_.ring = 10;
+  auto channel = MakeChannelWithQueue();
+  for (unsigned i = 0; i < kInRing; ++i)
+    ASSERT_TRUE(channel->Trace("m", VeltLogLevel{3}, "kept", nullptr, false, false));
+  Gate gate;
+  StallAt(gate, *channel);
+  RefusedCalls refused;
+  TraceUntilRefused(refused.Watch(faults::ToChannel(*channel)), 1);
+  std::size_t const waiting = OutputQueueOf(*channel).message_count();
+
+  auto const begin = Clock::now();
+  gate.Open();
+  channel.reset();
+  auto const took = Clock::now() - begin;
+
+  EXPECT_FALSE(exhausted_);
+  EXPECT_EQ(waiting, kQueueRecords);
+  ExpectOneSecondEach(refused, kProducers);
+  checker::Report const report = CheckFamily(setup_.directory, {"stalled"});
+  EXPECT_TRUE(report.CleanBut({checker::Kind::kWrongLine})) << report.Text();
+  EXPECT_EQ(report.Count(checker::Kind::kWrongLine), 2U) << "of the value that stalled it";
+  EXPECT_EQ(report.accepted, kQueueRecords);
+  EXPECT_EQ(report.found, kQueueRecords);
+  ExpectLinesOfAnOrderlyStop(setup_.directory, kInRing);
+  Figure({{"records_verified", static_cast<long long>(report.found)},
+          {"refused", static_cast<long long>(report.refused)},
+          {"lost", static_cast<long long>(report.missing)},
+          {"destruction_ms", Milliseconds(took)}});
 }
 
 TEST_F(QueueFaultTest, AChannelWhoseFileNeverOpenedEndsWithItsFullQueue) {
