@@ -19,6 +19,7 @@
 namespace velt::faults {
 namespace {
 
+using checker::Kind;
 using checker::Report;
 
 char const* FakeTimeLibrary() {
@@ -52,20 +53,23 @@ class ClockTest : public Scenario {
     std::rename(next.c_str(), (dir / "clock").c_str());
   }
 
-  void Start(unsigned records) {
-    std::vector<std::string> const command = {
-        VELT_FAULT_HOST,
-        "directory=" + (dir / "logs"),
-        "prefix=t_",
-        "side=" + (dir / "side"),
-        "records=" + std::to_string(records),
-        "producers=1",
-        "pause_us=10000",
-        "length=100",
-        "max_bytes=20000"};  // at most 100 records a second: over a second
-    host = std::make_unique<test::RunningProgram>(command, test::Streams{}, [clock = dir / "clock"] {
+  void Start(unsigned records, std::vector<std::string> const& more = {}, int out = -1) {
+    std::vector<std::string> command = {VELT_FAULT_HOST,
+                                        "directory=" + (dir / "logs"),
+                                        "prefix=t_",
+                                        "side=" + (dir / "side"),
+                                        "records=" + std::to_string(records),
+                                        "producers=1",
+                                        "pause_us=10000",
+                                        "length=100",
+                                        "max_bytes=20000"};  // at most 100 records a second: over a second
+    command.insert(command.end(), more.begin(), more.end());
+    test::Streams streams;
+    streams.out = out;
+    std::string const preload = std::string(VELT_WALL_CLOCK_WAITS) + " " + FakeTimeLibrary();
+    host = std::make_unique<test::RunningProgram>(command, streams, [&preload, clock = dir / "clock"] {
       setenv("TZ", "Europe/Berlin", 1);
-      setenv("LD_PRELOAD", FakeTimeLibrary(), 1);
+      setenv("LD_PRELOAD", preload.c_str(), 1);
       setenv("FAKETIME_TIMESTAMP_FILE", clock.c_str(), 1);
       setenv("FAKETIME_NO_CACHE", "1", 1);
       setenv("DONT_FAKE_MONOTONIC", "1", 1);
@@ -165,6 +169,49 @@ TEST_F(ClockTest, AClockThatIsSetBackAndForwardCostsNoRecord) {
             times.size());
   EXPECT_GE(test::CountOf(texts, "Current date&time:2026-06-05 12:0"), 1U)
       << "the day line follows the clock";
+}
+
+TEST_F(ClockTest, ACallThatWaitsForRoomWhenTheClockIsSetBackWaitsTheStepLonger) {
+  constexpr unsigned kRoom = 100;
+  // Each waits in its turn: one of them does when the clock changes, however busy the machine is.
+  constexpr unsigned kRefused = 3;
+  constexpr std::time_t kStep = 3;
+  auto const count = [this](checker::Outcome outcome) {
+    std::size_t sum = 0;
+    for (auto const& one : checker::ReadOutcomes(dir / "side")) sum += one.Count(outcome);
+    return sum;
+  };
+  {
+    SetClock(std::time(nullptr));
+    test::Descriptor const out(open((dir / "out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    Start(kRoom + kRefused, {"stalled=1", "queue=" + std::to_string(kRoom)}, out);
+  }
+  ASSERT_TRUE(test::WaitUntil(
+      [&] { return count(checker::Outcome::kAccepted) == kRoom && count(checker::Outcome::kBegun) == 1; }));
+
+  usleep(100'000);  // into the wait
+  SetClock(std::time(nullptr) - kStep);
+  EXPECT_EQ(host->Wait(), 0);
+
+  std::string const printed = test::ReadFile(dir / "out");
+  std::size_t const figure = printed.find("longest_us ");
+  ASSERT_NE(figure, std::string::npos) << printed;
+  long long const longest_ms = std::stoll(printed.substr(figure + 11)) / 1'000;
+  EXPECT_GE(longest_ms, 1'000 * kStep);
+  EXPECT_LT(longest_ms, 20'000);
+  checker::Expectation expected;
+  expected.directory = dir / "logs";
+  expected.prefix = "t_";
+  expected.max_bytes = 20'000;
+  expected.other_texts = {"stalled"};
+  Report const report = Check(expected, checker::ReadOutcomes(dir / "side"));
+  EXPECT_TRUE(report.CleanBut({Kind::kWrongLine})) << report.Text();
+  EXPECT_EQ(report.Count(Kind::kWrongLine), 2U) << "of the value that stalled it";
+  EXPECT_EQ(report.found, kRoom);
+  EXPECT_EQ(report.refused, kRefused);
+  Figure({{"refused", static_cast<long long>(report.refused)},
+          {"records_verified", static_cast<long long>(report.found)},
+          {"longest_refusal_ms", longest_ms}});
 }
 
 using ZoneTest = Scenario;

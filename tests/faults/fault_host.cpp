@@ -2,9 +2,11 @@
 //
 //   fault_host directory=D prefix=P side=S [run=0] [producers=2] [records=1000] [pause_us=0] [max_bytes=N]
 //              [keep=30] [ring=0] [length=N] [manager=1] [sub=NAME] [hold=1]
+//              [stalled=1] [queue=N]
 //
 // Prints "ready" before it traces and "traced" when all records were traced; with hold=1 it then waits for
-// its standard input to end. Prints "longest_us N" and ends in order: exit code 0.
+// its standard input to end. Prints "longest_us N" and ends in order: exit code 0. With stalled=1 nothing is
+// written before that; queue=N gives the channel's queue room for so many records.
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -95,7 +97,14 @@ int RunChannel(Arguments const& arguments) {
   setup.max_bytes = Number(arguments, "max_bytes", setup.max_bytes);
   setup.keep = Number(arguments, "keep", setup.keep);
   auto channel = velt::test::MakeChannel(setup);
+  if (unsigned const room = Number(arguments, "queue", 0); room != 0) {
+    velt::test::OutputQueueOf(*channel).high_water_mark(room * sizeof(OutDataUnit));
+    velt::test::OutputQueueOf(*channel).low_water_mark(room * sizeof(OutDataUnit));
+  }
+  velt::test::Gate gate;
+  if (Number(arguments, "stalled", 0) != 0) velt::test::StallAt(gate, *channel);
   Produce(arguments, velt::faults::ToChannel(*channel));
+  gate.Open();
   channel.reset();
   return 0;
 }
