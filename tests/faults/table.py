@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Puts what the last campaign came to into docs/reliability.md, between its two marks."""
 
-import csv
 import re
 import sys
+from collections import Counter
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent.parent
@@ -11,6 +11,9 @@ CAMPAIGN = ROOT / "build" / "campaign"
 DOCUMENT = ROOT / "docs" / "reliability.md"
 BEGIN = "<!-- figures of the last campaign -->"
 END = "<!-- end of the figures -->"
+BUILDS = ("release", "asan")
+RESULTS = ("passed", "skipped", "failed")
+SUMMED = ("records_verified", "kills", "forks", "rotations", "faults", "failed_allocations", "lost")
 
 
 def words(case):
@@ -19,30 +22,67 @@ def words(case):
     return " ".join(part.lower() for part in parts)
 
 
+def pairs(text):
+    return [pair.split("=", 1) for pair in text.split()]
+
+
 def figures_of_scenarios():
     figures = {}
     with (CAMPAIGN / "figures.csv").open() as file:
         next(file)
         for line in file:
             build, scenario, text = line.rstrip("\n").split(",", 2)
-            figures.setdefault((build, scenario), []).append(text)
+            figures.setdefault((build, scenario), []).append(pairs(text))
     return figures
 
 
-def readable(texts):
-    def pair(text):
-        name, value = text.split("=", 1)
-        return f"{name.replace('_', ' ')} {int(value):,}" if re.fullmatch(r"-?\d+", value) else f"{name} {value}"
-
-    return "; ".join(", ".join(map(pair, text.split())) for text in texts)
-
-
-def rows():
+def results_of_scenarios():
     results = {}
     with (CAMPAIGN / "results").open() as file:
         for result, build, program, scenario in (line.split() for line in file):
             results.setdefault((program, scenario), {})[build] = result
-    figures = figures_of_scenarios()
+    return results
+
+
+def readable(lines):
+    def shown(name, value):
+        return f"{name.replace('_', ' ')} {int(value):,}" if re.fullmatch(r"-?\d+", value) else f"{name} {value}"
+
+    return "; ".join(", ".join(shown(*pair) for pair in line) for line in lines if line)
+
+
+def cell(release, asan):
+    """The figures of the release build, and those of the asan build that differ."""
+    if not asan:
+        return readable(release)
+    if not release:
+        return f"asan: {readable(asan)}"
+    same_form = len(release) == len(asan)
+    differing = [
+        [pair for pair in line if not same_form or pair not in release[number]] for number, line in enumerate(asan)
+    ]
+    return readable(release) + (f"; asan: {readable(differing)}" if any(differing) else "")
+
+
+def totals(results, figures):
+    """Two sentences: the scenarios by build and result, the sums of the figures in SUMMED."""
+    counts = Counter(outcome for outcomes in results.values() for outcome in outcomes.items())
+    builds = [build for build in BUILDS if any(counts[build, one] for one in RESULTS)]
+    sums = Counter()
+    for (build, _), lines in figures.items():
+        for name, value in (pair for line in lines for pair in line if pair[0] in SUMMED):
+            sums[build, name] += int(value)
+    scenarios = "; ".join(
+        f"{build} " + ", ".join(f"{counts[build, one]} {one}" for one in RESULTS if counts[build, one])
+        for build in builds
+    )
+    shown = "; ".join(
+        f"{name.replace('_', ' ')} " + " and ".join(f"{sums[build, name]:,}" for build in builds) for name in SUMMED
+    )
+    return f"Scenarios: {scenarios}. Sums in {' and '.join(builds)}: {shown}."
+
+
+def rows(results, figures):
     last = None
     for (program, scenario), builds in sorted(results.items()):
         if program != last:
@@ -53,15 +93,16 @@ def rows():
         parameter = names[-1] if "." not in names[-1] else ""
         shown = words(case) + (f" ({parameter})" if parameter else "")
         outcome = ", ".join(f"{build} {builds[build]}" for build in sorted(builds, reverse=True))
-        build = "release" if builds.get("release") == "passed" else "asan"
-        yield f"| {shown} | {outcome} | {readable(figures.get((build, scenario), []))} |"
+        both = cell(*(figures.get((build, scenario), []) for build in BUILDS))
+        yield f"| {shown} | {outcome} | {both} |"
 
 
 def main():
     text = DOCUMENT.read_text()
     if text.count(BEGIN) != 1 or text.count(END) != 1:
         sys.exit(f"{DOCUMENT}: the marks of the figures are missing")
-    table = "\n".join(["| scenario | result | figures |", "|---|---|---|", *rows()])
+    results, figures = results_of_scenarios(), figures_of_scenarios()
+    table = "\n".join([totals(results, figures), "", "| scenario | result | figures |", "|---|---|---|", *rows(results, figures)])
     head, rest = text.split(BEGIN)
     DOCUMENT.write_text(f"{head}{BEGIN}\n\n{table}\n\n{END}{rest.split(END)[1]}")
 
