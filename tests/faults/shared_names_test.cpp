@@ -62,7 +62,7 @@ TEST_P(SharedNamesTest, WholeFilesAreLostAndNoCallerIsTold) {
   EXPECT_EQ(report.refused, 0U);
   // A plain file beside the archive of its name is the younger of the two, and read first.
   EXPECT_TRUE(report.CleanBut({Kind::kMissing, Kind::kDifferingTwin, Kind::kOutOfOrder})) << report.Text();
-  EXPECT_GT(report.found, kFileBytes / 200) << "the last file at least, or the only one";
+  EXPECT_GT(report.found, 0U) << "the last file at least, or the only one";
   family.Print(report);
   Figure({{"found_percent", static_cast<long long>(100 * report.found / report.accepted)}});
 }
