@@ -43,14 +43,18 @@ VeltDebugMgr& Manager() { return *VeltDebugMgr::Instance(); }
 // beside it would take the failure at random.
 enum class Of { kCaller, kProcess };
 
+// Whether the n-th fails alone, or every one after it as well.
+enum class Times { kOnce, kFromThere };
+
 // While it lives, the n-th allocation from now on fails.
 class FailingAllocation {
  public:
-  FailingAllocation(unsigned nth, Of whose) {
+  FailingAllocation(unsigned nth, Of whose, Times times) {
     shim::Rule rule;
     // A sanitizer has malloc to itself; every malloc of ours is behind operator new there.
     rule.call = faults::kSanitized ? shim::Call::kNew : shim::Call::kMalloc;
     rule.first = nth;
+    rule.count = times == Times::kOnce ? 1 : 0;
     rule.error = ENOMEM;
     rule.own_thread = whose == Of::kCaller;
     rule_ = shim::AddRule(rule);
@@ -91,8 +95,8 @@ struct Tally {
 
 // How `operation` ends when its n-th allocation fails.
 template <typename Operation>
-End FailAt(unsigned nth, Of whose, Tally& tally, Operation const& operation) {
-  FailingAllocation const failing(nth, whose);
+End FailAt(unsigned nth, Of whose, Tally& tally, Operation const& operation, Times times = Times::kOnce) {
+  FailingAllocation const failing(nth, whose, times);
   End end = End::kThrown;
   try {
     end = operation() ? End::kTrue : End::kFalse;
@@ -143,7 +147,20 @@ class AllocationFaultTest : public ::testing::Test {
   Tally tally_;
 };
 
-TEST_F(AllocationFaultTest, TraceThrowsOrAcceptsAndTheNextCallWorks) {
+// Memory that is short for one allocation, and until the call is over.
+class ShortMemoryTest : public AllocationFaultTest, public testing::WithParamInterface<Times> {
+ protected:
+  template <typename Operation>
+  End Fail(unsigned nth, Of whose, Operation const& operation) {
+    return FailAt(nth, whose, tally_, operation, GetParam());
+  }
+};
+INSTANTIATE_TEST_SUITE_P(Fails, ShortMemoryTest, testing::Values(Times::kOnce, Times::kFromThere),
+                         [](auto const& times) {
+                           return std::string(times.param == Times::kOnce ? "Once" : "FromThere");
+                         });
+
+TEST_P(ShortMemoryTest, TraceThrowsOrAcceptsAndTheNextCallWorks) {
   StartManager();
   ASSERT_TRUE(Manager().RegSubModuleInfo(long_module_, BitsOf({3}), BitsOf({1}), false));
   Value const value;
@@ -154,7 +171,7 @@ TEST_F(AllocationFaultTest, TraceThrowsOrAcceptsAndTheNextCallWorks) {
       auto const trace = [&] {
         return Manager().Trace(long_module_, kLevel3, long_text_.c_str(), &value, false, n % 3 == 0);
       };
-      accepted += FailAt(n, Of::kCaller, tally_, trace) == End::kTrue ? 1 : 0;
+      accepted += Fail(n, Of::kCaller, trace) == End::kTrue ? 1 : 0;
       EXPECT_TRUE(trace()) << n;
       ++accepted;
     });
@@ -170,14 +187,14 @@ TEST_F(AllocationFaultTest, TraceThrowsOrAcceptsAndTheNextCallWorks) {
   tally_.Print();
 }
 
-TEST_F(AllocationFaultTest, AFilteredTraceThrowsOrIsKeptAndTheRingStaysInOrder) {
+TEST_P(ShortMemoryTest, AFilteredTraceThrowsOrIsKeptAndTheRingStaysInOrder) {
   StartManager();
   for (unsigned n = 1; n <= kLastFailure; ++n) {
     InNewThread([&] {
       auto const trace = [&] {
         return Manager().Trace("net", VeltLogLevel{9}, long_text_.c_str(), nullptr, false, false);
       };
-      FailAt(n, Of::kCaller, tally_, trace);
+      Fail(n, Of::kCaller, trace);
       EXPECT_TRUE(trace());
     });
   }
@@ -222,12 +239,12 @@ TEST_F(AllocationFaultTest, AppTraceOfANewSubNameThrowsRefusesOrWorksAndSoDoesTh
   tally_.Print();
 }
 
-TEST_F(AllocationFaultTest, InitThrowsOrAnswersAndARepeatedInitWorks) {
+TEST_P(ShortMemoryTest, InitThrowsOrAnswersAndARepeatedInitWorks) {
   unsigned const step = Scaled(12U, 1U);
   long long repeated = 0;
   for (unsigned n = 1; n <= kLastFailure; n += n < 30 ? 1 : step) {
     std::string const name = "init" + std::to_string(n) + "_a_name_that_is_longer_than_thirty_characters_";
-    End const end = FailAt(n, Of::kProcess, tally_, [&] { return host_.Init(name); });
+    End const end = Fail(n, Of::kProcess, [&] { return host_.Init(name); });
     if (end != End::kTrue) {
       EXPECT_FALSE(Manager().IsInit()) << n;
       EXPECT_TRUE(host_.Init(name)) << n;
@@ -270,7 +287,7 @@ TEST_F(AllocationFaultTest, DestroyAnswersZeroAndWritesWhatWasAccepted) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"  // positional arguments take the C library's own way
 
-TEST_F(AllocationFaultTest, PrintfThrowsSaysThatItFailedOrTraces) {
+TEST_P(ShortMemoryTest, PrintfThrowsSaysThatItFailedOrTraces) {
   StartManager();
   char const* const positional = "%2$.300f %1$s";
   std::size_t good = 0;
@@ -279,11 +296,11 @@ TEST_F(AllocationFaultTest, PrintfThrowsSaysThatItFailedOrTraces) {
     CaptureStdout out;
     for (unsigned n = 1; n <= kLastFailure; ++n) {
       InNewThread([&] {
-        FailAt(n, Of::kCaller, tally_, [&] {
+        Fail(n, Of::kCaller, [&] {
           Manager().Printf(kLevel3, positional, long_text_.c_str(), 1e300);
           return true;
         });
-        FailAt(n, Of::kCaller, tally_, [&] {
+        Fail(n, Of::kCaller, [&] {
           Manager().Printf(kLevel3, VeltInterString(long_module_), "%s", long_text_.c_str());
           return true;
         });
@@ -305,7 +322,7 @@ TEST_F(AllocationFaultTest, PrintfThrowsSaysThatItFailedOrTraces) {
   tally_.Print();
 }
 
-TEST_F(AllocationFaultTest, FmtTraceThrowsOrTraces) {
+TEST_P(ShortMemoryTest, FmtTraceThrowsOrTraces) {
   ChannelSetup const setup(host_.Dir() / "own");
   auto channel = MakeChannel(setup);
   char const* const positional = "%2$.300f %1$s";
@@ -314,7 +331,7 @@ TEST_F(AllocationFaultTest, FmtTraceThrowsOrTraces) {
     CaptureStdout const quiet;
     for (unsigned n = 1; n <= kLastFailure; ++n) {
       InNewThread([&] {
-        FailAt(n, Of::kCaller, tally_, [&] {
+        Fail(n, Of::kCaller, [&] {
           channel->FmtTrace(positional, long_text_.c_str(), 1e300);
           return true;
         });
@@ -333,10 +350,10 @@ TEST_F(AllocationFaultTest, FmtTraceThrowsOrTraces) {
 
 #pragma GCC diagnostic pop
 
-TEST_F(AllocationFaultTest, LookUpsThrowOrAnswerAndTheNextOneWorks) {
+TEST_P(ShortMemoryTest, LookUpsThrowOrAnswerAndTheNextOneWorks) {
   ASSERT_EQ(setenv("APP_ROOT", host_.Dir().Path().c_str(), 1), 0);
   for (unsigned n = 1; n <= kLastFailure; ++n) {
-    FailAt(n, Of::kCaller, tally_, [&] {
+    Fail(n, Of::kCaller, [&] {
       int value = 0;
       std::map<std::string, std::string> items;
       std::string const directory = host_.Dir() / ("a/" + std::string(40, 'd') + std::to_string(n));

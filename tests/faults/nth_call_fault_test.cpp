@@ -1,0 +1,188 @@
+// Each call of the system that every file of a channel takes fails at its n-th time: once, from there on
+// until it is mended, or from there on until the channel has ended.
+//
+// fopen64 of a log file, open and close of both files of a compression (the close of a log file is one within
+// the C library), opendir, remove, zlib's write and close. The library renames nothing at all, so no rename
+// can fail.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/checker/report.h"
+#include "tests/faults/nth_call.h"
+#include "tests/faults/process_state.h"
+
+namespace fs = std::filesystem;
+
+namespace velt::faults {
+namespace {
+
+using checker::Report;
+using shim::Action;
+using shim::Call;
+
+constexpr unsigned kOldKept = 4;
+constexpr unsigned kOldSurplus = 10;
+
+class NthCallFaultTest : public NthCall {
+ protected:
+  Lasts TheFault() const { return GetParam().lasts; }
+  bool StopsOpening() const { return GetParam().call == Call::kFopen && TheFault() != Lasts::kOnce; }
+  // Calls without a path are counted over all channels; two rules for each life are as many as there may be.
+  std::size_t SideBySide() const {
+    return GetParam().call == Call::kGzwrite || GetParam().call == Call::kGzclose ? 1 : 8;
+  }
+
+  static unsigned Recorded(Life const& life) { return life.n + kMoreThanTheFault; }
+
+  // Log files of the run with the fault. The one that its last record opened has no record.
+  unsigned FilesOfFirstRun(Life const& life) const {
+    if (TheFault() != Lasts::kUntilTheEnd) return Recorded(life) + kAfterwards + 1;
+    return StopsOpening() ? life.n - 1 : Recorded(life) + 1;
+  }
+  unsigned ArchivesInTheEnd(Life const& life) const { return FilesOfFirstRun(life) + kAfterwards; }
+
+  // How many files become archives while the fault is there. A file costs an open and a close of the log, and
+  // of the archive, in this order and in the opposite one; a listing for what to compress and one for what to
+  // prune, and the start, where there is nothing to compress, has both, too.
+  unsigned ArchivesUnderTheFault(Life const& life) const {
+    if (TheFault() == Lasts::kOnce) return Recorded(life);  // what failed is made up for at the next file
+    switch (GetParam().call) {
+      case Call::kFopen:
+      case Call::kGzwrite:
+        return life.n - 1;
+      case Call::kOpen:
+        return (life.n - 1) / 2;
+      case Call::kClose:
+      case Call::kGzclose:
+        return life.n / 2;
+      case Call::kOpendir:
+        return life.n < 2 ? 0 : (life.n - 2) / 2;
+      default:  // kRemove: every archive is made, and its log stays
+        return Recorded(life);
+    }
+  }
+
+  static void Pack(std::string const& path) {
+    std::string const text =
+        "\xEF\xBB\xBF"
+        "File create at time 2020-01-01 00:00:00. Current ospid is 1\nheader\n"
+        "File close at UTC 2020-01-01 00:00:00\n";
+    gzFile_s* const file = gzopen(path.c_str(), "wb");
+    EXPECT_EQ(gzwrite(file, text.data(), static_cast<unsigned>(text.size())), static_cast<int>(text.size()));
+    EXPECT_EQ(gzclose(file), Z_OK);
+  }
+  // Archives of earlier years, without records and above the limit: some must go at the start, and one more
+  // for every new one. Four are left over.
+  void MakeOldArchives(Life& life) const {
+    life.family.setup.keep = ArchivesInTheEnd(life) + kOldKept;
+    fs::create_directory(life.family.setup.directory);
+    std::string const packed = dir / "old.log.gz";
+    if (!test::Exists(packed)) {
+      Pack(packed);
+      ASSERT_EQ(chmod(packed.c_str(), 0440), 0);
+    }
+    for (unsigned i = 0; i < life.family.setup.keep + kOldSurplus; ++i) {
+      std::string const name = "/t_20200101_" + std::to_string(100'000 + i) + ".log.gz";
+      ASSERT_EQ(link(packed.c_str(), (life.family.setup.directory + name).c_str()), 0);
+    }
+  }
+  static std::size_t OwnArchives(Life const& life) {
+    auto const all = life.Archives();
+    return all.size() - test::FilesOf(life.family.setup.directory, "t_20200101_", ".log.gz").size();
+  }
+
+  void Begin(Life& life) {
+    MakeOldArchives(life);
+    char const* const logs = life.pattern.c_str();
+    life.opened = shim::AddRule({Call::kFopen, Action::kDelay, 1, 0, 0, 0, logs});
+    life.rule = AddRule(life, SideBySide() == 1);
+    life.family.Start();
+    EXPECT_TRUE(life.family.Trace(Recorded(life)));
+  }
+  // Nothing is read and no directory listed here: these calls would meet the rules.
+  void WaitForTheFault(Life const& life) {
+    bool const is_fopen = GetParam().call == Call::kFopen;
+    unsigned const all = Recorded(life) + 1 + (is_fopen ? 1 : 0);
+    EXPECT_TRUE(test::WaitUntil([&] {
+      return StopsOpening() ? life.Applied() >= 2 : shim::MatchedCalls(life.opened) >= all;
+    })) << life.n;
+    if (TheFault() == Lasts::kOnce) {
+      EXPECT_EQ(life.Applied(), 1U) << life.n;
+    } else {
+      EXPECT_GE(life.Applied(), 2U) << life.n;
+    }
+  }
+  void CheckInTheEnd(Life& life) {
+    // Each of the n - 1 files has a record; the others were met while no file was open.
+    bool const gives_up = StopsOpening() && TheFault() == Lasts::kUntilTheEnd;
+    Report const report = Verify(life, gives_up ? Recorded(life) - (life.n - 1) : 0);
+    EXPECT_EQ(report.archives, ArchivesInTheEnd(life) + kOldKept);
+    EXPECT_EQ(report.files, report.archives + 1);
+    // An ordinary user's log beside its whole archive stays: the archive is not for writing.
+    bool const keeps_logs = GetParam().call == Call::kRemove && geteuid() != 0;
+    EXPECT_TRUE(keeps_logs || LogNames(life.family.setup.directory, "t_").size() == 1);
+  }
+
+  void RunSideBySide(Lives const& lives) {
+    for (auto const& life : lives) Begin(*life);
+    for (auto const& life : lives) WaitForTheFault(*life);
+    if (TheFault() == Lasts::kUntilTheEnd) End(lives);
+    for (auto const& life : lives) failures += life->Applied();
+    shim::ClearRules();
+    for (auto const& life : lives) EXPECT_EQ(OwnArchives(*life), ArchivesUnderTheFault(*life)) << life->n;
+
+    if (TheFault() != Lasts::kUntilTheEnd) {
+      for (auto const& life : lives) EXPECT_TRUE(life->family.Trace(kAfterwards));
+      for (auto const& life : lives) EXPECT_TRUE(life->family.WaitForEmptyQueue());
+      End(lives);
+    }
+    RunAgain(lives);
+    for (auto const& life : lives) {
+      SCOPED_TRACE("call " + std::to_string(life->n));
+      CheckInTheEnd(*life);
+    }
+  }
+};
+
+TEST_P(NthCallFaultTest, CostsNoMoreThanWhatIsMetWhileNoFileIsOpen) {
+  ProcessState const before = ProcessState::Now();
+  std::vector<unsigned> const places = Places();
+
+  for (std::size_t first = 0; first < places.size(); first += SideBySide()) {
+    test::ScratchDir const own;
+    Lives lives;
+    for (std::size_t i = first; i < std::min(places.size(), first + SideBySide()); ++i)
+      lives.push_back(std::make_unique<Life>(own.Path(), places[i]));
+    RunSideBySide(lives);
+  }
+
+  EXPECT_EQ(ProcessState::Settled(before.threads).descriptors, before.descriptors);
+  EXPECT_EQ(cases, static_cast<long long>(places.size()));
+  Print();
+}
+
+std::vector<Fault> FaultsOfFiles() {
+  std::vector<Fault> all;
+  for (Lasts const lasts : {Lasts::kOnce, Lasts::kUntilMended, Lasts::kUntilTheEnd}) {
+    all.insert(all.end(), {{"Fopen", Call::kFopen, EMFILE, lasts},
+                           {"Open", Call::kOpen, EMFILE, lasts},
+                           {"Close", Call::kClose, EIO, lasts},
+                           {"Opendir", Call::kOpendir, EMFILE, lasts},
+                           {"Remove", Call::kRemove, EPERM, lasts},
+                           {"Gzwrite", Call::kGzwrite, ENOSPC, lasts},
+                           {"Gzclose", Call::kGzclose, EIO, lasts}});
+  }
+  return all;
+}
+INSTANTIATE_TEST_SUITE_P(File, NthCallFaultTest, testing::ValuesIn(FaultsOfFiles()), NameOf);
+}  // namespace
+}  // namespace velt::faults
