@@ -77,7 +77,7 @@ class VELT_EXPORT BaseUtilInternal {
   static ACE_Thread_Mutex m_instMutex;                // creation and destruction
   static BaseUtilInternal* m_pParked;                 // what a forked child inherited: kept, never used
 
-  ACE_Thread_Mutex* m_pMutex;  // owned; the mutex of the condition
+  ACE_Thread_Mutex* m_pMutex;                          // owned; the mutex of the condition
   ACE_Condition<ACE_Thread_Mutex>* m_pCond = nullptr;  // owned
   BaseUtilInternal* m_pNextParked = nullptr;           // in a forked child
 };
