@@ -154,7 +154,7 @@ class NthCallFaultTest : public NthCall {
 };
 
 TEST_P(NthCallFaultTest, CostsNoMoreThanWhatIsMetWhileNoFileIsOpen) {
-  ProcessState const before = ProcessState::Now();
+  std::size_t const before = DescriptorsWithoutOutputThreads();
   std::vector<unsigned> const places = Places();
 
   for (std::size_t first = 0; first < places.size(); first += SideBySide()) {
@@ -165,7 +165,7 @@ TEST_P(NthCallFaultTest, CostsNoMoreThanWhatIsMetWhileNoFileIsOpen) {
     RunSideBySide(lives);
   }
 
-  EXPECT_EQ(ProcessState::Settled(before.threads).descriptors, before.descriptors);
+  EXPECT_EQ(DescriptorsWithoutOutputThreads(), before);
   EXPECT_EQ(cases, static_cast<long long>(places.size()));
   Print();
 }

@@ -60,7 +60,7 @@ class NthMkdirFaultTest : public NthCall {
 };
 
 TEST_P(NthMkdirFaultTest, KeepsEveryRecordWaitingForTheDirectory) {
-  ProcessState const before = ProcessState::Now();
+  std::size_t const before = DescriptorsWithoutOutputThreads();
   std::vector<unsigned> const places = Places();
   constexpr std::size_t kSideBySide = 16;
 
@@ -86,7 +86,7 @@ TEST_P(NthMkdirFaultTest, KeepsEveryRecordWaitingForTheDirectory) {
     }
   }
 
-  EXPECT_EQ(ProcessState::Settled(before.threads).descriptors, before.descriptors);
+  EXPECT_EQ(DescriptorsWithoutOutputThreads(), before);
   EXPECT_EQ(cases, static_cast<long long>(places.size()));
   Print();
 }
@@ -136,7 +136,7 @@ class NthPthreadCreateFaultTest : public NthCall {
 };
 
 TEST_P(NthPthreadCreateFaultTest, RefusesTheRecordsOfThatChannelUntilItsInitSucceeds) {
-  ProcessState const before = ProcessState::Now();
+  std::size_t const before = DescriptorsWithoutOutputThreads();
 
   for (unsigned const n : Places()) {
     SCOPED_TRACE("thread " + std::to_string(n));
@@ -144,9 +144,7 @@ TEST_P(NthPthreadCreateFaultTest, RefusesTheRecordsOfThatChannelUntilItsInitSucc
     Run(own.Path(), n);
   }
 
-  ProcessState const after = ProcessState::Settled(before.threads);
-  EXPECT_EQ(after.threads, before.threads);
-  EXPECT_EQ(after.descriptors, before.descriptors);
+  EXPECT_EQ(DescriptorsWithoutOutputThreads(), before);
   unsigned const each =
       GetParam().lasts == Lasts::kOnce ? 1 : 2 * 3;  // three channels, at their start and Init
   EXPECT_EQ(failures, static_cast<long long>(each * Places().size()));

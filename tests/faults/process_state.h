@@ -2,6 +2,7 @@
 #ifndef VELT_TESTS_FAULTS_PROCESS_STATE_H
 #define VELT_TESTS_FAULTS_PROCESS_STATE_H
 
+#include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <cstddef>
@@ -48,6 +49,12 @@ inline std::size_t OutputThreads() {
     if (std::getline(in, name) && name.compare(0, 5, "velt:") == 0) ++count;
   }
   return count;
+}
+
+// Descriptors, once no output thread is left; the sanitizer may have a thread of its own.
+inline std::size_t DescriptorsWithoutOutputThreads() {
+  EXPECT_TRUE(test::WaitUntil([] { return OutputThreads() == 0; }));
+  return ProcessState::Now().descriptors;
 }
 
 }  // namespace velt::faults
