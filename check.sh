@@ -75,9 +75,9 @@ coverage() {
 install_as_documented() {
   local clone=$PWD/build/documented line lines
   rm -rf "$clone" "$clone.root"
-  git clone -q . "$clone"
+  git clone -q . "$clone" || return 1
   lines=$(grep -E '^ {4}(\./setup\.sh &&|cmake) ' README.md)
-  [[ $(wc -l <<<"$lines") -eq 3 ]]
+  [[ $(wc -l <<<"$lines") -eq 3 ]] || return 1
   ldconfig() { :; } # the machine's own libraries stay as they are
   while IFS= read -r line; do
     (cd "$clone" && if [[ $line == *--install* ]]; then export DESTDIR=$clone.root; fi && eval "$line") || return 1

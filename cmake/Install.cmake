@@ -39,7 +39,8 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATAD
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${velt_development_doc} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${velt_development_doc} COMPONENT development
   FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "man" EXCLUDE)
-install(FILES ${PROJECT_SOURCE_DIR}/docs/operations.md ${PROJECT_SOURCE_DIR}/docs/shipping.md DESTINATION ${velt_tools_doc} COMPONENT tools)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/operations.md ${PROJECT_SOURCE_DIR}/docs/shipping.md
+  DESTINATION ${velt_tools_doc} COMPONENT tools)
 
 # Manual pages and change logs are installed compressed, as Debian has them.
 set(velt_compressed)

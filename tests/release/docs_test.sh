@@ -23,10 +23,9 @@ end() {
   rm -rf "$scratch"
 }
 trap end EXIT
-failed=0
 complain() {
   printf '%s\n' "$*" >&2
-  failed=1
+  : >"$scratch/complaint" # a file: a variable of a command substitution would be gone with it
 }
 
 cmake --install "$build" --prefix "$scratch/installed" >"$scratch/install.log" || {
@@ -78,7 +77,7 @@ compile() {  # DOCUMENT PROGRAM
 
 for document in README.md docs/host-guide.md; do
   stem=$scratch/$(basename "$document" .md)_
-  extract_programs "$document" "$stem" || failed=1
+  extract_programs "$document" "$stem" || complain "$document: cannot be taken apart"
   for program in "$stem"*.cpp; do
     number=${program#"$stem"}
     number=${number%.cpp}
@@ -214,4 +213,4 @@ done < <(grep -hE '^ {4}([$] |\./|g\+\+|cmake|lnav|some-program|apt|sudo|velt(cf
 examples=$(cat "$source_directory"/docs/man/*.[1-8] | grep -c '^\.Dl')
 [[ $examples -eq 3 ]] || complain "the manual pages have $examples examples, of which three are run here"
 
-exit "$failed"
+[[ ! -e $scratch/complaint ]]
