@@ -177,6 +177,15 @@ class VELT_EXPORT VeltDebugMgr {
   bool AppTrace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
                 bool bPrint, bool bLog, std::string const& subName);
 
+  // Whether an engine, an output or the ring would take such a record if it were traced now with neither
+  // flag; for a caller that would rather not make what nobody takes. A registered engine takes every level.
+  // Without one: true for levels 0 to 31 when there is a ring, or when the module's sets (a module that is
+  // not registered has those of "debug") let the level through to an output. False before Init, when silent,
+  // in a forked child, and for a level outside 0 to 31; it never throws for one. A sub-name changes nothing
+  // here. Cost: no lock, except the table's as a reader when this thread has not asked for the module since
+  // the last change.
+  bool IsWanted(std::string const& module, VeltLogLevel level);
+
   // Formats a message of at most 2046 characters (the rest is cut) and traces it with neither flag, under the
   // empty module name, which has the sets of "debug". An expansion that fails or is empty traces nothing and
   // says "Printf failed. errno:" and the number on standard output.
