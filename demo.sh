@@ -46,7 +46,7 @@ verify() {
 logs_ending_in() { find "$1" -name "$2" | sort; }
 
 say 'Set up and build'
-quietly ./setup.sh
+quietly scripts/setup.sh
 quietly cmake --preset release
 quietly cmake --build --preset release --target veltbaseutil veltpipe family_check service_host
 echo 'built in build/release'

@@ -4,11 +4,11 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-./setup.sh --tests
+scripts/setup.sh --tests
 jobs=$(nproc)
 logs=build/logs
 mkdir -p "$logs"
-. cmake/quietly.sh
+. scripts/quietly.sh
 
 build() { cmake --preset "$1" && cmake --build --preset "$1"; }
 

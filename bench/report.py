@@ -210,7 +210,7 @@ def as_markdown(directory):
     lines += ["", "| settings | |", "|---|---|"]
     lines += [f"| {name} | {text} |" for name, text in SETTINGS.items()]
     for figure in (figure for figure in TITLES if figure in f.runs):
-        lines += ["", f"## {heading(f, figure)}", "", f"`./bench.sh {figure}`"]
+        lines += ["", f"## {heading(f, figure)}", "", f"`scripts/bench.sh {figure}`"]
         for caption, head, rows in TABLES[figure](f):
             lines += [""] + ([caption + ":", ""] if caption else []) + list(piped(head, rows))
     lines += ["", "## Targets", ""] + list(piped(TARGET_HEAD, targets(f, TITLES)))

@@ -38,7 +38,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATAD
 # Documents.
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${velt_development_doc} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${velt_development_doc} COMPONENT development
-  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "man" EXCLUDE)
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "man" EXCLUDE PATTERN "tools" EXCLUDE)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/operations.md ${PROJECT_SOURCE_DIR}/docs/shipping.md
   DESTINATION ${velt_tools_doc} COMPONENT tools)
 

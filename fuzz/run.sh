@@ -90,7 +90,7 @@ case $mode in
     ;;
 esac
 
-./setup.sh clang libclang-rt-14-dev
+scripts/setup.sh clang libclang-rt-14-dev
 mkdir -p build/logs "$findings"
 if ! build >build/logs/fuzz-build.log 2>&1; then
   tail -n 60 build/logs/fuzz-build.log

@@ -23,7 +23,7 @@ Number Scaled(Number usual, Number full) {
   return FullScale() ? full : usual;
 }
 
-// Prints "FIGURE kills=1000 lost=0": one line a call, collected by campaign.sh.
+// Prints "FIGURE kills=1000 lost=0": one line a call, collected by scripts/campaign.sh.
 inline void Figure(std::initializer_list<std::pair<char const*, long long>> values) {
   std::string line = "FIGURE";
   for (auto const& value : values)

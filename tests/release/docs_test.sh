@@ -204,11 +204,11 @@ sed -n '/^\.Sh EXAMPLES/,/^\.Sh SEE/p' "$source_directory/docs/man/velt.cfg.5" |
 veltcfg >/dev/null || complain 'velt.cfg(5): the example is not clean'
 
 # Every other command of the documents is one that the project's own scripts and checks run.
-elsewhere='^(\./(demo|test|campaign|check|bench)\.sh.*|\./setup\.sh && cmake --preset install .*|cmake --(install|build) .*)$'
+elsewhere='^(\./(demo|test)\.sh.*|scripts/(campaign|check|bench)\.sh.*|scripts/setup\.sh && cmake --preset install .*|cmake --(install|build) .*)$'
 while IFS= read -r line; do
   [[ $line =~ $elsewhere ]] || grep -qF -e "'$line'" -e "|$line\"" "$0" || [[ $line == g++* ]] ||
     complain "nobody runs: $line"
-done < <(grep -hE '^ {4}([$] |\./|g\+\+|cmake|lnav|some-program|apt|sudo|velt(cfg|pipe)|pkg-config|ldconfig)' \
+done < <(grep -hE '^ {4}([$] |\./|scripts/|g\+\+|cmake|lnav|some-program|apt|sudo|velt(cfg|pipe)|pkg-config|ldconfig)' \
   "$source_directory"/README.md "$source_directory"/docs/*.md | sed -E 's/^ +//')
 examples=$(cat "$source_directory"/docs/man/*.[1-8] | grep -c '^\.Dl')
 [[ $examples -eq 3 ]] || complain "the manual pages have $examples examples, of which three are run here"

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Makes docs/lnav.svg: what lnav shows of the log families of the example service, around its alert.
+# Makes docs/figures/lnav.svg: what lnav shows of the log families of the example service, around its alert.
 #
 #   make_lnav_picture.sh [BUILD_DIRECTORY]    with examples/service_host in it; build/release unless named
 #
 # Needs lnav, tmux and python3.
 set -euo pipefail
-source_directory=$(cd "$(dirname "$0")/.." && pwd)
+source_directory=$(cd "$(dirname "$0")/../.." && pwd)
 build=${1:-$source_directory/build/release}
 
 for program in lnav tmux python3; do
@@ -56,7 +56,7 @@ tmux -S "$scratch/tmux" -f /dev/null new-session -d -x 132 -y 26 \
 wait_until 'the alert on the screen' shows_alert
 sleep 1  # lnav draws its frame once more when it has read everything
 screen >"$scratch/screen"
-python3 "$source_directory/docs/ansi_to_svg.py" <"$scratch/screen" >"$scratch/lnav.svg"
+python3 "$source_directory/docs/tools/ansi_to_svg.py" <"$scratch/screen" >"$scratch/lnav.svg"
 size=$(stat -c %s "$scratch/lnav.svg")
 ((size < 60000)) || { echo "$0: the picture has $size bytes" >&2; exit 1; }
-cp "$scratch/lnav.svg" "$source_directory/docs/lnav.svg"
+cp "$scratch/lnav.svg" "$source_directory/docs/figures/lnav.svg"

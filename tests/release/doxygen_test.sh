@@ -4,7 +4,7 @@
 #   doxygen_test.sh SOURCE_DIRECTORY
 set -euo pipefail
 
-if [[ $# -ne 1 || ! -f $1/docs/Doxyfile ]]; then
+if [[ $# -ne 1 || ! -f $1/docs/tools/Doxyfile ]]; then
   echo "usage: $0 SOURCE_DIRECTORY" >&2
   exit 2
 fi
@@ -13,7 +13,7 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
 {
-  cat docs/Doxyfile
+  cat docs/tools/Doxyfile
   echo "OUTPUT_DIRECTORY = $scratch"
 } | doxygen -
 

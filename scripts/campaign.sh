@@ -1,17 +1,17 @@
 #!/usr/bin/env bash
 # Every fault scenario at its full scale: thousands of kills, forks and refused calls. Prints the figures that the
 # scenarios report, keeps them in build/campaign/figures.csv, and ends with the counts of passed and failed.
-# ./campaign.sh NAME... runs the scenarios of these files of tests/faults (kill, write_fault, ...) only,
-# ./campaign.sh fuzz and ./campaign.sh load run the fuzzers and the load runs.
+# scripts/campaign.sh NAME... runs the scenarios of these files of tests/faults (kill, write_fault, ...) only,
+# scripts/campaign.sh fuzz and scripts/campaign.sh load run the fuzzers and the load runs.
 set -euo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$0")/.."
 
 case ${1:-} in
   fuzz) exec ./fuzz/run.sh "${@:2}" ;;
   load) exec ./tests/load/run.sh "${@:2}" ;;
 esac
 
-./setup.sh strace faketime libfaketime
+scripts/setup.sh strace faketime libfaketime
 jobs=$(nproc)
 out=build/campaign
 limit=${VELT_CAMPAIGN_LIMIT:-1200}  # seconds for one scenario

@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
 # The longer check: lint over the tests, clang builds (plain and under its sanitizers), valgrind, coverage, and the
 # README's commands for installing, with a root of their own.
-# ./check.sh lint|clang|valgrind|coverage|install runs one of them.
+# scripts/check.sh lint|clang|valgrind|coverage|install runs one of them.
 set -euo pipefail
-cd "$(dirname "$0")"
+cd "$(dirname "$0")/.."
 
-./setup.sh --tests clang libclang-rt-14-dev valgrind gcovr
+scripts/setup.sh --tests clang libclang-rt-14-dev valgrind gcovr
 jobs=$(nproc)
 logs=build/logs
 log_prefix=check-
 mkdir -p "$logs"
-. cmake/quietly.sh
+. scripts/quietly.sh
 
 configure() {  # DIRECTORY SETTING...
   cmake -S . -B "$1" -G Ninja -DCMAKE_EXPORT_COMPILE_COMMANDS=ON "${@:2}"
@@ -22,7 +22,7 @@ run_tests() { ctest --test-dir "$1" -j $((jobs * 4)) --output-on-failure --timeo
 
 lint() {
   # The compiler's precompiled headers are not clang's. The measurements include what they are compared with.
-  ./setup.sh libspdlog-dev liblog4cplus-dev libboost-log-dev libgoogle-glog-dev libbenchmark-dev &&
+  scripts/setup.sh libspdlog-dev liblog4cplus-dev libboost-log-dev libgoogle-glog-dev libbenchmark-dev &&
     configure build/lint -DCMAKE_BUILD_TYPE=Debug -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON \
       -DVELT_BUILD_BENCH=ON &&
     git ls-files -co --exclude-standard 'tests/*.cpp' 'examples/*.cpp' 'bench/*.cpp' 'fuzz/*.cpp' |
@@ -76,7 +76,7 @@ install_as_documented() {
   local clone=$PWD/build/documented line lines
   rm -rf "$clone" "$clone.root"
   git clone -q . "$clone" || return 1
-  lines=$(grep -E '^ {4}(\./setup\.sh &&|cmake) ' README.md)
+  lines=$(grep -E '^ {4}(scripts/setup\.sh &&|cmake) ' README.md)
   [[ $(wc -l <<<"$lines") -eq 3 ]] || return 1
   ldconfig() { :; } # the machine's own libraries stay as they are
   while IFS= read -r line; do
