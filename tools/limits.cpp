@@ -3,8 +3,6 @@
 
 #include "velt/manager.h"
 
-#include "tools/limit_ranges.h"
-
 namespace velt::tools {
 namespace {
 

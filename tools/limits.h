@@ -2,15 +2,16 @@
 #ifndef VELT_TOOLS_LIMITS_H
 #define VELT_TOOLS_LIMITS_H
 
+#include "debug/manager/limits.h"
 #include "tools/options.h"
 
 namespace velt::tools {
 
 struct Limits {
-  unsigned int ring_records = 100;
-  unsigned int file_bytes = 5U << 20;
-  unsigned int archives = 30;
-  unsigned int files_per_archive = 10;
+  unsigned int ring_records = DefaultOf(kRingRecords);
+  unsigned int file_bytes = DefaultOf(kFileBytes);
+  unsigned int archives = DefaultOf(kArchives);
+  unsigned int files_per_archive = DefaultOf(kFilesPerArchive);
 };
 
 // What the options say, else the configuration file that they name, else the defaults above.

@@ -11,11 +11,11 @@
 #include <cstring>
 #include <system_error>
 
+#include "debug/manager/limits.h"
+
 namespace velt::tools {
 namespace {
 
-constexpr int kLargestSizeMb = 50;
-constexpr int kMostArchives = 200;
 constexpr int kHighestLevel = 31;
 constexpr std::size_t kLongestName = 233;  // 255 of a file name less the time, ".log" and ".gz"
 
@@ -101,10 +101,11 @@ bool TakeOption(int key, CommandLine& line) {
       options.progress = true;
       return true;
     case kSize:
-      options.size_mb = NumberOption("--size", 1, kLargestSizeMb);
+      options.size_mb = NumberOption("--size", kLimitRanges[kFileBytes].low / kMegabyte,
+                                     kLimitRanges[kFileBytes].high / kMegabyte);
       return options.size_mb.has_value();
     case kKeep:
-      options.keep_files = NumberOption("--keep", 1, kMostArchives);
+      options.keep_files = NumberOption("--keep", kLimitRanges[kArchives].low, kLimitRanges[kArchives].high);
       return options.keep_files.has_value();
     case kLevel: {
       auto const level = NumberOption("--level", 0, kHighestLevel);

@@ -10,7 +10,7 @@
 #include "velt/manager.h"
 
 #include "debug/manager/bit_set_text.h"
-#include "debug/manager/debug_config.h"
+#include "debug/manager/limits.h"
 #include "debug/manager/module_name.h"
 
 char const* DEBUGLEVELITEM = "debug_level";
@@ -22,12 +22,6 @@ char const* MAXZIPNUMINPROCITEM = "nEachProcessMaxZipNum";
 char const* FILENUMINZIPITEM = "nZipFileIncludeFileNum";
 
 namespace {
-
-using velt::kDefaultFiltLogBufSize;
-using velt::kDefaultMaxFileNum;
-using velt::kDefaultMaxFileSize;
-using velt::kDefaultMaxZipNum;
-using velt::kDefaultZipFileIncludeFileNum;
 
 constexpr int kTextCapacity = 2048;
 
@@ -46,10 +40,10 @@ bool FindNumber(char const* key, int& value, std::string const& primary, std::st
          (!primary_only && VeltGetCfgInt(key, value, secondary.c_str()));
 }
 
-bool ReadNumber(char const* key, int default_value, int& value, std::string const& primary,
-                std::string const& secondary, bool primary_only) {
-  if (FindNumber(key, value, primary, secondary, primary_only)) return true;
-  value = default_value;
+bool ReadNumber(velt::Limit limit, int& value, std::string const& primary, std::string const& secondary,
+                bool primary_only) {
+  if (FindNumber(*velt::kLimitRanges[limit].key, value, primary, secondary, primary_only)) return true;
+  value = velt::DefaultOf(limit);
   return false;
 }
 
@@ -85,30 +79,30 @@ void SetFromText(std::string& text, char const* replacement, std::bitset<32>& se
 
 bool VeltDebugMgr::GetFiltLogBufSize(int& value, std::string const& primary, std::string const& secondary,
                                      bool primaryOnly) {
-  return ReadNumber(NFILTLOGBUFSIZE, kDefaultFiltLogBufSize, value, primary, secondary, primaryOnly);
+  return ReadNumber(velt::kRingRecords, value, primary, secondary, primaryOnly);
 }
 
 bool VeltDebugMgr::GetMaxFileNum(int& value, std::string const& primary, std::string const& secondary,
                                  bool primaryOnly) {
-  return ReadNumber(MAXFILENUMITEM, kDefaultMaxFileNum, value, primary, secondary, primaryOnly);
+  return ReadNumber(velt::kChannels, value, primary, secondary, primaryOnly);
 }
 
 bool VeltDebugMgr::GetMaxFileSize(int& value, std::string const& primary, std::string const& secondary,
                                   bool primaryOnly) {
-  if (!ReadNumber(MAXLOGSIZEITEM, kDefaultMaxFileSize, value, primary, secondary, primaryOnly)) return false;
-  value =
-      static_cast<int>(static_cast<unsigned>(value) << 20U);  // megabytes; what does not fit is shifted out
+  if (!ReadNumber(velt::kFileBytes, value, primary, secondary, primaryOnly)) return false;
+  // Of megabytes; what does not fit is shifted out.
+  value = static_cast<int>(static_cast<unsigned>(value) << velt::kMegabyteShift);
   return true;
 }
 
 bool VeltDebugMgr::GetEachProcessMaxZipNum(int& value, std::string const& primary,
                                            std::string const& secondary, bool primaryOnly) {
-  return ReadNumber(MAXZIPNUMINPROCITEM, kDefaultMaxZipNum, value, primary, secondary, primaryOnly);
+  return ReadNumber(velt::kArchives, value, primary, secondary, primaryOnly);
 }
 
 bool VeltDebugMgr::GetZipFileIncludeFileNum(int& value, std::string const& primary,
                                             std::string const& secondary, bool primaryOnly) {
-  return ReadNumber(FILENUMINZIPITEM, kDefaultZipFileIncludeFileNum, value, primary, secondary, primaryOnly);
+  return ReadNumber(velt::kFilesPerArchive, value, primary, secondary, primaryOnly);
 }
 
 void VeltDebugMgr::GetStrlevel(std::string& text, char* buffer, int& bufferLength, std::string const& primary,
@@ -130,11 +124,11 @@ void VeltDebugMgr::GetCfgItem(std::string const& cfgFile, int& filtLogBufSize, i
   std::string const default_file = VeltGetDefaultDebugCfgFile();
   std::string const secondary = VeltGetDefaultCfgFile();
   if (default_file.empty() && !usable) {
-    filtLogBufSize = kDefaultFiltLogBufSize;
-    maxFileNum = kDefaultMaxFileNum;
-    maxFileSize = kDefaultMaxFileSize;
-    eachProcessMaxZipNum = kDefaultMaxZipNum;
-    zipFileIncludeFileNum = kDefaultZipFileIncludeFileNum;
+    filtLogBufSize = velt::DefaultOf(velt::kRingRecords);
+    maxFileNum = velt::DefaultOf(velt::kChannels);
+    maxFileSize = velt::DefaultOf(velt::kFileBytes);
+    eachProcessMaxZipNum = velt::DefaultOf(velt::kArchives);
+    zipFileIncludeFileNum = velt::DefaultOf(velt::kFilesPerArchive);
     return;
   }
   std::string primary = usable ? cfgFile : default_file;

@@ -12,28 +12,14 @@
 #include "velt/config.h"
 #include "velt/manager.h"
 
-#include "debug/manager/debug_config.h"
+#include "debug/manager/limits.h"
 #include "debug/manager/sets_cache.h"
 #include "platform/fork_generation.h"
 #include "platform/locks.h"
 
 namespace {
 
-using velt::kDefaultFiltLogBufSize;
-using velt::kDefaultMaxFileNum;
-using velt::kDefaultMaxFileSize;
-using velt::kDefaultMaxZipNum;
-using velt::kDefaultZipFileIncludeFileNum;
-
 constexpr int kDefaultLevel = 3;
-constexpr char const* kManyArchivesName = "VELTMrb_p2_";  // a process that keeps five times the archives
-constexpr int kManyArchivesFactor = 5;
-
-// A value out of its range is replaced, not clamped; a negative one is a huge one.
-int Bounded(int value, unsigned least, unsigned most, int otherwise) {
-  auto const number = static_cast<unsigned>(value);
-  return number >= least && number <= most ? value : otherwise;
-}
 
 }  // namespace
 
@@ -42,11 +28,11 @@ VeltDebugMgr* VeltDebugMgr::m_pParked = nullptr;
 
 VeltDebugMgr::VeltDebugMgr()
     : m_bInit(false),
-      m_nFiltLogBufSize(kDefaultFiltLogBufSize),
-      m_nMaxFileNum(kDefaultMaxFileNum),
-      m_nEachFileMaxSize(kDefaultMaxFileSize),
-      m_nEachProcessMaxZipNum(kDefaultMaxZipNum),
-      m_nZipFileIncludeFileNum(kDefaultZipFileIncludeFileNum),
+      m_nFiltLogBufSize(velt::DefaultOf(velt::kRingRecords)),
+      m_nMaxFileNum(velt::DefaultOf(velt::kChannels)),
+      m_nEachFileMaxSize(velt::DefaultOf(velt::kFileBytes)),
+      m_nEachProcessMaxZipNum(velt::DefaultOf(velt::kArchives)),
+      m_nZipFileIncludeFileNum(velt::DefaultOf(velt::kFilesPerArchive)),
       m_bSilent(false),
       m_pEngine(nullptr),
       m_defaultLevel(VeltLogLevel{kDefaultLevel}) {
@@ -141,12 +127,12 @@ bool VeltDebugMgr::Init(std::string const& name, std::string const& cfgFile, std
 
 void VeltDebugMgr::StoreBoundedLimits(int filtLogBufSize, int maxFileNum, int maxFileSize,
                                       int eachProcessMaxZipNum, int zipFileIncludeFileNum) {
-  m_nFiltLogBufSize = Bounded(filtLogBufSize, 0, 1000, kDefaultFiltLogBufSize);
-  m_nMaxFileNum = Bounded(maxFileNum, 0, 100, kDefaultMaxFileNum);
-  m_nEachFileMaxSize = Bounded(maxFileSize, 1'048'576, 52'428'800, kDefaultMaxFileSize);
-  m_nEachProcessMaxZipNum = Bounded(eachProcessMaxZipNum, 1, 200, kDefaultMaxZipNum);
-  if (m_strName == kManyArchivesName) m_nEachProcessMaxZipNum *= kManyArchivesFactor;
-  m_nZipFileIncludeFileNum = Bounded(zipFileIncludeFileNum, 1, 50, kDefaultZipFileIncludeFileNum);
+  m_nFiltLogBufSize = velt::Bounded(velt::kRingRecords, filtLogBufSize);
+  m_nMaxFileNum = velt::Bounded(velt::kChannels, maxFileNum);
+  m_nEachFileMaxSize = velt::Bounded(velt::kFileBytes, maxFileSize);
+  m_nEachProcessMaxZipNum =
+      velt::Bounded(velt::kArchives, eachProcessMaxZipNum) * velt::ArchiveFactor(m_strName);
+  m_nZipFileIncludeFileNum = velt::Bounded(velt::kFilesPerArchive, zipFileIncludeFileNum);
 }
 
 void VeltDebugMgr::RegisterConfiguredModules_i(ModuleSets const& modules) {

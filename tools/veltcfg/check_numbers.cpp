@@ -10,7 +10,7 @@ namespace velt::tools::cfg {
 namespace {
 
 std::string InUnit(Limit limit, int value) {
-  if (limit == kFileBytes) return std::to_string(value / (1 << kMegabyteShift)) + " MB";
+  if (limit == kFileBytes) return std::to_string(value / kMegabyte) + " MB";
   return std::to_string(value);
 }
 
@@ -43,7 +43,7 @@ void CheckPassedOver(ConfigFile const& file, NumberView const& number, Findings&
 void CheckLimit(LimitView const& view, Findings& findings) {
   if (!view.number.text) return;
   LimitRange const& range = kLimitRanges[view.limit];
-  bool const wrapped = view.limit == kFileBytes && view.as_read / (1 << kMegabyteShift) != view.number.number;
+  bool const wrapped = view.limit == kFileBytes && view.as_read / kMegabyte != view.number.number;
   if (wrapped) {
     AddFinding(findings, Severity::kWarning, "limit-wrapped", view.number.place,
                view.number.key + " = " + std::to_string(view.number.number) +

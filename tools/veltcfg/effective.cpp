@@ -12,6 +12,9 @@
 namespace velt::tools::cfg {
 namespace {
 
+// In the order of Limit.
+constexpr std::array<char const*, kLimitCount> kUnits{"records", "channels", "bytes", "archives", "files"};
+
 struct Configured {
   std::array<int, kLimitCount> numbers{};
   VeltDebugMgr::ModuleSets modules;
@@ -49,6 +52,7 @@ bool LookUp(ConfigFile const& file, NumberView& number) {
 LimitView DescribeLimit(Limit limit, int as_read, Report const& report) {
   LimitView view;
   view.limit = limit;
+  view.unit = kUnits[limit];
   view.number.key = *kLimitRanges[limit].key;
   Sources const& sources = report.sources;
   if (!LookUp(sources.first, view.number) && sources.main_is_second) (void)LookUp(sources.main, view.number);

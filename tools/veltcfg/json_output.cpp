@@ -88,7 +88,7 @@ void PutNumbers(Report const& report, JsonWriter& json) {
     LimitRange const& range = kLimitRanges[view.limit];
     PutText("key", view.number.key, json);
     PutNumber("value", view.value, json);
-    PutText("unit", range.unit, json);
+    PutText("unit", view.unit, json);
     PutOrigin(view.number, json);
     PutNumber("as_read", view.as_read, json);
     PutNumber("low", range.low, json);

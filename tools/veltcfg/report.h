@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/limit_ranges.h"
+#include "debug/manager/limits.h"
 #include "tools/veltcfg/config_lines.h"
 #include "tools/veltcfg/finding.h"
 #include "tools/veltcfg/installation.h"
@@ -35,6 +35,7 @@ struct NumberView {
 struct LimitView {
   NumberView number;
   Limit limit = kRingRecords;
+  char const* unit = "";
   int as_read = 0;  // in the unit of the limit, before the bounds
   int value = 0;    // what the host works with
 };

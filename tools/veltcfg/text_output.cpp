@@ -58,9 +58,8 @@ void AddNumbers(Report const& report, Page& page) {
   page.Add("Limits");
   for (auto const& view : report.limits) {
     bool const replaced = Bounded(view.limit, view.as_read) != view.as_read;
-    page.Add("  " + Padded(view.number.key, 24) + std::to_string(view.value) + " " +
-             kLimitRanges[view.limit].unit + Origin(view.number) +
-             (replaced ? "  instead of " + std::to_string(view.as_read) : ""));
+    page.Add("  " + Padded(view.number.key, 24) + std::to_string(view.value) + " " + view.unit +
+             Origin(view.number) + (replaced ? "  instead of " + std::to_string(view.as_read) : ""));
   }
   page.Add("Switches");
   for (auto const& view : report.switches) {
