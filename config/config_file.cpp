@@ -1,31 +1,65 @@
 // Lines "name = value" and the look-ups that scan a file of them.
 #include <array>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "velt/config.h"
 
+#include "config/line_reader.h"
 #include "config/text.h"
-#include "platform/bounded.h"
 
 namespace {
 
+using velt::LineReader;
+using velt::TrimBlanks;
+
 constexpr int kItem = 1;
 constexpr int kNoItem = 2;
-constexpr int kLineCount = 2048;  // getline's count: 2047 characters and a NUL
+constexpr int kLineCount = static_cast<int>(velt::kLongestLine) + 1;  // getline's count: with a NUL
 constexpr int kNumberCapacity = 1792;
+
+struct Item {
+  std::string_view name;
+  std::string_view value;
+};
+
+bool Split(std::string_view line, Item& item) {
+  std::size_t const equals = line.find('=');
+  if (equals == std::string_view::npos) return false;
+  item = {TrimBlanks(line.substr(0, equals)), TrimBlanks(line.substr(equals + 1))};
+  return true;
+}
+
+// `line` ends at its first NUL. Returns false when it holds no item.
+bool Parse(std::string_view line, Item& item) {
+  line = TrimBlanks(line.substr(0, line.find('\0')));
+  return !line.empty() && line.front() != '#' && Split(line, item);
+}
+
+// The first item of that name. Most lines differ from it in their first characters and are parsed no further.
+bool Find(LineReader& in, std::string_view name, Item& item) {
+  for (std::string_view line; in.Next(line);) {
+    line = velt::TrimLeadingBlanks(line);
+    bool const may_be_it = line.size() > name.size() && line.compare(0, name.size(), name) == 0;
+    if (may_be_it && Parse(line, item) && item.name == name) return true;
+  }
+  return false;
+}
 
 }  // namespace
 
 int VeltGetNameValue(std::string const& line, std::string& name, std::string& value) {
-  std::size_t const equals = line.find('=');
-  if (equals == std::string::npos) return -1;
+  Item item;
+  if (!Split(line, item)) return -1;
   // Both before either is assigned: a caller may pass the line itself as one of them.
-  std::string new_name = TrimString(line.substr(0, equals), velt::kBlankCharacters);
-  std::string new_value = TrimString(line.substr(equals + 1), velt::kBlankCharacters);
+  std::string new_name(item.name);
+  std::string new_value(item.value);
   name = std::move(new_name);
   value = std::move(new_value);
   return 1;
@@ -35,9 +69,11 @@ int VeltGetLine(std::ifstream& in, std::string& name, std::string& value) {
   std::array<char, kLineCount + 1> buffer;
   buffer[0] = '\0';  // a stream that is already bad writes nothing
   in.getline(buffer.data(), kLineCount, '\n');
-  std::string const line = TrimString(buffer.data(), velt::kBlankCharacters);
-  if (line.empty() || line.front() == '#') return kNoItem;
-  return VeltGetNameValue(line, name, value) == 1 ? kItem : kNoItem;
+  Item item;
+  if (!Parse(buffer.data(), item)) return kNoItem;
+  name = item.name;
+  value = item.value;
+  return kItem;
 }
 
 bool VeltGetCfgString(char const* name, char* buf, int& len, char const* file) {
@@ -45,19 +81,16 @@ bool VeltGetCfgString(char const* name, char* buf, int& len, char const* file) {
   len = 0;
   if (name == nullptr || buf == nullptr || file == nullptr) return false;
 
-  std::ifstream in(file);
-  std::string item;
-  std::string value;
-  while (in.is_open() && in.good()) {
-    if (VeltGetLine(in, item, value) != kItem || item != name) continue;
-    auto const length = static_cast<int>(value.size());
-    // A value that does not fit ends the search: a later line of the same name must not stand in for it.
-    if (capacity <= length) return false;
-    if (velt::strncpy_s(buf, static_cast<std::size_t>(capacity), value.c_str(), value.size()) != 0) continue;
-    len = length;
-    return true;
-  }
-  return false;
+  LineReader in(file);
+  Item item;
+  if (!Find(in, name, item)) return false;
+  auto const length = static_cast<int>(item.value.size());
+  // A value that does not fit ends the search: a later line of the same name must not stand in for it.
+  if (capacity <= length) return false;
+  std::memcpy(buf, item.value.data(), item.value.size());
+  buf[length] = '\0';
+  len = length;
+  return true;
 }
 
 bool VeltGetCfgInt(char const* name, int& value, char const* file) {
@@ -71,19 +104,23 @@ bool VeltGetCfgInt(char const* name, int& value, char const* file) {
 bool VeltAllCfgItem(std::map<std::string, std::string>& items, std::string const& file,
                     std::string const& marker) {
   if (file.empty()) return true;
-  std::ifstream in(file);
-  if (!in.is_open() || !in.good()) return false;
+  LineReader in(file.c_str());
+  if (!in.IsOpen()) return false;
 
-  std::string name;
-  std::string value;
-  while (in.good()) {
-    if (VeltGetLine(in, name, value) != kItem) continue;
+  Item item;
+  std::string key;          // one for all lines: the map copies it when it is new
+  auto hint = items.end();  // behind the item before, where the next one of a sorted file goes
+  for (std::string_view line; in.Next(line);) {
+    if (!Parse(line, item)) continue;
     if (!marker.empty()) {
-      std::size_t const at = name.find(marker);
-      if (at == std::string::npos) continue;
-      name.erase(at);
+      std::size_t const at = item.name.find(marker);
+      if (at == std::string_view::npos) continue;
+      item.name = item.name.substr(0, at);
     }
-    items[name] = value;
+    key = item.name;
+    auto const placed = items.insert_or_assign(hint, key, item.value);
+    // The last one is known to be the last; stepping from it to the end climbs the whole tree.
+    hint = placed == std::prev(items.end()) ? items.end() : std::next(placed);
   }
   return true;
 }

@@ -470,6 +470,33 @@ TEST(CfgStringTest, ValuesEndAtANul) {
   EXPECT_EQ(ValueOf("c", content), "2");
 }
 
+// A file is read in blocks; where they end must not show.
+TEST(CfgStringTest, ALineMayLieAcrossTheEndOfABlockAnywhere) {
+  constexpr std::size_t kBlock = 8192;
+  std::string const line = std::string(2000, 'x') + '\n';
+  for (std::size_t shift = 0; shift <= 24; ++shift) {
+    std::string content = line + line + line + line;
+    content.append(kBlock - 16 + shift - content.size() - 1, 'y');
+    content += "\n key = at the edge \r\nnext=1\n";
+
+    EXPECT_EQ(ValueOf("key", content), "at the edge") << shift;
+    EXPECT_EQ(ValueOf("next", content), "1") << shift;
+    EXPECT_EQ(AllOf(content), (Items{{"key", "at the edge"}, {"next", "1"}})) << shift;
+  }
+}
+
+TEST(CfgStringTest, TheLongestLineIsTheSameAcrossTheEndOfABlock) {
+  std::string const before = std::string(2000, 'x') + '\n' + std::string(2000, 'x') + '\n' +
+                             std::string(2000, 'x') + '\n' + std::string(500, 'x') + '\n';
+  std::string const whole = before + "key=" + std::string(2043, 'v') + "\nafter=1\n";
+  std::string const too_long = before + "key=" + std::string(2044, 'v') + "\nafter=1\n";
+
+  EXPECT_EQ(ValueOf("key", whole), std::string(2043, 'v'));
+  EXPECT_EQ(ValueOf("after", whole), "1");
+  EXPECT_EQ(ValueOf("key", too_long), std::string(2043, 'v'));
+  EXPECT_EQ(ValueOf("after", too_long), "<none>");
+}
+
 TEST(CfgStringTest, ForeignBytesDoNotHideTheItemsBetweenThem) {
   std::string content;
   for (int i = 0; i < 256; ++i) content.push_back(static_cast<char>(i));  // one newline among them
