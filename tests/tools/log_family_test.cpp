@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/files.h"
-#include "tools/log_family.h"
+#include "tools/veltpipe/log_family.h"
 
 namespace velt::test {
 namespace {

@@ -92,10 +92,15 @@ TEST_F(VeltcfgTest, AnOutputThatTakesNothingIsExitCodeTwo) {
   WriteFile(root_.DebugFile(), "");
   Descriptor const full(open("/dev/full", O_WRONLY | O_CLOEXEC));
   Descriptor const err(open((root_.Dir() / "err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-  RunningProgram program({kVeltcfg}, {-1, full, err});
+  for (std::vector<std::string> const& command :
+       {std::vector<std::string>{kVeltcfg}, {kVeltcfg, "--help"}, {kVeltcfg, "--version"}}) {
+    SCOPED_TRACE(command.back());
+    RunningProgram program(command, {-1, full, err});
 
-  EXPECT_EQ(program.Wait(), 2);
-  EXPECT_THAT(ReadFile(root_.Dir() / "err"), HasSubstr("cannot write to standard output"));
+    EXPECT_EQ(program.Wait(), 2);
+    EXPECT_THAT(Lines(ReadFile(root_.Dir() / "err")).back(),
+                "veltcfg: cannot write to standard output: No space left on device");
+  }
 }
 
 TEST_F(VeltcfgTest, NothingIsLeftOnDisk) {

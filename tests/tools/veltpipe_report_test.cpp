@@ -3,6 +3,7 @@
 #include <pty.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -280,6 +281,27 @@ TEST(VeltpipeComplaintTest, AMissingConfigurationSaysWhy) {
   EXPECT_EQ(outcome.exit_code, 2);
   EXPECT_EQ(outcome.err, "veltpipe: cannot read the configuration \"" + (scratch / "no.cfg") +
                              "\": No such file or directory\nTry 'veltpipe --help'.\n");
+}
+
+TEST(VeltpipeComplaintTest, ADirectoryInPlaceOfTheConfigurationSaysWhatItIs) {
+  ScratchDir const scratch;
+
+  Outcome const outcome = RunProgram(Command(scratch / "logs", {"--config", scratch.Path()}));
+
+  EXPECT_EQ(outcome.exit_code, 2);
+  EXPECT_EQ(outcome.err, "veltpipe: cannot read the configuration \"" + scratch.Path() +
+                             "\": it is a directory\nTry 'veltpipe --help'.\n");
+}
+
+TEST(VeltpipeComplaintTest, AnythingElseThatIsNoFileCannotBeTheConfiguration) {
+  ScratchDir const scratch;
+  ASSERT_EQ(mkfifo((scratch / "pipe").c_str(), 0600), 0);
+
+  Outcome const outcome = RunProgram(Command(scratch / "logs", {"--config", scratch / "pipe"}));
+
+  EXPECT_EQ(outcome.exit_code, 2);
+  EXPECT_EQ(outcome.err, "veltpipe: cannot read the configuration \"" + (scratch / "pipe") +
+                             "\": it is not a regular file\nTry 'veltpipe --help'.\n");
 }
 
 }  // namespace

@@ -143,6 +143,20 @@ TEST(VeltpipeCommandLineTest, VersionIsOneLine) {
   EXPECT_EQ(outcome.out, "veltpipe 1.0.0\n");
 }
 
+TEST(VeltpipeCommandLineTest, AnOutputThatTakesNothingOfHelpOrVersionIsExitCodeOneAndAMessage) {
+  ScratchDir const scratch;
+  for (char const* const option : {"--help", "--version"}) {
+    SCOPED_TRACE(option);
+    Descriptor const full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    Descriptor const err(open((scratch / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    RunningProgram program({kProgram, option}, {-1, full, err});
+
+    EXPECT_EQ(program.Wait(), 1);
+    EXPECT_EQ(ReadFile(scratch / "err"),
+              "veltpipe: cannot write to standard output: No space left on device\n");
+  }
+}
+
 TEST(VeltpipeCommandLineTest, EachMistakeIsExitCodeTwoAndAMessageAndLeavesNoFile) {
   ScratchDir const scratch;
   std::string const logs = scratch / "logs";
@@ -163,6 +177,8 @@ TEST(VeltpipeCommandLineTest, EachMistakeIsExitCodeTwoAndAMessageAndLeavesNoFile
                                                        {"--dir", ""},
                                                        {"--module", "a\nb"},
                                                        {"--config", scratch / "missing.cfg"},
+                                                       {"--config", scratch.Path()},
+                                                       {"--config", "/dev/null"},
                                                        {"server.log"}};
   for (auto const& mistake : mistakes) {
     SCOPED_TRACE(mistake.front() + " " + mistake.back());

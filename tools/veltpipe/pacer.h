@@ -1,15 +1,15 @@
 // Holds the input back so that no two files of the family are opened within one second.
-#ifndef VELT_TOOLS_PACER_H
-#define VELT_TOOLS_PACER_H
+#ifndef VELT_TOOLS_VELTPIPE_PACER_H
+#define VELT_TOOLS_VELTPIPE_PACER_H
 
 #include <cstddef>
 #include <cstdint>
 
 #include "velt/channel.h"
 
-#include "tools/log_family.h"
-#include "tools/statistics.h"
-#include "tools/stop_signal.h"
+#include "tools/veltpipe/log_family.h"
+#include "tools/veltpipe/statistics.h"
+#include "tools/veltpipe/stop_signal.h"
 
 namespace velt::tools {
 

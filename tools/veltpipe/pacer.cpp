@@ -1,5 +1,5 @@
 // Holds the input back so that no two files of the family are opened within one second.
-#include "tools/pacer.h"
+#include "tools/veltpipe/pacer.h"
 
 #include <algorithm>
 #include <chrono>

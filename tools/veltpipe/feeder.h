@@ -1,6 +1,6 @@
 // Hands messages to the channel of veltpipe.
-#ifndef VELT_TOOLS_FEEDER_H
-#define VELT_TOOLS_FEEDER_H
+#ifndef VELT_TOOLS_VELTPIPE_FEEDER_H
+#define VELT_TOOLS_VELTPIPE_FEEDER_H
 
 #include <cstddef>
 #include <memory>
@@ -8,12 +8,12 @@
 
 #include "velt/channel.h"
 
-#include "tools/limits.h"
-#include "tools/log_family.h"
-#include "tools/options.h"
-#include "tools/pacer.h"
-#include "tools/statistics.h"
-#include "tools/stop_signal.h"
+#include "tools/veltpipe/limits.h"
+#include "tools/veltpipe/log_family.h"
+#include "tools/veltpipe/options.h"
+#include "tools/veltpipe/pacer.h"
+#include "tools/veltpipe/statistics.h"
+#include "tools/veltpipe/stop_signal.h"
 
 namespace velt::tools {
 

@@ -1,11 +1,11 @@
 // Standard input, read in blocks between two stop signals.
-#ifndef VELT_TOOLS_INPUT_H
-#define VELT_TOOLS_INPUT_H
+#ifndef VELT_TOOLS_VELTPIPE_INPUT_H
+#define VELT_TOOLS_VELTPIPE_INPUT_H
 
-#include "tools/line_splitter.h"
-#include "tools/progress.h"
-#include "tools/statistics.h"
-#include "tools/stop_signal.h"
+#include "tools/veltpipe/line_splitter.h"
+#include "tools/veltpipe/progress.h"
+#include "tools/veltpipe/statistics.h"
+#include "tools/veltpipe/stop_signal.h"
 
 namespace velt::tools {
 

@@ -1,5 +1,5 @@
 // The progress line of veltpipe on a terminal.
-#include "tools/progress.h"
+#include "tools/veltpipe/progress.h"
 
 #include <poll.h>
 #include <sys/ioctl.h>

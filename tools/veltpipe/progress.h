@@ -1,12 +1,12 @@
 // The progress line of veltpipe on a terminal.
-#ifndef VELT_TOOLS_PROGRESS_H
-#define VELT_TOOLS_PROGRESS_H
+#ifndef VELT_TOOLS_VELTPIPE_PROGRESS_H
+#define VELT_TOOLS_VELTPIPE_PROGRESS_H
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 
-#include "tools/statistics.h"
+#include "tools/veltpipe/statistics.h"
 
 namespace velt::tools {
 

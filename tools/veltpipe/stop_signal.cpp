@@ -1,5 +1,5 @@
 // The signals that ask veltpipe to end.
-#include "tools/stop_signal.h"
+#include "tools/veltpipe/stop_signal.h"
 
 #include <poll.h>
 #include <sys/signalfd.h>

@@ -1,6 +1,6 @@
 // Cuts a stream of bytes into the messages that veltpipe traces.
-#ifndef VELT_TOOLS_LINE_SPLITTER_H
-#define VELT_TOOLS_LINE_SPLITTER_H
+#ifndef VELT_TOOLS_VELTPIPE_LINE_SPLITTER_H
+#define VELT_TOOLS_VELTPIPE_LINE_SPLITTER_H
 
 #include <cstddef>
 #include <cstdint>

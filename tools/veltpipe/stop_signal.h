@@ -1,6 +1,6 @@
 // The signals that ask veltpipe to end.
-#ifndef VELT_TOOLS_STOP_SIGNAL_H
-#define VELT_TOOLS_STOP_SIGNAL_H
+#ifndef VELT_TOOLS_VELTPIPE_STOP_SIGNAL_H
+#define VELT_TOOLS_VELTPIPE_STOP_SIGNAL_H
 
 #include <chrono>
 

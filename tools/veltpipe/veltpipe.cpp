@@ -12,14 +12,15 @@
 
 #include "velt/config.h"
 
-#include "tools/feeder.h"
-#include "tools/input.h"
-#include "tools/limits.h"
-#include "tools/line_splitter.h"
-#include "tools/options.h"
-#include "tools/progress.h"
-#include "tools/statistics.h"
-#include "tools/stop_signal.h"
+#include "tools/say.h"
+#include "tools/veltpipe/feeder.h"
+#include "tools/veltpipe/input.h"
+#include "tools/veltpipe/limits.h"
+#include "tools/veltpipe/line_splitter.h"
+#include "tools/veltpipe/options.h"
+#include "tools/veltpipe/progress.h"
+#include "tools/veltpipe/statistics.h"
+#include "tools/veltpipe/stop_signal.h"
 
 namespace {
 
@@ -95,9 +96,9 @@ int Serve(int argc, char** argv) {
   CommandLine const line = ParseCommandLine(argc, argv);
   switch (line.request) {
     case Request::kHelp:
-      return std::fputs(HelpText(), stdout) < 0 ? kLoss : kSuccess;
+      return Say("veltpipe", HelpText()) ? kSuccess : kLoss;
     case Request::kVersion:
-      return std::puts("veltpipe " VELT_VERSION) < 0 ? kLoss : kSuccess;
+      return Say("veltpipe", "veltpipe " VELT_VERSION "\n") ? kSuccess : kLoss;
     case Request::kUsageError:
       return kUsage;
     case Request::kRun:

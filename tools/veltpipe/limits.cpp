@@ -1,5 +1,5 @@
 // The limits of the log family that veltpipe writes.
-#include "tools/limits.h"
+#include "tools/veltpipe/limits.h"
 
 #include "velt/manager.h"
 

@@ -1,5 +1,5 @@
 // What a run of veltpipe did.
-#include "tools/statistics.h"
+#include "tools/veltpipe/statistics.h"
 
 #include <cinttypes>
 

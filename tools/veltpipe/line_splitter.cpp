@@ -1,5 +1,5 @@
 // Cuts a stream of bytes into the messages that veltpipe traces.
-#include "tools/line_splitter.h"
+#include "tools/veltpipe/line_splitter.h"
 
 #include <utility>
 

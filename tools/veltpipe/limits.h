@@ -1,9 +1,9 @@
 // The limits of the log family that veltpipe writes.
-#ifndef VELT_TOOLS_LIMITS_H
-#define VELT_TOOLS_LIMITS_H
+#ifndef VELT_TOOLS_VELTPIPE_LIMITS_H
+#define VELT_TOOLS_VELTPIPE_LIMITS_H
 
 #include "debug/manager/limits.h"
-#include "tools/options.h"
+#include "tools/veltpipe/options.h"
 
 namespace velt::tools {
 

@@ -1,7 +1,8 @@
 // The command line of veltpipe.
-#include "tools/options.h"
+#include "tools/veltpipe/options.h"
 
 #include <getopt.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -123,15 +124,24 @@ bool TakeOption(int key, CommandLine& line) {
   }
 }
 
+// Empty when `file` can be a configuration: the library opens it more than once, so it has to be a regular
+// file.
+std::string WhyUnreadable(std::string const& file) {
+  struct stat info {};
+  if (stat(file.c_str(), &info) != 0 || access(file.c_str(), R_OK) != 0) return std::strerror(errno);
+  if (S_ISDIR(info.st_mode)) return "it is a directory";
+  return S_ISREG(info.st_mode) ? "" : "it is not a regular file";
+}
+
 bool IsUsable(Options const& options) {
   if (options.name.empty()) return Complain("--name is missing or empty");
   if (options.name.find('/') != std::string::npos) return Complain("--name must not contain a \"/\"");
   if (options.name.size() > kLongestName) return Complain("--name is longer than 233 characters");
   if (options.directory.empty()) return Complain("--dir is missing or empty");
   if (options.module.find('\n') != std::string::npos) return Complain("--module must be one line");
-  if (!options.config_file.empty() && access(options.config_file.c_str(), R_OK) != 0) {
-    return Complain("cannot read the configuration \"" + options.config_file + "\": " + std::strerror(errno));
-  }
+  std::string const reason = options.config_file.empty() ? "" : WhyUnreadable(options.config_file);
+  if (!reason.empty())
+    return Complain("cannot read the configuration \"" + options.config_file + "\": " + reason);
   if (options.json && !options.stats) return Complain("--json is the form of --stats, which is missing");
   return true;
 }

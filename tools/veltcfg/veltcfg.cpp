@@ -1,16 +1,12 @@
 // veltcfg: shows what a host reads from its environment and its debug configuration, and what the library
 // replaces or ignores there without a word.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <string>
 #include <tuple>
 
+#include "tools/say.h"
 #include "tools/veltcfg/checks.h"
 #include "tools/veltcfg/effective.h"
 #include "tools/veltcfg/installation.h"
@@ -46,12 +42,7 @@ Report MakeReport(Options const& options) {
   return report;
 }
 
-// False, with a message, when standard output does not take all of it.
-bool Say(std::string const& text) {
-  bool const said = std::fputs(text.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
-  if (!said) std::fprintf(stderr, "veltcfg: cannot write to standard output: %s\n", std::strerror(errno));
-  return said;
-}
+bool Say(std::string const& text) { return velt::tools::Say("veltcfg", text); }
 
 int Run(Options const& options) {
   Report const report = MakeReport(options);

@@ -1,5 +1,5 @@
 // The files of one log family as they lie in its directory.
-#include "tools/log_family.h"
+#include "tools/veltpipe/log_family.h"
 
 #include <dirent.h>
 #include <sys/stat.h>

@@ -1,5 +1,5 @@
 // Standard input, read in blocks between two stop signals.
-#include "tools/input.h"
+#include "tools/veltpipe/input.h"
 
 #include <poll.h>
 #include <unistd.h>

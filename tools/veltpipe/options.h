@@ -1,6 +1,6 @@
 // The command line of veltpipe.
-#ifndef VELT_TOOLS_OPTIONS_H
-#define VELT_TOOLS_OPTIONS_H
+#ifndef VELT_TOOLS_VELTPIPE_OPTIONS_H
+#define VELT_TOOLS_VELTPIPE_OPTIONS_H
 
 #include <optional>
 #include <string>

@@ -1,6 +1,6 @@
 // The files of one log family as they lie in its directory.
-#ifndef VELT_TOOLS_LOG_FAMILY_H
-#define VELT_TOOLS_LOG_FAMILY_H
+#ifndef VELT_TOOLS_VELTPIPE_LOG_FAMILY_H
+#define VELT_TOOLS_VELTPIPE_LOG_FAMILY_H
 
 #include <cstdint>
 #include <set>

@@ -1,6 +1,6 @@
 // What a run of veltpipe did.
-#ifndef VELT_TOOLS_STATISTICS_H
-#define VELT_TOOLS_STATISTICS_H
+#ifndef VELT_TOOLS_VELTPIPE_STATISTICS_H
+#define VELT_TOOLS_VELTPIPE_STATISTICS_H
 
 #include <cstdint>
 #include <cstdio>

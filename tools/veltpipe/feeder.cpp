@@ -1,5 +1,5 @@
 // Hands messages to the channel of veltpipe.
-#include "tools/feeder.h"
+#include "tools/veltpipe/feeder.h"
 
 #include <unistd.h>
 
