@@ -1,31 +1,35 @@
 #include "platform/time_stamp.h"
 
-#include <ctime>
-
 #include <cstring>
+#include <ctime>
+#include <limits>
 
-#include <ace/ACE.h>
+#include "platform/local_time.h"
 
 namespace velt {
 namespace {
 
 constexpr std::size_t kMicrosecondsAt = 20;
+constexpr std::time_t kNoSecond = std::numeric_limits<std::time_t>::min();
 
 // The text of the second that this thread stamped last; its microseconds are rewritten for each record.
 struct CachedSecond {
-  std::time_t second = -1;
+  std::time_t second = kNoSecond;
   char text[kTimeStampLength + 1] = "";
 };
 [[gnu::tls_model("initial-exec")]] thread_local CachedSecond cached;
 
-bool Load(ACE_Time_Value const& instant) {
-  cached.second = -1;
-  // The call fills the array; what it returns points into the middle of it.
-  if (ACE::timestamp(instant, cached.text, sizeof cached.text) == nullptr) return false;
-  // ACE takes the zero instant to mean now, counts back before it, and makes a longer text after the year
-  // 9999.
-  if (instant.sec() > 0 && std::strlen(cached.text) == kTimeStampLength) cached.second = instant.sec();
-  return true;
+// Asks for the text of `instant`. Keeps it for its second when it has the usual length: ACE takes the zero
+// instant to mean now, counts back before it, and writes more digits after the year 9999.
+void WriteNewSecond(ACE_Time_Value const& instant, char* text) {
+  cached.second = kNoSecond;
+  if (!AceTimeStamp(instant, text, kTimeStampRoom)) {
+    text[0] = '\0';
+    return;
+  }
+  if (instant.sec() <= 0 || std::strlen(text) != kTimeStampLength) return;
+  std::memcpy(cached.text, text, sizeof cached.text);
+  cached.second = instant.sec();
 }
 
 void WriteTwoDigits(char* at, unsigned number) {
@@ -36,12 +40,11 @@ void WriteTwoDigits(char* at, unsigned number) {
 }  // namespace
 
 void WriteTimeStamp(ACE_Time_Value const& instant, char* text) {
-  if (cached.second != instant.sec() && !Load(instant)) {
-    text[0] = '\0';
+  if (cached.second != instant.sec()) {
+    WriteNewSecond(instant, text);
     return;
   }
   std::memcpy(text, cached.text, sizeof cached.text);
-  if (cached.second != instant.sec()) return;  // one that is not kept: the text is its own
   auto const microseconds = static_cast<unsigned>(instant.usec());
   WriteTwoDigits(text + kMicrosecondsAt, microseconds / 10'000);
   WriteTwoDigits(text + kMicrosecondsAt + 2, microseconds / 100 % 100);

@@ -11,6 +11,7 @@
 #include "debug/channel/output_thread.h"
 #include "debug/channel/record_recycler.h"
 #include "platform/fork_generation.h"
+#include "platform/local_time.h"
 #include "platform/locks.h"
 
 namespace velt {
@@ -24,6 +25,7 @@ struct StaticLocks {
     new (&VeltDebugMgr::m_pInstLock) ACE_Thread_Mutex;
     RemakePrintLock();
     KeepOwnIdleNodesInChild();
+    UnlockLocalTime();
     ParkServiceWait();
   }
 
@@ -38,6 +40,21 @@ struct StaticLocks {
   }
 };
 
+namespace {
+
+// Neither lock is ever taken under the other.
+void BeforeFork() {
+  LockIdleNodes();
+  LockLocalTime();
+}
+
+void AfterForkInParent() {
+  UnlockLocalTime();
+  UnlockIdleNodes();
+}
+
+}  // namespace
+
 }  // namespace velt
 
 ACE_Thread_Mutex BaseUtilInternal::m_instMutex;
@@ -47,5 +64,5 @@ ACE_Thread_Mutex VeltDebugMgr::m_pInstLock;
 
 VELTInit::VELTInit() {
   ACE::init();
-  velt::WatchForks({&velt::LockIdleNodes, &velt::UnlockIdleNodes, &velt::StaticLocks::RemakeInChild});
+  velt::WatchForks({&velt::BeforeFork, &velt::AfterForkInParent, &velt::StaticLocks::RemakeInChild});
 }

@@ -14,6 +14,7 @@
 #include "velt/channel.h"
 
 #include "platform/bounded.h"
+#include "platform/local_time.h"
 
 char const* const VELT_DEBUG_FILE_NAME_TIME_PATTERN = "%Y%m%d_%H%M%S.log";
 
@@ -23,21 +24,12 @@ constexpr mode_t kDirectoryMode = 0755;
 constexpr mode_t kLogFileMode = 0640;
 constexpr std::size_t kLongestWrite = 2'097'152;
 
-std::tm LocalTime(std::time_t now) {
-  std::tm local{};
-  localtime_r(&now, &local);
-  return local;
-}
-
 using TimeBuffer = std::array<char, 512>;
 
 // An array: the output thread has nobody to pass an allocation failure to.
 TimeBuffer TimeText(std::tm const& local, char const* pattern) {
   TimeBuffer text{};
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // three constants of this library
-  std::strftime(text.data(), text.size(), pattern, &local);
-#pragma GCC diagnostic pop
+  (void)velt::FormatLocalTime(text.data(), text.size(), pattern, local);  // the three patterns fit
   return text;
 }
 
@@ -63,7 +55,7 @@ int OpenInto(std::ofstream& stream, std::string const& path) {
 
 bool VeltDebugInfo::OpenNewFile() {
   try {
-    std::tm const local = LocalTime(std::time(nullptr));
+    std::tm const local = velt::LocalTime(std::time(nullptr));
     std::string const time_in_name = TimeText(local, VELT_DEBUG_FILE_NAME_TIME_PATTERN).data();
     struct stat info {};
     if (stat(m_strLogPath.c_str(), &info) != 0) {
@@ -118,7 +110,7 @@ void VeltDebugInfo::CloseFile() {
   if (m_pFile == nullptr) return;
   std::array<char, 512> trailer{};
   velt::snprintf_s(trailer.data(), trailer.size(), trailer.size() - 1, "File close at %s\n",
-                   TimeText(LocalTime(std::time(nullptr)), "%Z %Y-%m-%d %H:%M:%S").data());
+                   TimeText(velt::LocalTime(std::time(nullptr)), "%Z %Y-%m-%d %H:%M:%S").data());
   WriteFile(trailer.data());
   m_pFile.reset();  // nothing is buffered, so closing has nothing to lose
 }

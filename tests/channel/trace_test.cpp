@@ -56,8 +56,10 @@ class AsnThatBreaks : public AsnType {
   }
 };
 
+// By the clock that stamps are taken from; time() may be a tick behind it.
 std::string LocalSecond() {
-  std::time_t const now = std::time(nullptr);
+  std::time_t const now = std::chrono::system_clock::to_time_t(
+      std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
   std::tm local{};
   localtime_r(&now, &local);
   char text[32];

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
@@ -240,6 +241,55 @@ TEST_F(ForkFaultTest, AParentThatForksUnderLoadLosesNothingAndNoChildHangsOrWrit
           {"rotations", static_cast<long long>(main_report.archives + gw_report.archives)},
           {"records_verified", static_cast<long long>(main_report.found + gw_report.found)},
           {"lost", static_cast<long long>(main_report.missing + gw_report.missing)}});
+}
+
+// Of the clock that stamps are taken from.
+std::chrono::system_clock::time_point NextSecond() {
+  return std::chrono::ceil<std::chrono::seconds>(std::chrono::system_clock::now() +
+                                                 std::chrono::microseconds(1));
+}
+
+// Stamps a record about every millisecond, so that each of many threads meets a new second as it begins.
+void StampUntil(std::atomic<bool> const& stop) {
+  while (!stop) {
+    Manager().Trace("net", kLevel3, "filtered", nullptr, false, false);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+TEST_F(ForkFaultTest, ChildrenForkedAsSecondsBeginTraceWithManagersOfTheirOwn) {
+  int const seconds = Scaled(5, 60);
+  int const threads = faults::kSanitized ? 64 : 200;
+  constexpr int kForksOfASecond = 8;
+  ASSERT_TRUE(host_.Init());
+  std::fflush(nullptr);
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> tracers;
+  tracers.reserve(static_cast<std::size_t>(threads));
+  for (int i = 0; i < threads; ++i) tracers.emplace_back([&stop] { StampUntil(stop); });
+
+  Ends ends;
+  int forked = 0;
+  for (int i = 0; i < seconds; ++i) {
+    std::this_thread::sleep_until(NextSecond());
+    for (int n = 0; n < kForksOfASecond; ++n) {
+      pid_t const child = Fork(forked, VELT_CHILD_CAN_START_THREADS == 1);
+      ASSERT_GT(child, 0);
+      children_[child] = forked++;
+    }
+  }
+  Reap(ends, 0);
+  stop = true;
+  for (auto& tracer : tracers) tracer.join();
+  EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
+
+  EXPECT_EQ(ends.orderly + ends.hung, forked);
+  EXPECT_LE(ends.hung, (forked * kHungOfAThousand + 999) / 1000);
+  for (auto const& [end, count] : ends.others) ADD_FAILURE() << count << " children ended with " << end;
+  Figure({{"forks", forked},
+          {"tracing_threads", threads},
+          {"children_orderly", ends.orderly},
+          {"children_hung", ends.hung}});
 }
 
 }  // namespace
