@@ -53,8 +53,8 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 : >"$scratch/empty.cfg"
 limits=$(env -u APP_ROOT -u COMMON_LIB_PATH "$programs/veltcfg" --json "$scratch/empty.cfg" |
-  sed -nE 's/.*"key": "(n[A-Za-z]+)".*"low": ([0-9]+).*"high": ([0-9]+).*"default": ([0-9]+).*/\1 \4 \2 \3/p' |
-  awk '{ unit = $1 == "nEachFileMaxSize" ? 1048576 : 1; print $1, $2 / unit, $3 / unit, $4 / unit }' | sort)
+  jq -r '.limits[] | (if .unit == "bytes" then 1048576 else 1 end) as $unit |
+    "\(.key) \(.default / $unit) \(.low / $unit) \(.high / $unit)"' | sort)
 [[ $(wc -l <<<"$limits") -eq 5 ]] || complain 'veltcfg does not say five limits'
 
 limits_of_page() {

@@ -67,24 +67,14 @@ std::string Printable(std::string_view text) {
   return shown;
 }
 
-std::string JsonString(std::string_view text) {
-  std::string json = "\"";
+std::string AsUtf8(std::string_view text) {
+  std::string utf8;
   while (!text.empty()) {
     std::size_t const length = CharacterLength(text);
-    std::string_view const character = text.substr(0, length == 0 ? 1 : length);
-    if (length == 0) {
-      json += "\\ufffd";
-    } else if (character[0] == '"' || character[0] == '\\') {
-      json += '\\';
-      json += character;
-    } else if (static_cast<unsigned char>(character[0]) < 0x20) {
-      json += Hexadecimal("\\u00", character[0]);
-    } else {
-      json += character;
-    }
-    text.remove_prefix(character.size());
+    utf8 += length == 0 ? "\xEF\xBF\xBD" : text.substr(0, length);
+    text.remove_prefix(length == 0 ? 1 : length);
   }
-  return json + '"';
+  return utf8;
 }
 
 }  // namespace velt::tools::cfg

@@ -11,8 +11,8 @@ namespace velt::tools::cfg {
 // shown cannot steer the terminal, nor begin a line of its own.
 std::string Printable(std::string_view text);
 
-// `text` as a JSON string with its quotes. A byte that is no UTF-8 becomes U+FFFD.
-std::string JsonString(std::string_view text);
+// `text` as UTF-8: each byte that is none becomes U+FFFD.
+std::string AsUtf8(std::string_view text);
 
 }  // namespace velt::tools::cfg
 

@@ -1,164 +1,117 @@
 // The report for machines: one JSON object.
 #include <optional>
 #include <string>
+#include <utility>
 
-#include "tools/veltcfg/json_writer.h"
+#include <nlohmann/json.hpp>
+
+#include "tools/veltcfg/bytes.h"
 #include "tools/veltcfg/module_item.h"
 #include "tools/veltcfg/output.h"
 
 namespace velt::tools::cfg {
 namespace {
 
-void PutText(char const* key, std::string const& value, JsonWriter& json) {
-  json.Key(key);
-  json.String(value);
+using Json = nlohmann::ordered_json;  // members stay in the order in which they are set
+
+Json Text(std::string const& text) { return AsUtf8(text); }
+
+Json TextOrNull(std::optional<std::string> const& text) { return text ? Text(*text) : Json(); }
+
+Json PathOrNull(std::string const& path) { return path.empty() ? Json() : Text(path); }
+
+template <typename Entries, typename MakeEntry>
+Json List(Entries const& entries, MakeEntry const& make) {
+  Json list = Json::array();
+  for (auto const& entry : entries) list.push_back(make(entry));
+  return list;
 }
 
-void PutNumber(char const* key, long long value, JsonWriter& json) {
-  json.Key(key);
-  json.Number(value);
+// A file that is empty and a line that is 0 say that there is none.
+void AddPlace(Place const& place, Json& object) {
+  object["file"] = PathOrNull(place.file);
+  object["line"] = place.line == 0 ? Json() : Json(place.line);
 }
 
-void PutBool(char const* key, bool value, JsonWriter& json) {
-  json.Key(key);
-  json.Bool(value);
+Json VariableObject(Variable const& variable) {
+  return {{"variable", Text(variable.name)}, {"value", TextOrNull(variable.value)}};
 }
 
-void PutOptional(char const* key, std::optional<std::string> const& value, JsonWriter& json) {
-  json.Key(key);
-  value ? json.String(*value) : json.Null();
+Json LocationObject(Location const& location) {
+  return {{"name", Text(location.name)},
+          {"path", PathOrNull(location.path)},
+          {"from", location.path.empty() ? Json() : Text(location.from)},
+          {"exists", location.exists}};
 }
 
-// What is empty or 0 when there is nothing of the kind.
-void PutPlace(Place const& place, JsonWriter& json) {
-  PutOptional("file", place.file.empty() ? std::nullopt : std::optional(place.file), json);
-  json.Key("line");
-  place.line == 0 ? json.Null() : json.Number(place.line);
+void AddOrigin(NumberView const& number, Json& object) {
+  object["text"] = TextOrNull(number.text);
+  AddPlace(number.place, object);
+  object["number"] = number.text ? Json(number.number) : Json();
 }
 
-template <typename List, typename Put>
-void PutList(char const* key, List const& list, Put const& put, JsonWriter& json) {
-  json.Key(key);
-  json.BeginArray();
-  for (auto const& entry : list) {
-    json.BeginObject();
-    put(entry);
-    json.EndObject();
-  }
-  json.EndArray();
+Json LimitObject(LimitView const& view) {
+  LimitRange const& range = kLimitRanges[view.limit];
+  Json limit{{"key", Text(view.number.key)}, {"value", view.value}, {"unit", view.unit}};
+  AddOrigin(view.number, limit);
+  limit["as_read"] = view.as_read;
+  limit["low"] = range.low;
+  limit["high"] = range.high;
+  limit["default"] = range.otherwise;
+  limit["replaced"] = view.as_read < range.low || view.as_read > range.high;
+  return limit;
 }
 
-void PutInstallation(Installation const& installation, JsonWriter& json) {
-  auto const variable = [&json](Variable const& entry) {
-    PutText("variable", entry.name, json);
-    PutOptional("value", entry.value, json);
-  };
-  auto const location = [&json](Location const& entry) {
-    bool const any = !entry.path.empty();
-    PutText("name", entry.name, json);
-    PutOptional("path", any ? std::optional(entry.path) : std::nullopt, json);
-    PutOptional("from", any ? std::optional(entry.from) : std::nullopt, json);
-    PutBool("exists", entry.exists, json);
-  };
-  PutList("environment", installation.environment, variable, json);
-  PutList("directories", installation.directories, location, json);
-  PutList("files", installation.files, location, json);
+Json SwitchObject(SwitchView const& view) {
+  Json object{{"key", Text(view.number.key)}, {"on", view.on}};
+  AddOrigin(view.number, object);
+  return object;
 }
 
-void PutOrder(Sources const& sources, JsonWriter& json) {
-  auto const path = [](ConfigFile const& file) {
-    return file.path.empty() ? std::nullopt : std::optional(file.path);
-  };
-  json.Key("read");
-  json.BeginObject();
-  PutOptional("first", path(sources.first), json);
-  PutOptional("second", sources.main_is_second ? path(sources.main) : std::nullopt, json);
-  json.EndObject();
-}
-
-void PutOrigin(NumberView const& number, JsonWriter& json) {
-  PutOptional("text", number.text, json);
-  PutPlace(number.place, json);
-  json.Key("number");
-  number.text ? json.Number(number.number) : json.Null();
-}
-
-void PutNumbers(Report const& report, JsonWriter& json) {
-  auto const limit = [&json](LimitView const& view) {
-    LimitRange const& range = kLimitRanges[view.limit];
-    PutText("key", view.number.key, json);
-    PutNumber("value", view.value, json);
-    PutText("unit", view.unit, json);
-    PutOrigin(view.number, json);
-    PutNumber("as_read", view.as_read, json);
-    PutNumber("low", range.low, json);
-    PutNumber("high", range.high, json);
-    PutNumber("default", range.otherwise, json);
-    PutBool("replaced", view.as_read < range.low || view.as_read > range.high, json);
-  };
-  auto const switched = [&json](SwitchView const& view) {
-    PutText("key", view.number.key, json);
-    PutBool("on", view.on, json);
-    PutOrigin(view.number, json);
-  };
-  PutList("limits", report.limits, limit, json);
-  PutList("switches", report.switches, switched, json);
-}
-
-void PutSet(SetKind kind, SetView const& set, std::string const& file, JsonWriter& json) {
-  auto const& item = set.item;
-  json.Key(NameOf(kind));
-  json.BeginObject();
-  PutText("set", TextOf(set.bits), json);
-  json.Key("bits");
-  json.BeginArray();
+Json SetObject(SetKind kind, SetView const& set, std::string const& file) {
+  Json bits = Json::array();
   for (std::size_t bit = 0; bit < set.bits.size(); ++bit) {
-    if (!set.bits[bit]) continue;
-    json.BeginObject();
-    PutNumber("bit", static_cast<long long>(bit), json);
-    PutText("tag", TagOf(kind, bit), json);
-    json.EndObject();
+    if (set.bits[bit]) bits.push_back({{"bit", bit}, {"tag", TagOf(kind, bit)}});
   }
-  json.EndArray();
-  PutOptional("text", item ? std::optional(item->value) : std::nullopt, json);
-  PutPlace(item ? Place{file, item->line} : Place{}, json);
-  json.EndObject();
+  Json object{{"set", TextOf(set.bits)}, {"bits", std::move(bits)}};
+  object["text"] = set.item ? Text(set.item->value) : Json();
+  AddPlace(set.item ? Place{file, set.item->line} : Place{}, object);
+  return object;
 }
 
-void PutModules(Report const& report, JsonWriter& json) {
-  auto const module = [&](ModuleView const& view) {
-    PutText("name", view.name, json);
-    PutSet(SetKind::kLevels, view.levels, report.sources.first.path, json);
-    PutSet(SetKind::kOutputs, view.outputs, report.sources.first.path, json);
-  };
-  PutList("modules", report.modules, module, json);
-}
-
-void PutFindings(Findings const& findings, JsonWriter& json) {
-  auto const finding = [&json](Finding const& entry) {
-    PutText("severity", NameOf(entry.severity), json);
-    PutText("kind", entry.kind, json);
-    PutPlace(entry.place, json);
-    PutText("message", entry.message, json);
-  };
-  PutList("findings", findings, finding, json);
+Json FindingObject(Finding const& finding) {
+  Json object{{"severity", NameOf(finding.severity)}, {"kind", finding.kind}};
+  AddPlace(finding.place, object);
+  object["message"] = Text(finding.message);
+  return object;
 }
 
 }  // namespace
 
 std::string AsJson(Report const& report) {
-  JsonWriter json;
-  json.BeginObject();
-  PutText("program", "veltcfg", json);
-  PutText("version", VELT_VERSION, json);
-  PutInstallation(report.installation, json);
-  PutOrder(report.sources, json);
-  PutNumbers(report, json);
-  PutModules(report, json);
-  PutFindings(report.findings, json);
-  PutNumber("status", StatusOf(report.findings), json);
-  json.EndObject();
-  return json.Text() + "\n";
+  Installation const& installation = report.installation;
+  Sources const& sources = report.sources;
+  auto const module = [&sources](ModuleView const& view) {
+    return Json{{"name", Text(view.name)},
+                {"levels", SetObject(SetKind::kLevels, view.levels, sources.first.path)},
+                {"outputs", SetObject(SetKind::kOutputs, view.outputs, sources.first.path)}};
+  };
+  Json const json{
+      {"program", "veltcfg"},
+      {"version", VELT_VERSION},
+      {"environment", List(installation.environment, VariableObject)},
+      {"directories", List(installation.directories, LocationObject)},
+      {"files", List(installation.files, LocationObject)},
+      {"read",
+       {{"first", PathOrNull(sources.first.path)},
+        {"second", sources.main_is_second ? PathOrNull(sources.main.path) : Json()}}},
+      {"limits", List(report.limits, LimitObject)},
+      {"switches", List(report.switches, SwitchObject)},
+      {"modules", List(report.modules, module)},
+      {"findings", List(report.findings, FindingObject)},
+      {"status", StatusOf(report.findings)},
+  };
+  return json.dump(2) + "\n";
 }
 
 }  // namespace velt::tools::cfg
