@@ -7,7 +7,7 @@ set -euo pipefail
 packages=(g++ cmake ninja-build pkg-config libace-dev zlib1g-dev nlohmann-json3-dev libgtest-dev libgmock-dev)
 if [ "${1:-}" = --tests ]; then
   shift
-  packages+=(abigail-tools clang-format clang-tidy doxygen dpkg-dev file jq libfaketime lintian lnav mandoc rsyslog)
+  packages+=(abigail-tools clang-format clang-tidy doxygen dpkg-dev file git jq libfaketime lintian lnav mandoc rsyslog)
 fi
 packages+=("$@")
 

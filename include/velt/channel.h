@@ -202,7 +202,8 @@ class VELT_EXPORT VeltDebugInfo {
   // before the channel's end. A record of level 0 that is not `fromDiscard` brings the ring out first.
   bool OutputString(OutDataUnit const* rec, bool fromDiscard);
 
-  // Writes every record of the ring, printed and logged, and deletes it.
+  // Writes the records that the ring holds when the call begins, printed and logged, and deletes them. At most
+  // that many: records that are filtered meanwhile stay in the ring.
   void OutputDiscardQueue();
 
   // The output thread's entry; `channel` is a VeltDebugInfo. Returns null, at once for a null channel.
