@@ -11,24 +11,11 @@ case ${1:-} in
   load) exec ./tests/load/run.sh "${@:2}" ;;
 esac
 
-scripts/setup.sh strace faketime libfaketime
+scripts/setup.sh jq strace faketime libfaketime
 jobs=$(nproc)
 out=build/campaign
 limit=${VELT_CAMPAIGN_LIMIT:-1200}  # seconds for one scenario
 export VELT_FAULT_SCALE=full
-
-programs=$(sed -nE '/^foreach\(test IN ITEMS/,/\)/{s/^ +([a-z_]+_test)( MEMORY)?\)?$/\1/p}' tests/faults/CMakeLists.txt)
-programs+=" $(sed -nE 's/^ *velt_add_fault_test\(([a-z_]+_test).*/\1/p' tests/faults/CMakeLists.txt)"
-if [ $# -gt 0 ]; then
-  chosen=
-  for name in "$@"; do
-    name=${name%.cpp}
-    name=${name%_test}_test
-    grep -qw "$name" <<<"$programs" || { echo "no scenarios $name in tests/faults" >&2; exit 2; }
-    chosen+=" $name"
-  done
-  programs=$chosen
-fi
 
 rm -rf "$out"
 mkdir -p "$out"
@@ -38,22 +25,20 @@ only_release='^(kill|clock)_test$'
 
 build() {  # PRESET
   printf '== build %s\n' "$1"
-  # shellcheck disable=SC2086
-  if ! { cmake --preset "$1" && cmake --build --preset "$1" --target fault_host fault_shim_preload $programs; } \
-    >"$out/build-$1.log" 2>&1; then
+  if ! { cmake --preset "$1" && cmake --build --preset "$1" --target fault_scenarios; } >"$out/build-$1.log" 2>&1; then
     tail -n 100 "$out/build-$1.log"
     exit 1
   fi
 }
 
-# Lines "PRESET PROGRAM SUITE.TEST", one scenario each.
+# Lines "PRESET PROGRAM SUITE.TEST", one scenario each: the test cases that ctest knows by the label faults.
 scenarios() {  # PRESET
-  local program
-  for program in $programs; do
-    if [ "$1" != release ] && [[ $program =~ $only_release ]]; then continue; fi
-    "build/$1/tests/faults/$program" --gtest_list_tests |
-      awk -v head="$1 $program" '/^[^ ]/ && /\.$|\. +#/ { suite = $1 } /^  / { print head, suite $1 }'
-  done
+  ctest --test-dir "build/$1" --show-only=json-v1 -L '^faults$' |
+    jq -r '.tests[].command | (.[0] | sub(".*/"; "")) + " " + (.[1] | ltrimstr("--gtest_filter="))' |
+    while read -r program test; do
+      if [ "$1" != release ] && [[ $program =~ $only_release ]]; then continue; fi
+      if [ ${#chosen[@]} -eq 0 ] || [[ " ${chosen[*]} " == *" $program "* ]]; then echo "$1 $program $test"; fi
+    done
 }
 
 # One scenario in a process of its own; its log ends with "== RESULT".
@@ -80,7 +65,15 @@ run_one() {
 export -f run_one
 export out limit
 
+chosen=()
+for name in "$@"; do
+  name=${name%.cpp}
+  chosen+=("${name%_test}_test")
+done
 build release
+for name in "${chosen[@]}"; do
+  grep -q "^release $name " <<<"$(scenarios release)" || { echo "no scenarios $name in tests/faults" >&2; exit 2; }
+done
 build asan
 echo 'build,scenario,figures' >"$out/figures.csv"
 : >"$out/results"

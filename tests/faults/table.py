@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Puts what the last campaign came to into docs/reliability.md, between its two marks."""
+"""Puts what the last campaign came to between the marks of two documents: the sums, and a line for each scenario."""
 
 import re
 import sys
@@ -8,7 +8,8 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 CAMPAIGN = ROOT / "build" / "campaign"
-DOCUMENT = ROOT / "docs" / "reliability.md"
+SUMMARY = ROOT / "docs" / "reliability.md"
+FIGURES = ROOT / "docs" / "figures" / "campaign.md"
 BEGIN = "<!-- figures of the last campaign -->"
 END = "<!-- end of the figures -->"
 BUILDS = ("release", "asan")
@@ -97,14 +98,19 @@ def rows(results, figures):
         yield f"| {shown} | {outcome} | {both} |"
 
 
+def replace(document, text):
+    """Puts `text` between the marks of `document`."""
+    old = document.read_text()
+    if old.count(BEGIN) != 1 or old.count(END) != 1:
+        sys.exit(f"{document}: the marks of the figures are missing")
+    head, rest = old.split(BEGIN)
+    document.write_text(f"{head}{BEGIN}\n\n{text}\n\n{END}{rest.split(END)[1]}")
+
+
 def main():
-    text = DOCUMENT.read_text()
-    if text.count(BEGIN) != 1 or text.count(END) != 1:
-        sys.exit(f"{DOCUMENT}: the marks of the figures are missing")
     results, figures = results_of_scenarios(), figures_of_scenarios()
-    table = "\n".join([totals(results, figures), "", "| scenario | result | figures |", "|---|---|---|", *rows(results, figures)])
-    head, rest = text.split(BEGIN)
-    DOCUMENT.write_text(f"{head}{BEGIN}\n\n{table}\n\n{END}{rest.split(END)[1]}")
+    replace(SUMMARY, totals(results, figures))
+    replace(FIGURES, "\n".join(["| scenario | result | figures |", "|---|---|---|", *rows(results, figures)]))
 
 
 if __name__ == "__main__":
