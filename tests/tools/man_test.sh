@@ -39,14 +39,14 @@ for program in veltpipe veltcfg; do
 done
 
 findings_of_page() {
-  sed -n '/^\.Sh FINDINGS/,/^\.Sh ENVIRONMENT/p' "$pages/veltcfg.1" | grep '^\.It' | grep -o 'Ql [a-z-]*'
+  sed -n '/^\.Sh FINDINGS/,/^\.Sh ENVIRONMENT/p' "$pages/veltcfg.1" | grep '^\.It' | grep -o 'Ic [a-z-]*'
 }
 findings_of_source() {
   grep -hoE '"[a-z]+(-[a-z]+)+"|"duplicate"|"overridden"' \
     "$source_directory"/tools/veltcfg/{check_*,config_lines,installation,sources}.cpp
 }
 same 'words of findings in source and page' "$(findings_of_source | tr -d '"' | sort -u)" \
-  "$(findings_of_page | sed 's/Ql //' | sort)"
+  "$(findings_of_page | sed 's/Ic //' | sort)"
 
 # KEY DEFAULT LOW HIGH of each limit, as veltcfg says it; the size of a file in megabytes, as it is configured.
 scratch=$(mktemp -d)
@@ -84,6 +84,10 @@ if command -v mandoc >/dev/null; then
   for page in "$pages"/*; do
     warnings=$(mandoc -Tlint -Wwarning "$page") || true
     [[ -z $warnings ]] || complain "$warnings"
+    # A quote within quotes is a macro that has taken in the ones behind it.
+    if nested=$(mandoc -Tutf8 "$page" | col -b | grep -E "‘[^’]*‘|’’"); then
+      complain "${page##*/} has quotes within quotes: $nested"
+    fi
   done
 fi
 exit "$failed"

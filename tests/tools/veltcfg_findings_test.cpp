@@ -16,6 +16,7 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 
 class VeltcfgFindingsTest : public VeltcfgTest {};
 
@@ -94,6 +95,19 @@ TEST_F(VeltcfgFindingsTest, ANameInAnotherCaseIsAWarning) {
       FindingsOn("nmaxfilenum = 7\nDEBUG_level = 1\n"),
       ElementsAre("default_debug.cfg:1: warning: \"nmaxfilenum\" is not \"nMaxFileNum\" [name-case]",
                   "default_debug.cfg:2: warning: \"DEBUG_level\" is not \"debug_level\" [name-case]"));
+}
+
+TEST_F(VeltcfgFindingsTest, AModuleThatDiffersFromAnotherInItsCaseOnlyIsANoteOnce) {
+  EXPECT_THAT(
+      FindingsOn("store_level = 1\nStore_output = 1\nStore_level = 1\nnet_level = 1\nSTORE_level = 1\n", 0),
+      ElementsAre("default_debug.cfg:2: note: \"Store_output\" is of module \"Store\", another than "
+                  "\"store\" of line 1 [module-case]",
+                  "default_debug.cfg:5: note: \"STORE_level\" is of module \"STORE\", another than "
+                  "\"store\" of line 1 [module-case]"));
+}
+
+TEST_F(VeltcfgFindingsTest, ItemsOfOneModuleInOneCaseAreNoNote) {
+  EXPECT_THAT(FindingsOn("Store_output = 1\nStore_level = 1\nstores_level = 1\n", 0), IsEmpty());
 }
 
 TEST_F(VeltcfgFindingsTest, ASwitchInTheDebugConfigurationIsInTheWrongFile) {

@@ -62,8 +62,9 @@ TEST_F(VeltcfgTest, NoRootAndNoFileIsExitCodeTwo) {
 
 TEST_F(VeltcfgTest, EachMistakeOnTheCommandLineIsExitCodeTwoAndAMessage) {
   WriteFile(root_.DebugFile(), "");
-  std::vector<std::vector<std::string>> const mistakes{{"--unknown"}, {"--name"},         {"--name", ""},
-                                                       {""},          {"a.cfg", "b.cfg"}, {"--json=yes"}};
+  std::vector<std::vector<std::string>> const mistakes{
+      {"--unknown"},      {"--name"},     {"--name", ""},       {""},
+      {"a.cfg", "b.cfg"}, {"--json=yes"}, {"--json", "--quiet"}};
   for (auto const& mistake : mistakes) {
     SCOPED_TRACE(mistake.front());
 
@@ -81,7 +82,7 @@ TEST_F(VeltcfgTest, HelpNamesEveryOptionAndVersionIsOneLine) {
   Outcome const version = Run({"--version"});
 
   EXPECT_EQ(help.exit_code, 0);
-  for (char const* const option : {"--name", "--json", "--help", "--version"}) {
+  for (char const* const option : {"--name", "--json", "--quiet", "--help", "--version"}) {
     EXPECT_THAT(help.out, HasSubstr(std::string("\n  ") + option + " "));
   }
   EXPECT_EQ(version.exit_code, 0);
@@ -101,6 +102,30 @@ TEST_F(VeltcfgTest, AnOutputThatTakesNothingIsExitCodeTwo) {
     EXPECT_THAT(Lines(ReadFile(root_.Dir() / "err")).back(),
                 "veltcfg: cannot write to standard output: No space left on device");
   }
+}
+
+TEST_F(VeltcfgTest, QuietShowsTheFindingsAloneWithTheSameExitCode) {
+  WriteFile(root_.DebugFile(), "nMaxFileNum = 101\ncolour = red\n");
+
+  Outcome const outcome = Run({"--quiet"});
+
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.out,
+            root_.DebugFile() +
+                ":1: warning: nMaxFileNum = 101 is not from 0 to 100: 50 replaces it "
+                "[limit-replaced]\n" +
+                root_.DebugFile() +
+                ":2: note: \"colour\" is not a name that traces are configured by [unknown-name]\n");
+}
+
+TEST_F(VeltcfgTest, QuietSaysNothingAboutACleanConfiguration) {
+  WriteFile(root_.DebugFile(), "nMaxFileNum = 100\n");
+
+  Outcome const outcome = Run({"--quiet"});
+
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_THAT(outcome.out, IsEmpty());
+  EXPECT_THAT(outcome.err, IsEmpty());
 }
 
 TEST_F(VeltcfgTest, NothingIsLeftOnDisk) {

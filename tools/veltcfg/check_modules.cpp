@@ -1,6 +1,9 @@
 // Texts of level and output sets, and items whose names register another module than they seem to.
+#include <strings.h>
+
 #include <algorithm>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -74,6 +77,28 @@ void CheckDuplicates(Report& report) {
   }
 }
 
+struct CaselessLess {
+  bool operator()(std::string const& left, std::string const& right) const {
+    return strcasecmp(left.c_str(), right.c_str()) < 0;
+  }
+};
+
+// Names of modules are case-sensitive: what looks like one module with both its sets may be two with one
+// each.
+void CheckCase(Report& report) {
+  std::map<std::string, std::pair<std::string, int>, CaselessLess> first;  // a module and the line it is on
+  std::set<std::string> noted;
+  for (auto const& item : report.sources.first.items) {
+    for (auto const& entry : ModuleItemsOf(item)) {
+      auto const& [module, line] = first.try_emplace(entry.module, entry.module, item.line).first->second;
+      if (module == entry.module || !noted.insert(entry.module).second) continue;
+      AddFinding(report.findings, Severity::kNote, "module-case", {report.sources.first.path, item.line},
+                 Quoted(item.name) + " is of module " + Quoted(entry.module) + ", another than " +
+                     Quoted(module) + " of line " + std::to_string(line));
+    }
+  }
+}
+
 // The two items that are also looked up in the second file do not arrive from there.
 void CheckDebugItem(char const* key, SetKind kind, Report& report) {
   Sources const& sources = report.sources;
@@ -98,6 +123,7 @@ void CheckModules(Report& report) {
   }
   for (auto const& item : report.sources.first.items) CheckName(item, report);
   CheckDuplicates(report);
+  CheckCase(report);
   CheckDebugItem(DEBUGLEVELITEM, SetKind::kLevels, report);
   CheckDebugItem(DEBUGOUPUTTITEM, SetKind::kOutputs, report);
 }

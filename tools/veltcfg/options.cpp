@@ -9,10 +9,11 @@
 namespace velt::tools::cfg {
 namespace {
 
-enum Key { kName = 256, kJson, kHelp, kVersion };
+enum Key { kName = 256, kJson, kQuiet, kHelp, kVersion };
 
-constexpr std::array<option, 5> kLongOptions{{{"name", required_argument, nullptr, kName},
+constexpr std::array<option, 6> kLongOptions{{{"name", required_argument, nullptr, kName},
                                               {"json", no_argument, nullptr, kJson},
+                                              {"quiet", no_argument, nullptr, kQuiet},
                                               {"help", no_argument, nullptr, kHelp},
                                               {"version", no_argument, nullptr, kVersion},
                                               {nullptr, 0, nullptr, 0}}};
@@ -37,6 +38,9 @@ CommandLine ParseCommandLine(int argc, char** argv) {
       case kJson:
         line.options.json = true;
         break;
+      case kQuiet:
+        line.options.quiet = true;
+        break;
       case kHelp:
         line.request = Request::kHelp;
         return line;
@@ -46,6 +50,9 @@ CommandLine ParseCommandLine(int argc, char** argv) {
       default:
         return UsageError({});  // getopt_long has said what is wrong
     }
+  }
+  if (line.options.json && line.options.quiet) {
+    return UsageError("--quiet shortens the report for people; of --json, take the member findings");
   }
   if (line.options.name.empty()) return UsageError("--name is empty; no host starts without a name");
   if (optind < argc) {
@@ -65,6 +72,7 @@ Nothing is changed on disk.
 
   --name NAME    name of the host (default server_); only VELTMrb_p2_ makes a difference
   --json         print the report as JSON
+  --quiet        print the findings alone, nothing where there are none
   --help         show this text
   --version      show the version
 

@@ -10,6 +10,7 @@ struct Options {
   std::string file;              // the host's own; empty: it has none
   std::string name = "server_";  // of the host; never empty
   bool json = false;
+  bool quiet = false;  // the findings alone
 };
 
 enum class Request { kRun, kHelp, kVersion, kUsageError };

@@ -83,7 +83,6 @@ void AddModules(Report const& report, Page& page) {
 }
 
 void AddFindings(Findings const& findings, Page& page) {
-  page.Add(findings.empty() ? "Findings: none" : "Findings");
   for (auto const& finding : findings) {
     page.Add(At(finding.place) + ": " + NameOf(finding.severity) + ": " + finding.message + " [" +
              finding.kind + "]");
@@ -91,6 +90,12 @@ void AddFindings(Findings const& findings, Page& page) {
 }
 
 }  // namespace
+
+std::string FindingsAsText(Findings const& findings) {
+  Page page;
+  AddFindings(findings, page);
+  return page.Text();
+}
 
 std::string AsText(Report const& report) {
   Page page;
@@ -102,6 +107,7 @@ std::string AsText(Report const& report) {
     AddNumbers(report, page);
     AddModules(report, page);
   }
+  page.Add(report.findings.empty() ? "Findings: none" : "Findings");
   AddFindings(report.findings, page);
   return page.Text();
 }

@@ -44,9 +44,14 @@ Report MakeReport(Options const& options) {
 
 bool Say(std::string const& text) { return velt::tools::Say("veltcfg", text); }
 
+std::string InForm(Options const& options, Report const& report) {
+  if (options.json) return AsJson(report);
+  return options.quiet ? FindingsAsText(report.findings) : AsText(report);
+}
+
 int Run(Options const& options) {
   Report const report = MakeReport(options);
-  if (!Say(options.json ? AsJson(report) : AsText(report))) return kUnusable;
+  if (!Say(InForm(options, report))) return kUnusable;
   return StatusOf(report.findings);
 }
 
