@@ -1,7 +1,7 @@
 # What `cmake --install` puts where, in three components: runtime, development, tools.
 include(CMakePackageConfigHelpers)
-find_program(VELT_GZIP gzip REQUIRED)
-mark_as_advanced(VELT_GZIP)
+find_program(VELT_GZIP_PROGRAM gzip REQUIRED)
+mark_as_advanced(VELT_GZIP_PROGRAM)
 
 set(velt_runtime_doc ${CMAKE_INSTALL_DATADIR}/doc/libveltbaseutil1)
 set(velt_development_doc ${CMAKE_INSTALL_DATADIR}/doc/libveltbaseutil-dev)
@@ -47,7 +47,7 @@ set(velt_compressed)
 function(velt_compress source result)
   add_custom_command(OUTPUT ${result} DEPENDS ${source}
     COMMAND ${CMAKE_COMMAND} -E copy ${source} ${result}.plain
-    COMMAND ${VELT_GZIP} -9nf -S .gz ${result}.plain
+    COMMAND ${VELT_GZIP_PROGRAM} -9nf -S .gz ${result}.plain
     COMMAND ${CMAKE_COMMAND} -E rename ${result}.plain.gz ${result})
 endfunction()
 

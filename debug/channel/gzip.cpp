@@ -1,4 +1,7 @@
 // Compresses one finished log file.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <memory>
 #include <new>
@@ -7,26 +10,39 @@
 
 #include "velt/channel.h"
 
+#include "debug/channel/archive_writer.h"
+#include "platform/descriptor.h"
+
 namespace {
 
 constexpr unsigned kBlockBytes = 65'535;
+constexpr mode_t kNewArchiveMode = 0666;  // less the umask; housekeeping narrows it once the archive is whole
 
 struct CloseGzip {
   void operator()(gzFile_s* file) const { gzclose(file); }
 };
 using GzipFile = std::unique_ptr<gzFile_s, CloseGzip>;
 
+// A source that is gzip data is unpacked, any other one read as it is.
+GzipFile OpenSource(char const* path) {
+  int const descriptor = velt::OpenAboveStandard(path, O_RDONLY);
+  if (descriptor == -1) return nullptr;
+  GzipFile source(gzdopen(descriptor, "rb"));
+  if (source == nullptr) (void)close(descriptor);
+  return source;
+}
+
 enum class Copied { kAll, kNothing, kWriteFailed };
 
-Copied CopyAll(gzFile_s* in, gzFile_s* out, char* block) {
+Copied CopyAll(gzFile_s* in, velt::ArchiveWriter& out, char* block) {
   int got = gzread(in, block, kBlockBytes);
   if (got == 0) return Copied::kNothing;
   // A read that fails ends the copy like the end of the file, the very first one too: a source that cannot be
   // read is given up for good instead of being met again at every rotation.
   for (; got > 0; got = gzread(in, block, kBlockBytes)) {
-    int const put = gzwrite(out, block, static_cast<unsigned>(got));
+    unsigned const put = out.Write(block, static_cast<unsigned>(got));
     if (put == 0) return Copied::kWriteFailed;
-    if (put != got) break;
+    if (put != static_cast<unsigned>(got)) break;
   }
   return Copied::kAll;
 }
@@ -34,15 +50,19 @@ Copied CopyAll(gzFile_s* in, gzFile_s* out, char* block) {
 }  // namespace
 
 int VeltDebugInfo::GZCompress(std::string const& source, std::string const& destination) const {
-  GzipFile const in(gzopen(source.c_str(), "rb"));
+  GzipFile const in = OpenSource(source.c_str());
   if (in == nullptr) return -1;
-  GzipFile out(gzopen(destination.c_str(), "wb"));
-  if (out == nullptr) return -1;
-  std::unique_ptr<char[]> const block(new (std::nothrow) char[kBlockBytes]);
-
-  bool complete = block != nullptr && CopyAll(in.get(), out.get(), block.get()) == Copied::kAll;
-  // What the archive still holds back is written by its close, so a full device may show only there.
-  if (gzclose(out.release()) != Z_OK) complete = false;
+  int const archive =
+      velt::OpenAboveStandard(destination.c_str(), O_WRONLY | O_CREAT | O_TRUNC, kNewArchiveMode);
+  if (archive == -1) return -1;
+  velt::ArchiveWriter out;
+  bool complete = out.Start(archive);
+  if (complete) {
+    std::unique_ptr<char[]> const block(new (std::nothrow) char[kBlockBytes]);
+    complete = block != nullptr && CopyAll(in.get(), out, block.get()) == Copied::kAll;
+    // What the archive still holds back is written by its close, so a full device may show only there.
+    if (!out.Close()) complete = false;
+  }
   if (complete) return 0;
   (void)std::remove(destination.c_str());  // a broken archive that stays is overwritten at the next rotation
   return -1;

@@ -1,4 +1,5 @@
 // Compressing one file, in every way that can end.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -35,6 +37,48 @@ std::string Noise(std::size_t size) {
   }
   return text;
 }
+
+// Lines as servers write them, the same for the same count.
+std::string Lines(unsigned count) {
+  std::string text;
+  for (unsigned i = 0; i < count; ++i)
+    text += "GET /api/v2/orders/" + std::to_string(i * 2'654'435'761U) + " 200 in " +
+            std::to_string(i % 977) + " ms\n";
+  return text;
+}
+
+// A compression of what is written into a pipe: it is on its way until the pipe is closed.
+class RunningCompression {
+ public:
+  RunningCompression(VeltDebugInfo const& channel, std::string const& source, std::string const& archive)
+      : made_(mkfifo(source.c_str(), 0600) == 0),
+        thread_([&channel, source, archive, this] { result_ = channel.GZCompress(source, archive); }) {
+    int const writer = open(source.c_str(), O_WRONLY | O_CLOEXEC);
+    writer_ = fcntl(writer, F_DUPFD_CLOEXEC, 100);
+    close(writer);
+    (void)!write(writer_, "text", 4);
+    both_open_ = WaitUntil([&] { return Exists(archive); }, std::chrono::seconds(10));
+  }
+  ~RunningCompression() { Finish(); }
+  RunningCompression(RunningCompression const&) = delete;
+  RunningCompression& operator=(RunningCompression const&) = delete;
+
+  bool BothOpen() const { return made_ && both_open_; }
+  int Finish() {
+    if (thread_.joinable()) {
+      close(writer_);
+      thread_.join();
+    }
+    return result_;
+  }
+
+ private:
+  bool made_;
+  bool both_open_ = false;
+  int writer_ = -1;
+  int result_ = -2;
+  std::thread thread_;
+};
 
 class GzipTest : public ::testing::Test {
  protected:
@@ -67,6 +111,87 @@ TEST_F(GzipTest, AnArchiveIsGzipDataAndSmallerThanARepetitiveSource) {
   std::string const packed = ReadFile(archive);
   EXPECT_EQ(packed.substr(0, 3), "\x1F\x8B\x08");
   EXPECT_LT(packed.size(), 10'000U);
+}
+
+TEST_F(GzipTest, GzipZcatAndPythonReadAnArchiveOfEverySizeAsOneMember) {
+  for (std::string const& content :
+       {std::string("x"), Noise(65'536), Noise(3'000'000), Lines(20'000), Lines(1)}) {
+    SCOPED_TRACE(content.size());
+    WriteFile(source, content);
+    ASSERT_EQ(Compress(), 0);
+
+    EXPECT_EQ(RunProgram({"gzip", "-t", archive}).exit_code, 0);
+    EXPECT_TRUE(RunProgram({"zcat", archive}).out == content);
+    EXPECT_TRUE(
+        RunProgram({"python3", "-c",
+                    "import gzip, sys; sys.stdout.buffer.write(gzip.open(sys.argv[1]).read())", archive})
+            .out == content);
+    Outcome const members = RunProgram(
+        {"python3", "-c",
+         "import sys, zlib; d = zlib.decompressobj(31); d.decompress(open(sys.argv[1], 'rb').read()); "
+         "print(d.eof, len(d.unused_data))",
+         archive});
+    EXPECT_EQ(members.out, "True 0\n") << "a whole member, and nothing behind it";
+  }
+}
+
+TEST_F(GzipTest, ANewArchiveHasTheModeThatTheUmaskLeaves) {
+  WriteFile(source, "content");
+  mode_t const before = umask(0027);
+
+  int const result = Compress();
+
+  umask(before);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(ModeOf(archive), 0640U);
+}
+
+TEST_F(GzipTest, ALargeSourceTakesNoMoreMemoryThanASmallOne) {
+  WriteFile(source, "");
+  fs::resize_file(source, 100'000'000);
+
+  Outcome const child = RunInChild([this] {
+    rusage before{};
+    rusage after{};
+    getrusage(RUSAGE_SELF, &before);
+    int const result = Compress();
+    getrusage(RUSAGE_SELF, &after);
+    return result == 0 && after.ru_maxrss - before.ru_maxrss < 20'000 ? 0 : 1;
+  });
+
+  EXPECT_EQ(child.exit_code, 0);
+}
+
+TEST_F(GzipTest, AProgramThatTheHostStartsMeanwhileInheritsNeitherFile) {
+  RunningCompression running(*channel, source, archive);
+  ASSERT_TRUE(running.BothOpen());
+
+  std::string const inherited = RunProgram({"ls", "-l", "/proc/self/fd"}).out;
+
+  EXPECT_NE(inherited.find(" 0 -> "), std::string::npos) << inherited;
+  EXPECT_EQ(inherited.find(source), std::string::npos) << inherited;
+  EXPECT_EQ(inherited.find(archive), std::string::npos) << inherited;
+  EXPECT_EQ(running.Finish(), 0);
+  EXPECT_EQ(ReadGzip(archive), "text");
+}
+
+TEST_F(GzipTest, InAHostWithoutStandardDescriptorsNeitherFileBecomesOne) {
+  Outcome const child = RunInChild([this] {
+    for (int standard = 0; standard < 3; ++standard) close(standard);
+    RunningCompression running(*channel, source, archive);
+    if (!running.BothOpen()) return 2;
+    // An open may pass through one on its way.
+    auto const none = [] {
+      for (int standard = 0; standard < 3; ++standard)
+        if (fcntl(standard, F_GETFD) != -1) return false;
+      return true;
+    };
+    bool const kept_free = WaitUntil(none, std::chrono::seconds(10));
+    return kept_free && running.Finish() == 0 ? 0 : 1;
+  });
+
+  EXPECT_EQ(child.exit_code, 0);
+  EXPECT_EQ(ReadGzip(archive), "text");
 }
 
 TEST_F(GzipTest, AnExistingDestinationIsReplaced) {
@@ -114,6 +239,7 @@ TEST_F(GzipTest, ADirectoryAsSourceIsDoneWithAnEmptyArchive) {
   EXPECT_TRUE(Exists(archive));
   EXPECT_EQ(ReadFile(archive).substr(0, 2), "\x1F\x8B");
   EXPECT_EQ(ReadGzip(archive), kEmptyArchive);
+  EXPECT_EQ(RunProgram({"gzip", "-t", archive}).exit_code, 0) << "empty, and whole";
   EXPECT_TRUE(fs::is_directory(source));
 }
 

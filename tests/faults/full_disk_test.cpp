@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "debug/channel/archive_writer.h"
 #include "tests/checker/report.h"
 #include "tests/faults/scenario.h"
 #include "tests/faults/shim/shim.h"
@@ -136,12 +137,12 @@ TEST_F(FullDiskTest, AnArchiveThatFailsOnlyAtItsCloseIsRemovedAndThePlainFileSta
   SKIP_WITHOUT_A_DISK();
   Family family = OnDisk();
   family.setup.max_bytes =
-      11'500;  // three pages; the archive is one page and a part, less than zlib holds back
+      11'500;  // three pages; the archive is one page and a part, less than a compressor holds back
   family.expected.max_bytes = family.setup.max_bytes;
   family.Start();
   ASSERT_TRUE(family.WaitForFile());
   disk.FillBut(2 + 1);
-  int const at_close = shim::AddRule({Call::kGzclose, Action::kDelay, 1, 0, 0, 0, nullptr});
+  int const at_close = shim::AddRule({Call::kClose, Action::kDelay, 1, 0, 0, 0, "*.gz"});
   int const at_write = shim::AddRule({Call::kWrite, Action::kDelay, 1, 0, 0, 0, "*.gz"});
   test::WaitForNextSecond();
   std::string const first = family.OpenLog();
@@ -151,7 +152,7 @@ TEST_F(FullDiskTest, AnArchiveThatFailsOnlyAtItsCloseIsRemovedAndThePlainFileSta
   }
   ASSERT_TRUE(test::WaitUntil([&] { return family.OpenLog() != first; }));
 
-  EXPECT_EQ(shim::MatchedCalls(at_close), 2U) << "of the source and of the archive";
+  EXPECT_EQ(shim::MatchedCalls(at_close), 1U);
   EXPECT_GE(shim::MatchedCalls(at_write), 1U);
   EXPECT_TRUE(test::Exists(first));
   EXPECT_EQ(test::FilesOf(family.setup.directory, "t_", ".gz").size(), 0U) << "no broken archive";
@@ -221,12 +222,20 @@ TEST_F(CompressionFaultTest, AnArchiveThatIsRefusedAtAnyOfItsWritesIsMadeAtTheNe
 }
 
 TEST_F(CompressionFaultTest, AFailingCallOfTheCompressorLeavesThePlainFile) {
+  struct {
+    Call call;
+    char const* path;
+  } const calls[] = {{Call::kWrite, "*.log.gz"},
+                     {Call::kClose, "*.log.gz"},
+                     {Call::kGzwrite, nullptr},  // these two are of zlib's writer
+                     {Call::kGzclose, nullptr}};
+  unsigned const made = std::string(ArchiveWriterName()) == "zlib" ? 4 : 2;
   unsigned faults = 0;
-  for (Call const call : {Call::kGzwrite, Call::kGzclose}) {
-    SCOPED_TRACE(static_cast<int>(call));
-    faults += Run(40'000, {call, Action::kFail, 1, 1, EIO, 0, nullptr}) ? 1 : 0;
+  for (unsigned i = 0; i < made; ++i) {
+    SCOPED_TRACE(i);
+    faults += Run(40'000, {calls[i].call, Action::kFail, 1, 1, EIO, 0, calls[i].path}) ? 1 : 0;
   }
-  EXPECT_EQ(faults, 2U);
+  EXPECT_EQ(faults, made);
   Figure({{"faults", faults},
           {"in_files", static_cast<long long>(in_files)},
           {"lost", static_cast<long long>(lost)}});

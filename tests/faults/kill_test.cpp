@@ -98,7 +98,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Step{"WhenTheArchiveIsOpened", "open,action=stop,path=*.log.gz", 30, 0},
                     Step{"AtTheFirstByteOfTheArchive", "write,action=stop,first=1,path=*.log.gz", 30, 0},
                     Step{"InTheMiddleOfACompression", "write,action=stop,first=6,path=*.log.gz", 30, 0},
-                    Step{"AtTheCloseOfTheArchive", "gzclose,action=stop,first=1", 30, 0},
+                    Step{"AtTheCloseOfTheArchive", "close,action=stop,path=*.log.gz", 30, 0},
                     Step{"BeforeThePlainFileIsRemoved", "remove,action=stop,path=*.log", 30, 0},
                     Step{"BeforeAnOrdinaryUsersPlainFileIsRemoved", "remove,action=stop,path=*.log", 30, 0,
                          true},

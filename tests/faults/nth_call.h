@@ -30,6 +30,7 @@ struct Fault {
   shim::Call call;
   int error;
   Lasts lasts;
+  bool of_archives = false;  // calls with a path: of archives alone
 };
 
 // Test names without addresses.
@@ -54,6 +55,7 @@ struct Life {
     family.expected.max_bytes = 0;
     family.producers.records = 1'000;
     pattern = "*/logs" + std::to_string(nth) + "/*";
+    archives = pattern + ".log.gz";
   }
 
   unsigned Applied() const { return shim::AppliedCalls(rule); }
@@ -62,6 +64,7 @@ struct Life {
   unsigned n;
   Family family;
   std::string pattern;
+  std::string archives;
   int rule = -1;
   int opened = -1;  // a rule that harms nobody and counts the log files
 };
@@ -71,7 +74,9 @@ class NthCall : public Scenario, public testing::WithParamInterface<Fault> {
  protected:
   int AddRule(Life const& life, bool anywhere = false) const {
     unsigned const count = GetParam().lasts == Lasts::kOnce ? 1 : 0;
-    char const* const path = anywhere ? nullptr : life.pattern.c_str();
+    char const* const path = anywhere                 ? nullptr
+                             : GetParam().of_archives ? life.archives.c_str()
+                                                      : life.pattern.c_str();
     return shim::AddRule({GetParam().call, shim::Action::kFail, life.n, count, GetParam().error, 0, path});
   }
 

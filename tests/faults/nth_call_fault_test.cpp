@@ -2,8 +2,8 @@
 // until it is mended, or from there on until the channel has ended.
 //
 // fopen64 of a log file, open and close of both files of a compression (the close of a log file is one within
-// the C library), opendir, remove, zlib's write and close. The library renames nothing at all, so no rename
-// can fail.
+// the C library), opendir, remove, write and close of an archive, and where zlib writes them its own two. The
+// library renames nothing at all, so no rename can fail.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "debug/channel/archive_writer.h"
 #include "tests/checker/report.h"
 #include "tests/faults/nth_call.h"
 #include "tests/faults/process_state.h"
@@ -55,6 +56,7 @@ class NthCallFaultTest : public NthCall {
   // prune, and the start, where there is nothing to compress, has both, too.
   unsigned ArchivesUnderTheFault(Life const& life) const {
     if (TheFault() == Lasts::kOnce) return Recorded(life);  // what failed is made up for at the next file
+    if (GetParam().of_archives) return life.n - 1;          // one write and one close each
     switch (GetParam().call) {
       case Call::kFopen:
       case Call::kGzwrite:
@@ -171,6 +173,7 @@ TEST_P(NthCallFaultTest, CostsNoMoreThanWhatIsMetWhileNoFileIsOpen) {
 }
 
 std::vector<Fault> FaultsOfFiles() {
+  bool const by_zlib = std::string(ArchiveWriterName()) == "zlib";
   std::vector<Fault> all;
   for (Lasts const lasts : {Lasts::kOnce, Lasts::kUntilMended, Lasts::kUntilTheEnd}) {
     all.insert(all.end(), {{"Fopen", Call::kFopen, EMFILE, lasts},
@@ -178,8 +181,11 @@ std::vector<Fault> FaultsOfFiles() {
                            {"Close", Call::kClose, EIO, lasts},
                            {"Opendir", Call::kOpendir, EMFILE, lasts},
                            {"Remove", Call::kRemove, EPERM, lasts},
-                           {"Gzwrite", Call::kGzwrite, ENOSPC, lasts},
-                           {"Gzclose", Call::kGzclose, EIO, lasts}});
+                           {"WriteOfAnArchive", Call::kWrite, ENOSPC, lasts, true},
+                           {"CloseOfAnArchive", Call::kClose, EIO, lasts, true}});
+    if (!by_zlib) continue;
+    all.insert(all.end(),
+               {{"Gzwrite", Call::kGzwrite, ENOSPC, lasts}, {"Gzclose", Call::kGzclose, EIO, lasts}});
   }
   return all;
 }

@@ -87,7 +87,7 @@ def rows(results, figures):
     last = None
     for (program, scenario), builds in sorted(results.items()):
         if program != last:
-            yield f"| **{program.removesuffix('_test').replace('_', ' ')}** | | |"
+            yield f"| **{program.replace('_test', '').replace('_', ' ')}** | | |"
             last = program
         names = scenario.split("/")
         case = next(name.split(".")[1] for name in names if "." in name)
