@@ -8,6 +8,7 @@ set(velt_development_doc ${CMAKE_INSTALL_DATADIR}/doc/libveltbaseutil-dev)
 set(velt_tools_doc ${CMAKE_INSTALL_DATADIR}/doc/veltbaseutil-tools)
 set(velt_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/veltbaseutil)
 set(velt_made ${PROJECT_BINARY_DIR}/install)
+file(MAKE_DIRECTORY ${velt_made}/lnav)
 
 # The library and what compiling against it needs.
 install(TARGETS veltbaseutil EXPORT veltbaseutil-targets
@@ -34,13 +35,21 @@ install(TARGETS veltpipe veltcfg RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COM
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/conf ${PROJECT_SOURCE_DIR}/examples/rsyslog
   ${PROJECT_SOURCE_DIR}/examples/engine_syslog DESTINATION ${velt_tools_doc}/examples COMPONENT tools)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATADIR}/veltbaseutil COMPONENT tools)
+# lnav looks for formats of the machine in /etc/lnav, whatever its own prefix: a link there, from packages only. It
+# points to nothing while the package is made.
+file(CREATE_LINK /usr/share/veltbaseutil/lnav/veltbaseutil/veltbaseutil_log.json
+  ${velt_made}/lnav/veltbaseutil_log.json SYMBOLIC)
+install(CODE "if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
+  file(INSTALL ${velt_made}/lnav/veltbaseutil_log.json DESTINATION /etc/lnav/formats/veltbaseutil)
+endif()" COMPONENT tools)
 
 # Documents.
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${velt_development_doc} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${velt_development_doc} COMPONENT development
   FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "man" EXCLUDE PATTERN "tools" EXCLUDE)
-install(FILES ${PROJECT_SOURCE_DIR}/docs/operations.md ${PROJECT_SOURCE_DIR}/docs/shipping.md
-  DESTINATION ${velt_tools_doc} COMPONENT tools)
+# Operators read two of the documents, which link to others, and those to more.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${velt_tools_doc} COMPONENT tools
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "man" EXCLUDE PATTERN "tools" EXCLUDE)
 
 # Manual pages and change logs are installed compressed, as Debian has them.
 set(velt_compressed)

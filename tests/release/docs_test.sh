@@ -135,19 +135,19 @@ documented() {
   local command=${2//\/var\/log\/server/$scratch\/log}
   command=${command//share\/lnav/$source_directory\/share\/lnav}
   command=${command//'\(dq'/\"}
-  command=${command//\/opt\/server/$scratch\/srv}
+  command=${command//\/opt\/server/\/srv}
   printf '%s' "${command//\/srv/$scratch/srv}"
 }
 some-program() { printf 'line one\nline two\n'; }
 
 # The pipe, and what is looked at with lnav: a family of an archive and a plain file.
-for line in "README.md|some-program 2>&1 | veltpipe --name server --dir /var/log/server --size 5 --keep 30 --module app --level 3" \
-  "docs/man/veltpipe.1|some-program 2>&1 | veltpipe --name server --dir /var/log/server --size 5 --keep 30"; do
+for line in "README.md|some-program 2>&1 | veltpipe --name server_ --dir /var/log/server --size 5 --keep 30 --module app --level 3" \
+  "docs/man/veltpipe.1|some-program 2>&1 | veltpipe --name server_ --dir /var/log/server --size 5 --keep 30"; do
   second=$(date +%s)
   eval "$(documented "${line%%|*}" "${line#*|}")" || complain "failed: ${line#*|}"
   while [[ $(date +%s) -le $second ]]; do sleep 0.05; done  # two files of one second share a name
 done
-[[ $(ls "$scratch/log") == server*.log*.gz*server*.log ]] || complain "veltpipe left: $(ls "$scratch/log")"
+[[ $(ls "$scratch/log") == server_2*.log*.gz*server_2*.log ]] || complain "veltpipe left: $(ls "$scratch/log")"
 [[ $(zgrep -h -c ' app I: line two$' "$scratch"/log/*.gz) == 1 ]] || complain 'veltpipe: the line is not in the archive'
 
 eval "$(documented docs/shipping.md 'lnav -i share/lnav/veltbaseutil/veltbaseutil_log.json')" </dev/null >/dev/null 2>&1 ||
@@ -158,6 +158,19 @@ seen=$(eval "$(documented docs/shipping.md 'lnav /var/log/server/') -n" </dev/nu
 query='lnav -n -c ";SELECT log_level, module, count(*) FROM veltbaseutil_log WHERE event IS NULL GROUP BY 1, 2" /var/log/server/'
 seen=$(eval "$(documented docs/shipping.md "$query")" </dev/null)
 [[ $seen == *info*app*4* ]] || complain "lnav counts: $seen"
+
+# Following the newest file: it ends with the test's patience only.
+follow='while sleep 0.2; do tail -n +1 --follow=name "$(ls /var/log/server/server_*.log | tail -n 1)"; done'
+timeout 60 bash -c "$(documented docs/operations.md "$follow")" >"$scratch/followed" 2>/dev/null &
+follower=$!
+: >>"$scratch/followed"
+for ((tries = 0; tries < 300; ++tries)); do
+  if grep -q ' app I: line two$' "$scratch/followed"; then break; fi
+  sleep 0.1
+done
+kill "$follower"
+wait "$follower" || true
+[[ $tries -lt 300 ]] || complain "following shows: $(cat "$scratch/followed")"
 
 # The archives of which not every line was sent: here the one of three whose lines were not all.
 mkdir "$scratch/sent"

@@ -66,6 +66,11 @@ for document in operations.md shipping.md; do
   cat "$tools_documents/$document" 2>/dev/null || gzip -dc "$tools_documents/$document.gz"
 done | cmp - <(cat "$source/docs/operations.md" "$source/docs/shipping.md") || fail "other documents than those of the source"
 diff -r "$source/share" "$root/usr/share/veltbaseutil"
+
+# Links of the tools' documents lead to something that the package has.
+while IFS=: read -r document link; do
+  [[ -e ${document%/*}/${link%%#*} || -e ${document%/*}/${link%%#*}.gz ]] || fail "${document##*/} links to $link, which is not there"
+done < <(grep -rHoE --include='*.md' '\]\([^)#:][^):]*\)' "$tools_documents" | sed -E 's/\]\((.*)\)$/\1/')
 if grep -rlF -e "$build" -e "$source" "$root"; then fail "these files name the directories that they were made in"; fi
 
 # The log holds the one line that the host traced, and the trailer of an orderly end.
@@ -101,6 +106,17 @@ check_log "$scratch/log/pkg-config" pkg-config
 
 echo 'a line of some program' | quietly "$root/usr/bin/veltpipe" --name pipe_ --dir "$scratch/log/pipe"
 grep -q 'a line of some program$' "$scratch"/log/pipe/pipe_*.log || fail "the packaged veltpipe wrote nothing"
+
+# The format of lnav is where lnav looks for those of the machine, and what the link names takes a family for what it is.
+link=etc/lnav/formats/veltbaseutil/veltbaseutil_log.json
+[[ -L $root/$link && -f $root$(readlink "$root/$link") ]] || fail "lnav's format is not in its place: $(find "$root/etc" 2>&1)"
+mkdir -p "$scratch/machine/${link#etc/}" "$scratch/home"
+rmdir "$scratch/machine/${link#etc/}"
+cp "$root$(readlink "$root/$link")" "$scratch/machine/${link#etc/}"
+seen=$(env -u XDG_CONFIG_HOME HOME="$scratch/home" TERM=xterm lnav -n -I "$scratch/machine/lnav" \
+  -c ';SELECT log_level, module FROM veltbaseutil_log WHERE event IS NULL' "$scratch/log/pipe" </dev/null)
+[[ $seen == *info*app* ]] || fail "lnav shows of the pipe's family: $seen"
+
 [[ $("$root/usr/bin/veltcfg" --version) == *"$version"* ]] || fail "the packaged veltcfg says another version"
 unset LD_LIBRARY_PATH
 
