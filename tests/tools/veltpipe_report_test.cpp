@@ -158,7 +158,7 @@ TEST_F(VeltpipeTerminalTest, ATerminalShowsTheLineWhileItRunsAndALastOneAtTheEnd
               MatchesRegex("veltpipe: 3 lines, 1\\.0 MB, [0-9]+\\.[0-9] MB/s, 0 files rotated *"));
 }
 
-TEST(VeltpipeProgressTest, RotationsAreCountedOnTheLine) {
+TEST_F(VeltpipeTerminalTest, RotationsAreCountedOnTheLine) {
   ScratchDir const scratch;
   std::string text;
   for (int i = 0; i < 9000; ++i) text += std::string(120, 'x') + "\n";
