@@ -2,8 +2,9 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
+
+#include "platform/plain_vsnprintf.h"
 
 namespace velt {
 namespace {
@@ -69,7 +70,7 @@ int strncpy_s(char* dst, std::size_t capacity, char const* src, std::size_t coun
 int vsnprintf_s(char* dst, std::size_t capacity, std::size_t count, char const* format, std::va_list args) {
   if (dst == nullptr || format == nullptr || count >= capacity) return -1;
   dst[0] = '\0';
-  int const length = std::vsnprintf(dst, count + 1, format, args);
+  int const length = velt_plain_vsnprintf(dst, count + 1, format, args);
   dst[count] = '\0';  // an expansion that fails half-way need not have ended what it wrote
   return length < 0 || static_cast<std::size_t>(length) > count ? -1 : length;
 }

@@ -3,8 +3,10 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <cstring>
+
+#include "platform/format_fields.h"
+#include "platform/plain_vsnprintf.h"
 
 namespace velt {
 namespace {
@@ -105,26 +107,6 @@ bool FormatPlain(BoundedText& out, char const* format, std::va_list& args) {
   }
 }
 
-// Whether a width or precision is written out that the C library would pad for seconds, while the caller
-// waits, only to have the result cut to the buffer. Such a format is a mistake and fails at once.
-bool AsksForGiantField(char const* format) {
-  constexpr int kMostDigits = 6;
-  for (char const* at = std::strchr(format, '%'); at != nullptr; at = std::strchr(at, '%')) {
-    ++at;
-    if (*at == '%') {
-      ++at;
-      continue;
-    }
-    for (at += std::strspn(at, "-+ #'0");
-         *at != '\0' && std::strchr("0123456789.*$-+ #'I", *at) != nullptr;) {
-      std::size_t const digits = std::strspn(at, "0123456789");
-      if (digits > kMostDigits) return true;
-      at += digits == 0 ? 1 : digits;
-    }
-  }
-  return false;
-}
-
 }  // namespace
 
 Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args) {
@@ -144,11 +126,15 @@ Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, st
   }
 
   buffer[0] = '\0';  // the attempt above has left its head there
-  if (AsksForGiantField(format)) {
+  std::va_list looked_at;
+  va_copy(looked_at, args);
+  bool const giant = AsksForGiantField(format, looked_at);
+  va_end(looked_at);
+  if (giant) {
     errno = EOVERFLOW;
     return {-1, 0};
   }
-  int const length = std::vsnprintf(buffer, capacity, format, args);
+  int const length = velt_plain_vsnprintf(buffer, capacity, format, args);
   buffer[capacity - 1] = '\0';  // an expansion that fails half-way need not have ended what it wrote
   if (length < 0) return {-1, 0};
   bool const cut = static_cast<std::size_t>(length) >= capacity;

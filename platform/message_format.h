@@ -16,8 +16,8 @@ struct Message {
 
 // Writes at most `capacity` - 1 characters and a NUL. Unlike vsnprintf_s it tells a cut text from a failed
 // one, which is that of a format that is null, cannot be expanded, or asks for a field of 1,000,000
-// characters or more; the buffer then holds what the expansion left, possibly nothing. `capacity` is at
-// least 1.
+// characters or more, written out or by '*' (errno EOVERFLOW; a text's precision is no field); the buffer
+// then holds what the expansion left, possibly nothing. `capacity` is at least 1.
 Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args)
     VELT_PRINTF_FORMAT(3, 0);
 

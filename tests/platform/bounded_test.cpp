@@ -411,5 +411,17 @@ TEST(VsnprintfSTest, BadArgumentsWriteNothing) {
   EXPECT_EQ(Bytes(dst, 4), "....");
 }
 
+TEST(SnprintfSTest, AWritableFormatMayStoreACount) {
+  char dst[16] = "unset";
+  char format[] = "abc%nde";  // a checked function of the C library ends the process over it
+  int stored = -1;
+
+  int const length = format_unchecked(dst, sizeof dst, 15, format, &stored);
+
+  EXPECT_EQ(length, 5);
+  EXPECT_EQ(stored, 3);
+  EXPECT_STREQ(dst, "abcde");
+}
+
 }  // namespace
 }  // namespace velt::test

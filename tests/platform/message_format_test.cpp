@@ -137,6 +137,18 @@ TEST(MessageFormatTest, PositionalArgumentsAreExpanded) {
   EXPECT_STREQ(buffer, "ab7");
 }
 
+TEST(MessageFormatTest, AWritableFormatMayStoreACount) {
+  char buffer[16] = "unset";
+  char format[] = "abc%nde%d";  // a checked function of the C library ends the process over it
+  int stored = -1;
+
+  int const length = Expand(buffer, sizeof buffer, format, &stored, 7);
+
+  EXPECT_EQ(length, 6);
+  EXPECT_EQ(stored, 3);
+  EXPECT_STREQ(buffer, "abcde7");
+}
+
 TEST(MessageFormatTest, ANullTextArgumentIsSpelledOut) {
   char buffer[16] = "unset";
 
