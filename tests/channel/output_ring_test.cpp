@@ -115,6 +115,36 @@ TEST_F(RingTest, ItsRecordsCarryTheirValuesAndTheirDays) {
   EXPECT_EQ(AsnText::Live(), 0);
 }
 
+// Traces a filtered record into its channel where it is printed: by the thread that writes the ring.
+class AsnThatIsFiltered : public AsnType {
+ public:
+  explicit AsnThatIsFiltered(VeltDebugInfo& channel) : channel_(channel) {}
+  AsnType* Clone() const override { return new AsnThatIsFiltered(channel_); }
+  void Print(std::ostream& out, int, int) const override {
+    OutDataUnit* rec = NewRecord(" later", 3, false, false);
+    out << (channel_.TraceInner(rec) ? "kept" : "refused");
+  }
+
+ private:
+  VeltDebugInfo& channel_;
+};
+
+TEST_F(RingTest, WhatIsFilteredWhileItIsWrittenStaysForTheNextTime) {
+  CoutToText out;
+  Open();
+  OutDataUnit* rec = WithAsn(NewRecord(" f1", 3, false, false), new AsnThatIsFiltered(*channel));
+  ASSERT_TRUE(channel->TraceInner(rec));
+  Filter(" f2");
+
+  Output(*channel, NewRecord(" severe", 0));
+
+  EXPECT_EQ(Body(),
+            "11-15 08:52:13.123456.T4711 f1\nASN Trace:\nkept\n"
+            "11-15 08:52:13.123456.T4711 f2\n"
+            "11-15 08:52:13.123456.T4711 severe\n");
+  EXPECT_EQ(RingOf(*channel).message_count(), 1U);
+}
+
 TEST_F(RingTest, DrainingAnEmptyRingDoesNothing) {
   Open();
 

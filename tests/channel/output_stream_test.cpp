@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <iostream>
+#include <streambuf>
 #include <string>
+#include <thread>
 
 #include "tests/support/output.h"
 
@@ -10,6 +12,44 @@ namespace velt::test {
 namespace {
 
 using StandardOutputTest = OutputTest;
+
+// Takes the place of standard output behind std::cout, and keeps who writes to it.
+class CoutAtGate : public std::streambuf {
+ public:
+  explicit CoutAtGate(Gate& gate) : gate_(gate), before_(std::cout.rdbuf(this)) {}
+  ~CoutAtGate() override { std::cout.rdbuf(before_); }
+  CoutAtGate(CoutAtGate const&) = delete;
+  CoutAtGate& operator=(CoutAtGate const&) = delete;
+
+ protected:
+  int_type overflow(int_type c) override { return traits_type::not_eof(c); }
+  std::streamsize xsputn(char const* /*s*/, std::streamsize n) override {
+    gate_.Pass();
+    return n;
+  }
+
+ private:
+  Gate& gate_;
+  std::streambuf* before_;
+};
+
+TEST_F(StandardOutputTest, AChildPrintsThoughAThreadOfItsParentWasPrinting) {
+  Open();
+  Gate gate;
+  CoutAtGate const stalled(gate);
+  std::thread printing([this] { Output(*channel, NewRecord(" parent", 3, false, true)); });
+  gate.WaitForVisitor();
+
+  int const code = InFork([this] {
+    CoutToText const out;
+    Output(*channel, NewRecord(" child", 3, false, true));
+    return out.Text() == "11-15 08:52:13.123456.T4711 child\n" ? 0 : 1;
+  });
+  gate.Open();
+  printing.join();
+
+  EXPECT_EQ(code, 0);
+}
 
 TEST_F(StandardOutputTest, ATextWithoutNewlineIsPrintedWithOneAndFlushed) {
   Open();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -114,6 +115,29 @@ TEST_F(ChannelLockFailureTest, ARecordIsRefusedWithoutTheQueuesLock) {
   EXPECT_EQ(CountOf(text, " m I: before\n"), 1U);
   EXPECT_EQ(CountOf(text, " m A: after\n"), 1U);
   EXPECT_EQ(CountOf(text, "no\n"), 0U);
+}
+
+TEST_F(ChannelLockFailureTest, ACallerWaitsForRoomUntilOneSecondAfterItsCall) {
+  using std::chrono::milliseconds;
+  using std::chrono::steady_clock;
+  auto channel = MakeIdleChannel(ChannelSetup(dir_.Path()));
+  OutputQueueOf(*channel).high_water_mark(sizeof(OutDataUnit));
+  OutputQueueOf(*channel).low_water_mark(sizeof(OutDataUnit));
+  OutDataUnit* first = NewRecord("fills it");
+  ASSERT_TRUE(channel->TraceInner(first));
+  std::vector<TimedWait> waits;
+  steady_clock::time_point before;
+  {
+    TimedWaitsEndAtOnce const record(waits);
+    before = steady_clock::now();
+    OutDataUnit* second = NewRecord("one too many");
+    EXPECT_FALSE(channel->TraceInner(second));
+  }
+
+  ASSERT_EQ(waits.size(), 1U);
+  auto const whole = waits[0].asked_at - before + waits[0].remaining;
+  EXPECT_LE(waits[0].remaining, milliseconds(1000));
+  EXPECT_GE(whole, milliseconds(990)) << "the clocks of the two may differ a little";
 }
 
 TEST_F(ChannelLockFailureTest, AChannelThatCouldNotLockItsStartIsStartedByInit) {

@@ -46,6 +46,14 @@ class LockFailureTest : public ::testing::Test {
   ManagerHost host_{"debug_level = 1111\n"};
 };
 
+// A manager that admits one channel beside its own.
+class ChannelCapTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(host_.Init()); }
+
+  ManagerHost host_{"nMaxFileNum = 1\n"};
+};
+
 // --- the switch itself ---
 
 TEST(LockFailureSwitchTest, TheReplacedFunctionsFailWhereAskedAndOnlyInTheirThread) {
@@ -362,6 +370,24 @@ TEST_F(LockFailureTest, NoChannelIsMadeWithoutTheCreationLock) {
   EXPECT_EQ(result, kRefused);
   VeltDebugMgr::Destroy();
   EXPECT_EQ(ListDir(host_.LogDir()).size(), 1U) << "only the main channel's file";
+}
+
+// Between its look for the channel and its turn to make one, another thread makes the last that is allowed.
+TEST_F(ChannelCapTest, AThreadThatComesTooLateForTheLastChannelMakesNone) {
+  bool other = false;
+  BeforeNextMutexLock([&other] {
+    std::thread([&other] {
+      other = Manager()->AppTrace("net", VeltLogLevel{3}, "in time", nullptr, false, true, "first");
+    }).join();
+  });
+
+  bool const late = Manager()->AppTrace("net", VeltLogLevel{3}, "too late", nullptr, false, true, "second");
+
+  EXPECT_TRUE(other);
+  EXPECT_FALSE(late);
+  VeltDebugMgr::Destroy();
+  EXPECT_EQ(host_.Records("host_first_"), (std::vector<std::string>{" net I: in time"}));
+  EXPECT_EQ(ExactFamily(host_.LogDir(), "host_second_").size(), 0U);
 }
 
 TEST_F(LockFailureTest, DestroyStopsTheChannelsEvenWithoutTheChannelLock) {

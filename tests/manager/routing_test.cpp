@@ -653,6 +653,32 @@ TEST_F(RoutingTest, AMainNameThatIsCutIsNoLongerTheMainChannel) {
   EXPECT_EQ(host_.Records(""), (Strings{" net I: main", " net I: cut"}));
 }
 
+// --- sets that change after they were asked for ---
+
+TEST_F(RoutingTest, AModuleThatIsRegisteredAgainIsTracedByItsNewSetsAtOnce) {
+  Start();
+  ASSERT_TRUE(Manager()->RegSubModuleInfo("web", BitsOf({3}), BitsOf({}), false));
+  ASSERT_TRUE(Manager()->Trace("web", kLevel3, "filtered", nullptr, false, false));
+
+  ASSERT_TRUE(Manager()->RegSubModuleInfo("web", BitsOf({3}), BitsOf({1}), false));
+
+  ASSERT_TRUE(Manager()->Trace("web", kLevel3, "logged", nullptr, false, false));
+  EXPECT_EQ(Logged(), Strings{" web I: logged"});
+}
+
+TEST_F(RoutingTest, TheNextManagerKnowsNothingOfTheModulesOfTheOneBefore) {
+  Start();
+  ASSERT_TRUE(Manager()->Trace("net", kLevel3, "logged", nullptr, false, false));
+  VeltDebugMgr::Destroy();
+  ASSERT_TRUE(Manager()->Init("bare_", "", host_.LogDir() + "/", "", true, false));
+
+  ASSERT_TRUE(Manager()->Trace("net", kLevel3, "filtered", nullptr, false, false));
+  VeltDebugMgr::Destroy();
+
+  EXPECT_EQ(host_.Records(), Strings{" net I: logged"});
+  EXPECT_EQ(host_.Records("bare_"), Strings{});
+}
+
 // --- one channel for threads that are first together ---
 
 // Two threads use each of `names` new sub-names first and at once. Ends without stopping the channels, which

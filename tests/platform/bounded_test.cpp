@@ -281,6 +281,24 @@ TEST(StrncpySTest, AnOverlapIsAnErrorThatEmptiesTheDestination) {
   EXPECT_EQ(text[0], '\0');
 }
 
+TEST(StrncpySTest, TheEndOfTheTextBelongsToWhatMustNotOverlap) {
+  char text[] = "abc\0....";
+
+  int const error = strncpy_s(text + 3, 5, text, 4);
+
+  EXPECT_NE(error, 0) << "its NUL is the first byte of the destination";
+  EXPECT_EQ(Bytes(text, 8), std::string("abc\0....", 8));
+}
+
+TEST(StrncpySTest, AnEndBehindTheCountIsNotReadAndMayOverlap) {
+  char text[] = "abc\0....";
+
+  int const error = strncpy_s(text + 3, 5, text, 3);
+
+  EXPECT_EQ(error, 0);
+  EXPECT_EQ(Bytes(text, 8), std::string("abcabc\0.", 8));
+}
+
 TEST(StrncpySTest, ReadsNoFurtherThanTheCount) {
   std::unique_ptr<char[]> const source(
       new char[3]{'a', 'b', 'c'});  // no NUL: a sanitizer sees a byte too many

@@ -1,4 +1,6 @@
 #include <atomic>
+#include <functional>
+#include <future>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -20,6 +22,20 @@ static_assert(sizeof(g_bVeltOnlyTraceSomeMSG) == 4);
 static_assert(std::is_same_v<decltype(g_mutexVeltStaticLock), ACE_Recursive_Thread_Mutex>);
 static_assert(std::is_empty_v<VELTInit>);
 static_assert(std::is_same_v<decltype(g_oVELTInit), VELTInit>);
+
+// Private locks: an explicit instantiation may name what other code may not.
+template <typename Tag, ACE_Thread_Mutex* Lock>
+struct Private {
+  friend ACE_Thread_Mutex* Get(Tag /*which*/) { return Lock; }
+};
+struct ServiceLock {
+  friend ACE_Thread_Mutex* Get(ServiceLock which);
+};
+struct ManagerLock {
+  friend ACE_Thread_Mutex* Get(ManagerLock which);
+};
+template struct Private<ServiceLock, &BaseUtilInternal::m_instMutex>;
+template struct Private<ManagerLock, &VeltDebugMgr::m_pInstLock>;
 
 bool TakeAndRelease() {
   ACE_Recursive_Thread_Mutex* const lock = VELTGetStaticLock();
@@ -174,6 +190,42 @@ TEST(LoadTimeTest, AForkedChildCanTakeALockThatItsParentHeld) {
   EXPECT_EQ(child.exit_code, 0) << child.err;
   EXPECT_FALSE(AnotherThreadGetsTheLock()) << "the parent's lock is still held";
   EXPECT_EQ(VELTGetStaticLock()->release(), 0);
+}
+
+// Calls `child` in a forked child while another thread of the parent holds `lock`; gives its exit code.
+int InChildWhileHeld(ACE_Thread_Mutex& lock, std::function<int()> const& child) {
+  std::promise<void> held;
+  std::promise<void> done;
+  std::thread holder([&] {
+    lock.acquire();
+    held.set_value();
+    done.get_future().wait();
+    lock.release();
+  });
+  held.get_future().wait();
+  Outcome const outcome = RunInChild(child);
+  done.set_value();
+  holder.join();
+  return outcome.exit_code;
+}
+
+TEST(LoadTimeTest, AForkedChildMakesItsServiceWhileAThreadOfTheParentMakesOne) {
+  int const code = InChildWhileHeld(*Get(ServiceLock{}), [] {
+    VeltsvcdServiceExit();
+    BaseUtilInternal::Destroy();
+    return 21;
+  });
+
+  EXPECT_EQ(code, 21);
+}
+
+TEST(LoadTimeTest, AForkedChildMakesItsManagerWhileAThreadOfTheParentMakesOne) {
+  int const code = InChildWhileHeld(*Get(ManagerLock{}), [] {
+    if (VeltDebugMgr::Instance() == nullptr) return 1;
+    return VeltDebugMgr::Destroy() == 0 ? 22 : 2;
+  });
+
+  EXPECT_EQ(code, 22);
 }
 
 TEST(LoadTimeTest, AForkedChildCanUseTheLibraryWhileTheParentHasThreads) {

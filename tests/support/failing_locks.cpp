@@ -4,6 +4,8 @@
 #include <pthread.h>
 
 #include <cstddef>
+#include <ctime>
+#include <utility>
 
 namespace velt::test {
 namespace {
@@ -19,6 +21,27 @@ struct Plan {
 };
 
 thread_local Plan plans[kLocks];
+
+thread_local std::function<void()>* before_mutex_lock = nullptr;
+thread_local std::vector<TimedWait>* timed_waits = nullptr;
+
+void RunBeforeMutexLock() {
+  std::function<void()>* const run = std::exchange(before_mutex_lock, nullptr);
+  if (run == nullptr) return;
+  (*run)();
+  delete run;
+}
+
+// Whether this thread's waits end at once; then this one is noted.
+bool EndsAtOnce(clockid_t clock, timespec const* deadline) {
+  if (timed_waits == nullptr) return false;
+  timespec now{};
+  clock_gettime(clock, &now);
+  std::chrono::nanoseconds const remaining = std::chrono::seconds(deadline->tv_sec - now.tv_sec) +
+                                             std::chrono::nanoseconds(deadline->tv_nsec - now.tv_nsec);
+  timed_waits->push_back({std::chrono::steady_clock::now(), remaining});
+  return true;
+}
 
 Plan& PlanOf(Lock lock) { return plans[static_cast<std::size_t>(lock)]; }
 
@@ -37,6 +60,8 @@ Function* Real(char const* name) {
 
 using RwFunction = int(pthread_rwlock_t*);
 using MutexFunction = int(pthread_mutex_t*);
+using TimedFunction = int(pthread_cond_t*, pthread_mutex_t*, timespec const*);
+using ClockFunction = int(pthread_cond_t*, pthread_mutex_t*, clockid_t, timespec const*);
 
 }  // namespace
 
@@ -46,6 +71,14 @@ Failing::Failing(Lock lock, int first_failing, int count) : lock_(lock) {
 }
 
 Failing::~Failing() { PlanOf(lock_).armed = false; }
+
+void BeforeNextMutexLock(std::function<void()> run) {
+  before_mutex_lock = new std::function<void()>(std::move(run));
+}
+
+TimedWaitsEndAtOnce::TimedWaitsEndAtOnce(std::vector<TimedWait>& waits) { timed_waits = &waits; }
+
+TimedWaitsEndAtOnce::~TimedWaitsEndAtOnce() { timed_waits = nullptr; }
 
 void FailOnce(Lock lock, int first_failing) { PlanOf(lock) = {true, first_failing, 1, 0}; }
 
@@ -75,6 +108,7 @@ VELT_INTERPOSED int pthread_rwlock_unlock(pthread_rwlock_t* lock) noexcept {
 
 VELT_INTERPOSED int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
   static auto* const real = velt::test::Real<velt::test::MutexFunction>("pthread_mutex_lock");
+  velt::test::RunBeforeMutexLock();
   return velt::test::Fails(velt::test::Lock::kMutexLock) ? velt::test::kFailure : real(mutex);
 }
 
@@ -82,4 +116,18 @@ VELT_INTERPOSED int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
   static auto* const real = velt::test::Real<velt::test::MutexFunction>("pthread_mutex_unlock");
   int const result = real(mutex);
   return velt::test::Fails(velt::test::Lock::kMutexUnlock) ? velt::test::kFailure : result;
+}
+
+VELT_INTERPOSED int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                           timespec const* deadline) {
+  static auto* const real = velt::test::Real<velt::test::TimedFunction>("pthread_cond_timedwait");
+  if (velt::test::EndsAtOnce(CLOCK_REALTIME, deadline)) return ETIMEDOUT;
+  return real(condition, mutex, deadline);
+}
+
+VELT_INTERPOSED int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                                           timespec const* deadline) {
+  static auto* const real = velt::test::Real<velt::test::ClockFunction>("pthread_cond_clockwait");
+  if (velt::test::EndsAtOnce(clock, deadline)) return ETIMEDOUT;
+  return real(condition, mutex, clock, deadline);
 }

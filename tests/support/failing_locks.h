@@ -4,7 +4,10 @@
 #define VELT_TESTS_SUPPORT_FAILING_LOCKS_H
 
 #include <cerrno>
+#include <chrono>
+#include <functional>
 #include <ostream>
+#include <vector>
 
 namespace velt::test {
 
@@ -28,6 +31,25 @@ class Failing {
 
 // The same for a thread that ends the failing by itself: once, `lock` fails in the first-th call from now on.
 void FailOnce(Lock lock, int first_failing);
+
+// Runs `run` once, in this thread, before the next lock of a mutex in this thread.
+void BeforeNextMutexLock(std::function<void()> run);
+
+// A wait for a condition with a deadline.
+struct TimedWait {
+  std::chrono::steady_clock::time_point asked_at;
+  std::chrono::nanoseconds remaining;  // from then to the deadline
+};
+
+// While it lives, such waits of this thread end at once, as if the deadline had passed, and are added to
+// `waits`.
+class TimedWaitsEndAtOnce {
+ public:
+  explicit TimedWaitsEndAtOnce(std::vector<TimedWait>& waits);
+  ~TimedWaitsEndAtOnce();
+  TimedWaitsEndAtOnce(TimedWaitsEndAtOnce const&) = delete;
+  TimedWaitsEndAtOnce& operator=(TimedWaitsEndAtOnce const&) = delete;
+};
 
 // The answer of an operation and the errno that it left.
 struct Result {
