@@ -16,10 +16,13 @@ install(TARGETS veltbaseutil EXPORT veltbaseutil-targets
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})  # for hosts whose CMake does not know sets of headers
 install(EXPORT veltbaseutil-targets NAMESPACE veltbaseutil:: DESTINATION ${velt_package_dir} COMPONENT development)
+# Read only for a host that asks for the component `log`.
+install(TARGETS veltbaseutil_log EXPORT veltbaseutil-log-targets)
+install(EXPORT veltbaseutil-log-targets NAMESPACE veltbaseutil:: DESTINATION ${velt_package_dir} COMPONENT development)
 
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/veltbaseutil-config.cmake.in
   ${velt_made}/veltbaseutil-config.cmake
-  INSTALL_DESTINATION ${velt_package_dir} NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+  INSTALL_DESTINATION ${velt_package_dir} NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(${velt_made}/veltbaseutil-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${velt_made}/veltbaseutil-config.cmake ${velt_made}/veltbaseutil-config-version.cmake
   DESTINATION ${velt_package_dir} COMPONENT development)
@@ -28,7 +31,9 @@ install(FILES ${velt_made}/veltbaseutil-config.cmake ${velt_made}/veltbaseutil-c
 file(RELATIVE_PATH VELT_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" VELT_PC_PREFIX "${VELT_PC_PREFIX}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/veltbaseutil.pc.in ${velt_made}/veltbaseutil.pc @ONLY)
-install(FILES ${velt_made}/veltbaseutil.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/veltbaseutil-log.pc.in ${velt_made}/veltbaseutil-log.pc @ONLY)
+install(FILES ${velt_made}/veltbaseutil.pc ${velt_made}/veltbaseutil-log.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 # The tools for operators; what only tests use stays here.
 install(TARGETS veltpipe veltcfg RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)

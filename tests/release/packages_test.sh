@@ -43,6 +43,7 @@ for wanted in libace-7 libc6 libisal2 libstdc++6 zlib1g; do
 done
 [[ $(field libveltbaseutil-dev Depends) == "libveltbaseutil1 (= $version-1), libace-dev, pkg-config" ]] ||
   fail "the headers depend on $(field libveltbaseutil-dev Depends)"
+[[ $(field libveltbaseutil-dev Recommends) == 'libfmt-dev (>= 9)' ]] || fail "velt/log.h is not to be had: no libfmt-dev"
 [[ $(field veltbaseutil-tools Depends) == "libveltbaseutil1 (= $version-1), "*libc6* ]] ||
   fail "the tools depend on $(field veltbaseutil-tools Depends)"
 [[ $(dpkg-deb -I "${package[libveltbaseutil1]}" shlibs) == "libveltbaseutil 1 libveltbaseutil1 (>= $version-1)" ]] ||
@@ -84,14 +85,30 @@ check_log() {  # DIRECTORY HOW
   fi
 }
 
-# zlib's files are kept from CMake, and from pkg-config all but ACE's: a host's machine need not have them.
+# zlib's and {fmt}'s files are kept from CMake, and from pkg-config all but ACE's: a host's machine need not have them.
 quietly cmake -S "$source/tests/release/host" -B "$scratch/by_cmake" -DCMAKE_CXX_COMPILER="$compiler" \
-  -DCMAKE_PREFIX_PATH="$root/usr" -DCMAKE_DISABLE_FIND_PACKAGE_ZLIB=ON -DCMAKE_BUILD_TYPE=Release
+  -DCMAKE_PREFIX_PATH="$root/usr" -DCMAKE_DISABLE_FIND_PACKAGE_ZLIB=ON -DCMAKE_DISABLE_FIND_PACKAGE_fmt=ON \
+  -DCMAKE_BUILD_TYPE=Release
 quietly cmake --build "$scratch/by_cmake"
 mkdir "$scratch/log/cmake"
 quietly "$scratch/by_cmake/host" "$scratch/log/cmake" find_package
 check_log "$scratch/log/cmake" find_package
 
+# A host of velt/log.h, which alone is asked for {fmt}; told so where that is missing.
+quietly cmake -S "$source/tests/release/log_host" -B "$scratch/log_by_cmake" -DCMAKE_CXX_COMPILER="$compiler" \
+  -DCMAKE_PREFIX_PATH="$root/usr" -DCMAKE_BUILD_TYPE=Release
+quietly cmake --build "$scratch/log_by_cmake"
+mkdir "$scratch/log/log_cmake"
+quietly "$scratch/log_by_cmake/log_host" "$scratch/log/log_cmake" find_package
+check_log "$scratch/log/log_cmake" find_package
+if cmake -S "$source/tests/release/log_host" -B "$scratch/log_without_fmt" -DCMAKE_CXX_COMPILER="$compiler" \
+  -DCMAKE_PREFIX_PATH="$root/usr" -DCMAKE_DISABLE_FIND_PACKAGE_fmt=ON >"$scratch/output" 2>&1; then
+  fail 'the component log is found without {fmt}'
+fi
+grep -q 'libfmt-dev' "$scratch/output" || { cat "$scratch/output" >&2; fail 'nothing says that {fmt} is missing'; }
+
+mkdir "$scratch/pkgconfig_fmt"
+cp "$(pkg-config --variable=pcfiledir fmt)/fmt.pc" "$scratch/pkgconfig_fmt"
 mkdir "$scratch/pkgconfig"
 cp "$(pkg-config --variable=pcfiledir ACE)/ACE.pc" "$scratch/pkgconfig"
 export PKG_CONFIG_LIBDIR=$scratch/pkgconfig PKG_CONFIG_PATH=$libraries/pkgconfig
@@ -103,6 +120,14 @@ mkdir "$scratch/log/pkg-config"
 export LD_LIBRARY_PATH=$libraries
 quietly "$scratch/by_pkg_config" "$scratch/log/pkg-config" pkg-config
 check_log "$scratch/log/pkg-config" pkg-config
+if [[ " ${flags[*]} " == *fmt* ]]; then fail "pkg-config asks hosts for {fmt} that do not use it"; fi
+[[ $(PKG_CONFIG_PATH+=:$scratch/pkgconfig_fmt pkg-config --modversion veltbaseutil-log) == "$version" ]] || fail "pkg-config says another version of veltbaseutil-log"
+if pkg-config --exists veltbaseutil-log; then fail "pkg-config finds velt/log.h usable without {fmt}"; fi
+read -ra flags <<<"$(PKG_CONFIG_PATH+=:$scratch/pkgconfig_fmt pkg-config --cflags --libs veltbaseutil-log)"
+quietly "$compiler" -std=c++17 "$source/tests/release/log_host/log_host.cpp" -o "$scratch/log_by_pkg_config" "${flags[@]}"
+mkdir "$scratch/log/log_pkg-config"
+quietly "$scratch/log_by_pkg_config" "$scratch/log/log_pkg-config" pkg-config
+check_log "$scratch/log/log_pkg-config" pkg-config
 
 echo 'a line of some program' | quietly "$root/usr/bin/veltpipe" --name pipe_ --dir "$scratch/log/pipe"
 grep -q 'a line of some program$' "$scratch"/log/pipe/pipe_*.log || fail "the packaged veltpipe wrote nothing"

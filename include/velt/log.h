@@ -1,0 +1,248 @@
+// A thin layer for calls that read well: named levels, formats in the style of {fmt}, a module as an object.
+//
+//   velt::Module const net("net");
+//   net.Register(velt::UpTo(velt::kInfo), velt::kToFile);  // once, after Init
+//   net.Error("link to {} lost after {} s", peer, seconds);
+//   VELT_INFO(net, "{} connections", Count());             // Count() is called when somebody will see it
+//
+// It needs {fmt} 9 or later; `veltbaseutil::log` (CMake) and `veltbaseutil-log` (pkg-config) bring it.
+// Nothing here is part of the shared library: all of it is made of calls of VeltDebugMgr.
+#ifndef VELT_LOG_H
+#define VELT_LOG_H
+
+#include <bitset>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "velt/manager.h"
+
+namespace velt {
+
+// The levels that have a tag of their own in the log.
+inline constexpr VeltLogLevel kAlert{0};    // "A: "; also brings out the records that no output had wanted
+inline constexpr VeltLogLevel kError{1};    // "E: "
+inline constexpr VeltLogLevel kWarning{2};  // "W: "
+inline constexpr VeltLogLevel kInfo{3};     // "I: "
+
+inline constexpr unsigned kToStandardOutput = 1;  // of an output set; both: kToStandardOutput | kToFile
+inline constexpr unsigned kToFile = 2;            // of an output set
+
+// The set of the levels 0 to `level`: none for a negative one, all 32 from 31 on.
+constexpr std::bitset<32> UpTo(VeltLogLevel level) {
+  if (level < 0) return {};
+  return level >= 31 ? 0xFFFF'FFFFULL : (2ULL << static_cast<unsigned>(level)) - 1;
+}
+
+namespace detail {
+class Line;
+struct Place;
+}  // namespace detail
+
+// A module's name, and the calls that trace under it.
+//
+// Use:     one object for each source file or class, copied at the price of a reference count. All copies,
+// and
+//          other objects of the same name, mean the same module of the manager; making one registers nothing.
+// Threads: every operation from any thread, once the object is made.
+// Errors:  Log and what is built on it never throw. False: nothing was traced.
+class Module {
+ public:
+  // Traces go to the main log family. An empty name has the sets of "debug".
+  explicit Module(std::string name) : Module(std::move(name), std::string()) {}
+
+  // Traces go to the family <name of the manager><subName>_, as those of VeltDebugMgr::AppTrace. An empty
+  // `subName` is the main family.
+  Module(std::string name, std::string subName)
+      : m_pNames(std::make_shared<Names const>(Names{std::move(name), std::move(subName)})) {}
+
+  // A copy shares the names. There is no move, which would leave an object behind that has none.
+  Module(Module const&) = default;
+  // The same.
+  Module& operator=(Module const&) = default;
+  ~Module() = default;
+
+  // Gives the module these sets, as VeltDebugMgr::RegSubModuleInfo does: Register(UpTo(kWarning), kToFile).
+  // Returns false before Init, for an empty name, and in a forked child. May throw std::bad_alloc.
+  bool Register(std::bitset<32> levels, std::bitset<32> outputs) const {
+    VeltDebugMgr* const manager = VeltDebugMgr::Instance();
+    return manager != nullptr && manager->RegSubModuleInfo(m_pNames->module, levels, outputs, false);
+  }
+
+  // Expands `format` as fmt::format does and traces the text with neither flag; where it goes, where it is
+  // cut (2048 characters) and the result are those of VeltDebugMgr::Trace, or AppTrace with a sub-name, for
+  // that text. A wrong format does not compile in C++20; in C++17 the macros below and FMT_STRING("...") are
+  // checked in the same way. Returns false, and traces nothing, also when the expansion, an engine or the
+  // level makes something throw. Cost: no allocation for a text of up to 2048 characters; may wait as Trace
+  // does.
+  template <typename... Args>
+  bool Log(VeltLogLevel level, fmt::format_string<Args...> format, Args&&... args) const noexcept;
+
+  // Log at level kAlert.
+  template <typename... Args>
+  bool Alert(fmt::format_string<Args...> format, Args&&... args) const noexcept {
+    return Log(kAlert, format, std::forward<Args>(args)...);
+  }
+  // Log at level kError.
+  template <typename... Args>
+  bool Error(fmt::format_string<Args...> format, Args&&... args) const noexcept {
+    return Log(kError, format, std::forward<Args>(args)...);
+  }
+  // Log at level kWarning.
+  template <typename... Args>
+  bool Warning(fmt::format_string<Args...> format, Args&&... args) const noexcept {
+    return Log(kWarning, format, std::forward<Args>(args)...);
+  }
+  // Log at level kInfo.
+  template <typename... Args>
+  bool Info(fmt::format_string<Args...> format, Args&&... args) const noexcept {
+    return Log(kInfo, format, std::forward<Args>(args)...);
+  }
+
+  // Whether a record of this level would reach an engine, an output or a ring: VeltDebugMgr::IsWanted.
+  bool Wanted(VeltLogLevel level) const;
+
+ private:
+  friend class detail::Line;
+
+  struct Names {
+    std::string module;
+    std::string sub;
+  };
+
+  std::shared_ptr<Names const> m_pNames;  // shared by the copies; never null, never changed
+};
+
+namespace detail {
+
+constexpr std::size_t kLongestText = 2048;  // where a trace call cuts a text
+
+// Where in the source a macro stands.
+struct Place {
+  char const* file;  // without its directories
+  int line;          // counted from 1
+};
+
+// The last name of a path; empty when that ends in '/'.
+constexpr char const* BaseName(char const* path) {
+  char const* name = path;
+  for (char const* at = path; *at != '\0'; ++at) {
+    if (*at == '/') name = at + 1;
+  }
+  return name;
+}
+
+// One text on its way. The operations may throw whatever an argument's formatter does.
+class Line {
+ public:
+  // `module` outlives it.
+  Line(Module const& module, VeltLogLevel level) : m_names(*module.m_pNames), m_level(level) {}
+
+  // Expands and traces; the result is the trace call's.
+  bool Write(fmt::string_view format, fmt::format_args args) {
+    VeltDebugMgr* const manager = VeltDebugMgr::Instance();
+    if (manager == nullptr || !manager->IsInit()) return false;  // as Trace, at less cost
+    fmt::vformat_to(fmt::appender(m_text), format, args);
+    return Trace(*manager);
+  }
+
+  // The same with the place behind the text, which gives way where both do not fit, so that its place is
+  // always to be read.
+  bool Write(Place const& place, fmt::string_view format, fmt::format_args args) {
+    VeltDebugMgr* const manager = VeltDebugMgr::Instance();
+    if (manager == nullptr || !manager->IsInit()) return false;
+    fmt::vformat_to(fmt::appender(m_text), format, args);
+    fmt::format_int const line(place.line);
+    fmt::string_view const file(place.file);
+    std::size_t const length = 4 + file.size() + line.size();  // " (", ":" and ")"
+    std::size_t const room = length < kLongestText ? kLongestText - length : 0;
+    if (m_text.size() > room) m_text.resize(room);
+    void const* const end = std::memchr(m_text.data(), '\0', m_text.size());  // a text ends there
+    if (end != nullptr)
+      m_text.resize(static_cast<std::size_t>(static_cast<char const*>(end) - m_text.data()));
+    Append(" (");
+    Append(file);
+    Append(":");
+    Append({line.data(), line.size()});
+    Append(")");
+    return Trace(*manager);
+  }
+
+ private:
+  void Append(fmt::string_view text) { m_text.append(text.data(), text.data() + text.size()); }
+
+  bool Trace(VeltDebugMgr& manager) {
+    m_text.push_back('\0');
+    if (m_names.sub.empty())
+      return manager.Trace(m_names.module, m_level, m_text.data(), nullptr, false, false);
+    return manager.AppTrace(m_names.module, m_level, m_text.data(), nullptr, false, false, m_names.sub);
+  }
+
+  Module::Names const& m_names;
+  VeltLogLevel m_level;
+  fmt::basic_memory_buffer<char, kLongestText + 1> m_text;  // a longer text, for an engine, is on the heap
+};
+
+// The one way out for a record that something thrown has cost: its format, an argument, an engine, its level.
+inline bool GiveUp() noexcept { return false; }
+
+// What a macro calls. `text` is the literal of `format` once more: C++17 has no way to pass on only what is
+// behind it in __VA_ARGS__.
+template <typename... Args>
+bool LogAt(Module const& module, VeltLogLevel level, Place const& place, fmt::format_string<Args...> format,
+           char const* /*text*/, Args&&... args) noexcept {
+  try {
+    return Line(module, level).Write(place, format, fmt::make_format_args(args...));
+  } catch (...) {
+    return GiveUp();
+  }
+}
+
+}  // namespace detail
+
+template <typename... Args>
+bool Module::Log(VeltLogLevel level, fmt::format_string<Args...> format, Args&&... args) const noexcept {
+  try {
+    return detail::Line(*this, level).Write(format, fmt::make_format_args(args...));
+  } catch (...) {
+    return detail::GiveUp();
+  }
+}
+
+inline bool Module::Wanted(VeltLogLevel level) const {
+  try {
+    VeltDebugMgr* const manager = VeltDebugMgr::Instance();
+    return manager != nullptr && manager->IsWanted(m_pNames->module, level);
+  } catch (...) {
+    return false;  // no memory for the manager itself
+  }
+}
+
+}  // namespace velt
+
+// VELT_ALERT(module, format, ...), and so on: Log at that level, when the module wants it; otherwise the
+// arguments are not evaluated. `module` is a velt::Module, evaluated once. `format` is a literal, checked
+// when compiled in every standard. The text ends in the place of the macro, " (file.cpp:12)"; one that would
+// be cut at 2048 characters is cut before that. A statement; it never throws, arguments aside: their
+// evaluation is the caller's.
+#define VELT_ALERT(module, ...) VELT_DETAIL_LOG(module, ::velt::kAlert, __VA_ARGS__)
+#define VELT_ERROR(module, ...) VELT_DETAIL_LOG(module, ::velt::kError, __VA_ARGS__)
+#define VELT_WARNING(module, ...) VELT_DETAIL_LOG(module, ::velt::kWarning, __VA_ARGS__)
+#define VELT_INFO(module, ...) VELT_DETAIL_LOG(module, ::velt::kInfo, __VA_ARGS__)
+
+#define VELT_DETAIL_FIRST(first, ...) first
+#define VELT_DETAIL_LOG(module, level, ...)                                                            \
+  do {                                                                                                 \
+    ::velt::Module const& velt_detail_module = (module);                                               \
+    if (velt_detail_module.Wanted(level)) {                                                            \
+      constexpr ::velt::detail::Place velt_detail_place{::velt::detail::BaseName(__FILE__), __LINE__}; \
+      (void)::velt::detail::LogAt(velt_detail_module, level, velt_detail_place,                        \
+                                  FMT_STRING(VELT_DETAIL_FIRST(__VA_ARGS__, 0)), __VA_ARGS__);         \
+    }                                                                                                  \
+  } while (false)
+
+#endif

@@ -1,0 +1,441 @@
+// The thin layer of velt/log.h, used as a host uses it: what it traces is what the manager's own calls trace.
+#include "velt/log.h"
+
+#include <unistd.h>
+
+#include <bitset>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/failing_allocations.h"
+#include "tests/support/manager_host.h"
+
+namespace velt::test {
+struct Throwing {};
+struct ThrowingInt {};
+}  // namespace velt::test
+
+template <>
+struct fmt::formatter<velt::test::Throwing> : fmt::formatter<int> {
+  template <typename Context>
+  auto format(velt::test::Throwing const& /*value*/, Context& context) const -> decltype(context.out()) {
+    throw std::runtime_error("an argument");
+  }
+};
+
+template <>
+struct fmt::formatter<velt::test::ThrowingInt> : fmt::formatter<int> {
+  template <typename Context>
+  auto format(velt::test::ThrowingInt const& /*value*/, Context& context) const -> decltype(context.out()) {
+    throw 42;
+  }
+};
+
+namespace velt::test {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+VeltDebugMgr* Manager() { return VeltDebugMgr::Instance(); }
+
+// Keeps the texts that it is given, as long as they are; throws for module "bad".
+class KeepingEngine : public VeltDebugEngine {
+ public:
+  explicit KeepingEngine(Strings& texts) : texts_(texts) {}
+  bool Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn, bool print,
+             bool log) override {
+    if (module == "bad") throw std::runtime_error("the engine");
+    if (module != "quiet") texts_.push_back(Head(module, level, asn, print, log) + text);
+    return module != "refused";
+  }
+  bool AppTrace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
+                bool print, bool log, std::string const& sub_name) override {
+    texts_.push_back(sub_name + "/" + Head(module, level, asn, print, log) + text);
+    return true;
+  }
+
+ private:
+  static std::string Head(std::string const& module, int level, AsnType const* asn, bool print, bool log) {
+    return module + " " + std::to_string(level) + (asn == nullptr && !print && !log ? " " : " flags ");
+  }
+
+  Strings& texts_;
+};
+
+// An engine in place of a channel, so that a text is seen at once.
+class LogHeaderTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(host_.Init("host_", true));
+    ASSERT_TRUE(Manager()->RegDebugEngine(new KeepingEngine(texts_)));
+  }
+  std::string Last() const { return texts_.empty() ? "(none)" : texts_.back(); }
+
+  Strings texts_;
+  ManagerHost host_;
+  Module const net_{"net"};
+};
+
+// --- sets ---
+
+TEST(LogSetTest, UpToHoldsTheLevelsFromZeroToTheGivenOne) {
+  EXPECT_EQ(UpTo(kAlert), std::bitset<32>(1));
+  EXPECT_EQ(UpTo(kError), std::bitset<32>(3));
+  EXPECT_EQ(UpTo(kWarning), std::bitset<32>(7));
+  EXPECT_EQ(UpTo(kInfo), std::bitset<32>(15));
+  EXPECT_EQ(UpTo(VeltLogLevel{30}), std::bitset<32>(0x7FFF'FFFF));
+  EXPECT_TRUE(UpTo(VeltLogLevel{31}).all());
+  EXPECT_TRUE(UpTo(VeltLogLevel{32}).all());
+  EXPECT_TRUE(UpTo(VeltLogLevel{std::numeric_limits<int>::max()}).all());
+  EXPECT_TRUE(UpTo(VeltLogLevel{-1}).none());
+  EXPECT_TRUE(UpTo(VeltLogLevel{std::numeric_limits<int>::min()}).none());
+}
+
+TEST(LogSetTest, TheLevelsHaveTheNumbersOfTheirTags) {
+  EXPECT_EQ(static_cast<int>(kAlert), 0);
+  EXPECT_EQ(static_cast<int>(kError), 1);
+  EXPECT_EQ(static_cast<int>(kWarning), 2);
+  EXPECT_EQ(static_cast<int>(kInfo), 3);
+}
+
+TEST(LogSetTest, RegisterGivesTheModuleItsSets) {
+  ManagerHost const host;
+  Module const net("net");
+  EXPECT_FALSE(net.Register(UpTo(kError), kToFile)) << "before Init";
+  ASSERT_TRUE(host.Init());
+
+  EXPECT_TRUE(net.Register(UpTo(kError), kToStandardOutput | kToFile));
+  EXPECT_FALSE(Module("").Register(UpTo(kError), kToFile));
+
+  Bits levels;
+  Bits outputs;
+  ASSERT_TRUE(Manager()->GetSubModuleInfo("net", levels, outputs));
+  EXPECT_EQ(levels, BitsOf({0, 1}));
+  EXPECT_EQ(outputs, BitsOf({0, 1}));
+}
+
+TEST(LogSetTest, MakingAModuleRegistersNothing) {
+  ManagerHost const host;
+  ASSERT_TRUE(host.Init());
+  Module const net("net");
+
+  Bits levels;
+  Bits outputs;
+  EXPECT_FALSE(Manager()->GetSubModuleInfo("net", levels, outputs));
+}
+
+// --- what is traced ---
+
+TEST(LogCallTest, TheFileGetsWhatTraceWritesForTheSameText) {
+  ManagerHost const host("nFiltLogBufSize = 0\n");
+  ASSERT_TRUE(host.Init());
+  Module const net("net");
+  ASSERT_TRUE(net.Register(UpTo(VeltLogLevel{9}), kToFile));
+  Strings const texts = {"plain",
+                         "",
+                         "ends in a newline\n",
+                         "two\nlines",
+                         "100 % {} \\n",
+                         std::string(2047, 'a'),
+                         std::string(2048, 'b'),
+                         std::string(2049, 'c')};
+
+  for (std::string const& text : texts) {
+    for (int const level : {0, 1, 2, 3, 4, 9}) {
+      EXPECT_TRUE(Manager()->Trace("net", VeltLogLevel{level}, text.c_str(), nullptr, false, false));
+      EXPECT_TRUE(net.Log(VeltLogLevel{level}, "{}", text));
+    }
+  }
+  Strings lines;
+  std::string const written = (VeltDebugMgr::Destroy(), host.Text());
+  for (std::string const& line : Lines(written)) {
+    std::size_t const body = BodyStart(line);
+    if (body != std::string::npos) lines.push_back(line.substr(body));
+    if (body == std::string::npos && line == "lines") lines.back() += "|" + line;
+  }
+
+  ASSERT_EQ(lines.size(), texts.size() * 6 * 2);
+  for (std::size_t i = 0; i < lines.size(); i += 2) EXPECT_EQ(lines[i], lines[i + 1]) << i;
+  EXPECT_EQ(lines[0], " net A: plain");
+  EXPECT_EQ(lines[13], " net A: ");
+  EXPECT_EQ(lines[36 + 1], " net A: two|lines");
+  EXPECT_EQ(lines[84 + 1], " net A: " + std::string(2048, 'c')) << "cut where Trace cuts";
+}
+
+TEST(LogCallTest, ASubNameTracesToAFamilyOfItsOwn) {
+  ManagerHost const host("net_level = 1111\n");
+  ASSERT_TRUE(host.Init());
+
+  EXPECT_TRUE(Module("net", "gw").Info("to {}", "the side"));
+  EXPECT_TRUE(Module("net", "").Info("to {}", "the main family"));
+
+  VeltDebugMgr::Destroy();
+  EXPECT_EQ(host.Records("host_gw_"), Strings{" net I: to the side"});
+  EXPECT_EQ(host.Records(), Strings{" net I: to the main family"});
+}
+
+TEST_F(LogHeaderTest, EachCallTracesAtItsLevelWithNeitherFlag) {
+  EXPECT_TRUE(net_.Alert("a {}", 1));
+  EXPECT_TRUE(net_.Error("e {}", "two"));
+  EXPECT_TRUE(net_.Warning("w {:.1f}", 3.0));
+  EXPECT_TRUE(net_.Info("i {:#x}", 4));
+  EXPECT_TRUE(net_.Log(VeltLogLevel{9}, "nine"));
+  EXPECT_TRUE(Module("net", "gw").Error("side {}", 5));
+
+  EXPECT_EQ(texts_, (Strings{"net 0 a 1", "net 1 e two", "net 2 w 3.0", "net 3 i 0x4", "net 9 nine",
+                             "gw/net 1 side 5"}));
+}
+
+TEST_F(LogHeaderTest, TheResultIsTheManagers) {
+  EXPECT_FALSE(Module("refused").Info("x"));
+  EXPECT_EQ(Last(), "refused 3 x");
+}
+
+TEST_F(LogHeaderTest, AnEngineGetsTheWholeText) {
+  EXPECT_TRUE(net_.Info("{}", std::string(10'000, 'x')));
+
+  EXPECT_EQ(Last(), "net 3 " + std::string(10'000, 'x'));
+}
+
+TEST_F(LogHeaderTest, AnArgumentOfAnyFormattableKindIsTaken) {
+  std::string text = "text";
+  char const* const pointer = "pointer";
+  bool const flag = true;
+
+  EXPECT_TRUE(net_.Info("{} {} {} {} {}", text, pointer, flag, std::string("moved"), 'c'));
+
+  EXPECT_EQ(Last(), "net 3 text pointer true moved c");
+}
+
+// --- what costs the record ---
+
+TEST_F(LogHeaderTest, AnArgumentThatThrowsCostsTheRecordAndNothingElse) {
+  EXPECT_FALSE(net_.Info("{}", Throwing{}));
+  EXPECT_FALSE(net_.Info("{}", ThrowingInt{})) << "not even a standard exception";
+  VELT_INFO(net_, "{}", Throwing{});
+  EXPECT_EQ(texts_, Strings{});
+
+  EXPECT_TRUE(net_.Info("after"));
+  EXPECT_EQ(Last(), "net 3 after");
+}
+
+TEST_F(LogHeaderTest, AFormatMadeAtRunTimeThatIsWrongCostsTheRecord) {
+  EXPECT_FALSE(net_.Info(fmt::runtime("{} {}"), 1));
+  EXPECT_FALSE(net_.Info(fmt::runtime("{:d}"), "text"));
+  EXPECT_FALSE(net_.Info(fmt::runtime("{")));
+
+  EXPECT_EQ(texts_, Strings{});
+}
+
+TEST_F(LogHeaderTest, AnEngineThatThrowsCostsTheRecord) {
+  EXPECT_FALSE(Module("bad").Info("x"));
+  VELT_ERROR(Module("bad"), "x");
+}
+
+TEST(LogCallTest, ALevelThatNoSetHasIsRefusedAndDoesNotThrow) {
+  ManagerHost const host("net_level = 1111\n");
+  ASSERT_TRUE(host.Init());
+  Module const net("net");
+
+  for (int const level : {-1, 32, 33}) EXPECT_FALSE(net.Log(VeltLogLevel{level}, "x")) << level;
+
+  EXPECT_EQ(host.StopAndRead(), Strings{});
+}
+
+TEST(LogCallTest, NothingIsTracedBeforeInitAndAfterDestroy) {
+  ManagerHost const host("net_level = 1111\n");
+  Module const net("net");
+
+  EXPECT_FALSE(net.Info("before"));
+  EXPECT_FALSE(net.Info("{}", Throwing{}));
+  VELT_INFO(net, "before");
+  ASSERT_TRUE(host.Init());
+  VeltDebugMgr::Destroy();
+  EXPECT_FALSE(net.Info("after"));
+}
+
+TEST(LogCallTest, NoCallThrows) {
+  Module const net("net");
+  static_assert(noexcept(net.Log(kInfo, std::declval<fmt::format_string<>>())));
+  static_assert(noexcept(net.Log(kInfo, std::declval<fmt::format_string<Throwing>>(), Throwing{})));
+  static_assert(noexcept(net.Alert(std::declval<fmt::format_string<>>())));
+  static_assert(noexcept(net.Error(std::declval<fmt::format_string<>>())));
+  static_assert(noexcept(net.Warning(std::declval<fmt::format_string<>>())));
+  static_assert(noexcept(net.Info(std::declval<fmt::format_string<>>())));
+}
+
+// --- macros ---
+
+TEST_F(LogHeaderTest, AMacroAddsItsFileWithoutDirectoriesAndItsLine) {
+  int const line = __LINE__ + 1;
+  VELT_ALERT(net_, "a {}", 1);
+  VELT_ERROR(net_, "e");
+  VELT_WARNING(net_, "w {} {}", 2, "b");
+  VELT_INFO(Module("net", "gw"), "i");
+
+  std::string const file = " (log_header_test.cpp:";
+  EXPECT_EQ(texts_, (Strings{"net 0 a 1" + file + std::to_string(line) + ")",
+                             "net 1 e" + file + std::to_string(line + 1) + ")",
+                             "net 2 w 2 b" + file + std::to_string(line + 2) + ")",
+                             "gw/net 3 i" + file + std::to_string(line + 3) + ")"}));
+}
+
+TEST_F(LogHeaderTest, AFileWithoutDirectoriesKeepsItsName) {
+  EXPECT_STREQ(detail::BaseName("file.cpp"), "file.cpp");
+  EXPECT_STREQ(detail::BaseName("/a/b/file.cpp"), "file.cpp");
+  EXPECT_STREQ(detail::BaseName("a/"), "");
+  EXPECT_STREQ(detail::BaseName(""), "");
+}
+
+TEST(LogCallTest, ALongTextOfAMacroIsCutBeforeItsPlace) {
+  ManagerHost const host("net_level = 1111\n");
+  ASSERT_TRUE(host.Init());
+  int const line = __LINE__ + 1;
+  VELT_INFO(Module("net"), "{}", std::string(5000, 'x'));
+
+  std::string const place = " (log_header_test.cpp:" + std::to_string(line) + ")";
+  EXPECT_EQ(host.StopAndRead(), Strings{" net I: " + std::string(2048 - place.size(), 'x') + place});
+}
+
+TEST_F(LogHeaderTest, ANulInATextOfAMacroEndsTheTextAndNotItsPlace) {
+  int const line = __LINE__ + 1;
+  VELT_INFO(net_, "a{}b", '\0');
+
+  EXPECT_EQ(Last(), "net 3 a (log_header_test.cpp:" + std::to_string(line) + ")");
+}
+
+TEST(LogMacroTest, ArgumentsAreEvaluatedOnlyWhenTheRecordIsWanted) {
+  ManagerHost const host("nFiltLogBufSize = 0\n");
+  ASSERT_TRUE(host.Init());
+  Module const net("net");
+  ASSERT_TRUE(net.Register(UpTo(kError), kToFile));
+  int evaluated = 0;
+
+  VELT_ALERT(net, "{}", ++evaluated);
+  EXPECT_EQ(evaluated, 1);
+  VELT_ERROR(net, "{}", ++evaluated);
+  EXPECT_EQ(evaluated, 2);
+  VELT_WARNING(net, "{}", ++evaluated);
+  VELT_INFO(net, "{}", ++evaluated);
+  EXPECT_EQ(evaluated, 2);
+
+  ASSERT_TRUE(Manager()->SetLogLevel("net", kInfo, true));
+  VELT_INFO(net, "{}", ++evaluated);
+  EXPECT_EQ(evaluated, 3);
+}
+
+TEST(LogMacroTest, ARingWantsThemAll) {
+  ManagerHost const host("nFiltLogBufSize = 10\n");
+  ASSERT_TRUE(host.Init());
+  Module const net("net");
+  ASSERT_TRUE(net.Register({}, kToFile));
+  int evaluated = 0;
+
+  VELT_INFO(net, "{}", ++evaluated);
+
+  EXPECT_EQ(evaluated, 1);
+}
+
+TEST_F(LogHeaderTest, AMacroIsOneStatementAndEvaluatesItsModuleOnce) {
+  int modules = 0;
+  auto const module = [&] {
+    ++modules;
+    return net_;
+  };
+
+  if (modules == 0)
+    VELT_INFO(module(), "one");
+  else
+    VELT_INFO(module(), "two");
+
+  EXPECT_EQ(modules, 1);
+  ASSERT_EQ(texts_.size(), 1U);
+  EXPECT_EQ(texts_[0].substr(0, 10), "net 3 one ");
+}
+
+TEST_F(LogHeaderTest, WantedAsksTheManager) {
+  EXPECT_TRUE(net_.Wanted(kInfo));
+  VeltDebugMgr::Destroy();
+  EXPECT_FALSE(net_.Wanted(kInfo));
+}
+
+// --- cost ---
+
+TEST_F(LogHeaderTest, ACopyIsTheSameModuleWithoutAnAllocation) {
+  Module const long_name(std::string(100, 'n'), std::string(100, 's'));
+  bool failed = true;
+  {
+    FailingAllocation const first(1);
+    Module copy = long_name;
+    Module assigned = net_;
+    assigned = copy;
+    Module const moved = std::move(copy);
+    failed = first.Failed();
+    (void)moved;
+  }
+  EXPECT_FALSE(failed);
+
+  Module source("net");
+  Module const taken = std::move(source);
+  EXPECT_TRUE(taken.Info("taken"));
+  EXPECT_TRUE(source.Info("and left"));  // NOLINT(bugprone-use-after-move): that it may be used is the point
+  EXPECT_EQ(texts_, (Strings{"net 3 taken", "net 3 and left"}));
+}
+
+TEST_F(LogHeaderTest, ATextOfUpTo2048CharactersAllocatesNothing) {
+  Module const quiet("quiet");
+  std::string const text(2048, 'x');
+  bool failed = true;
+  {
+    FailingAllocation const first(1);
+    EXPECT_TRUE(quiet.Info("{}", text));
+    EXPECT_TRUE(quiet.Error("{} {:>20} {}", 1, "two", 3.5));
+    VELT_INFO(quiet, "{}", std::string_view(text).substr(0, 2000));
+    failed = first.Failed();
+  }
+  EXPECT_FALSE(failed);
+}
+
+TEST_F(LogHeaderTest, ATextForWhichThereIsNoMemoryCostsTheRecord) {
+  std::string const text(5000, 'x');
+  bool traced = true;
+  bool failed = false;
+  {
+    FailingAllocation const first(1);
+    traced = net_.Info("{}", text);
+    failed = first.Failed();
+  }
+  EXPECT_TRUE(failed);
+  EXPECT_FALSE(traced);
+  EXPECT_EQ(texts_, Strings{});
+}
+
+TEST(LogThreadTest, EightThreadsShareOneModule) {
+  ManagerHost const host("net_level = 1111\n");
+  ASSERT_TRUE(host.Init());
+  Module const net("net");
+
+  InThreads(8, [&net](int thread) {
+    Module const own = net;
+    for (int i = 0; i < 500; ++i) EXPECT_TRUE(own.Info("thread {} record {}", thread, i));
+  });
+
+  Strings const records = host.StopAndRead();
+  ASSERT_EQ(records.size(), 4000U);
+  for (int thread = 0; thread < 8; ++thread) {
+    for (int i = 0; i < 500; i += 499) {
+      EXPECT_TRUE(
+          Contains(records, " net I: thread " + std::to_string(thread) + " record " + std::to_string(i)));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace velt::test
