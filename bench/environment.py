@@ -5,7 +5,7 @@ import os
 import platform
 import subprocess
 
-PACKAGES = ["g++", "libace-dev", "zlib1g-dev", "libspdlog-dev", "liblog4cplus-dev", "libboost-log-dev",
+PACKAGES = ["g++", "libace-dev", "zlib1g-dev", "libisal-dev", "libspdlog-dev", "liblog4cplus-dev", "libboost-log-dev",
             "libgoogle-glog-dev"]
 
 

@@ -36,6 +36,7 @@ TITLES = {
     "e": "Peak memory with a full queue, MB",
     "f": "What rotation with compression costs callers that keep tracing, ns",
     "g": "Configuration look-ups, us",
+    "h": "Compressing a finished file of 50 MB: CPU and archive",
 }
 
 SETTINGS = {
@@ -49,6 +50,8 @@ SETTINGS = {
     BOOST: "asynchronous_sink with bounded_fifo_queue<131072, block_on_overflow> over text_file_backend of 1 GB "
     "with auto_flush; 16 channel_logger for each thread",
     GLOG: "logbuflevel -1, max_log_size 1,000; it has no queue and no modules: the file name takes their place",
+    "isal, zlib": "GZCompress, reading of the file included; zlib is -DVELT_GZIP=zlib. dpkg.log is this machine's, repeated; "
+    "hex is 64 random digits a line",
     RAW: "one write(2) of a ready line for each record; with several producers under a mutex",
 }
 
@@ -132,6 +135,21 @@ def config_jobs(quick):
         yield Job("configuration", f"{lines:,} lines", command)
 
 
+COMPRESSORS = {"isal": "velt_compression", "zlib": "velt_compression_zlib"}
+TEXTS = {"varied": "varied trace lines", "dpkg": "dpkg.log", "hex": "random hex"}
+LEVELS = [f"level_{level}_{room}" for level, rooms in
+          ((1, ("small", "medium", "medium_64k", "large", "extra_large")), (2, ("small", "medium", "extra_large")),
+           (3, ("small", "medium", "extra_large"))) for room in rooms]
+
+
+def compression_jobs(quick):
+    megabytes = ["--mb", "5" if quick else "50"]
+    for text in TEXTS:
+        for subject, name in COMPRESSORS.items():
+            yield Job(subject, text, [name, "run", "--text", text, *megabytes])
+        yield Job("levels", text, ["velt_compression", "levels", "--text", text, *megabytes])
+
+
 def jobs_of(figure, quick, number, records):
     """The runs of round `number`, the first being 1."""
     makers = {
@@ -142,6 +160,7 @@ def jobs_of(figure, quick, number, records):
         "e": memory_jobs,
         "f": rotation_jobs,
         "g": config_jobs,
+        "h": compression_jobs,
     }
     return list(makers[figure](quick))
 
@@ -204,6 +223,15 @@ TARGETS = [
         for target in (
             Target("f", f"p99.9 during rotation, {setting}, ns", ("Trace", setting, "rotating_p999"), None, 20_000),
             Target("f", f"refused during rotation, {setting}", ("Trace", setting, "refused"), None, 0),
+        )
+    ],
+    *[
+        target
+        for text, name in TEXTS.items()
+        for target in (
+            Target("h", f"{name}: CPU, ISA-L against zlib", ("isal", text, "cpu_ms"), ("zlib", text, "cpu_ms"), 1 / 6),
+            Target("h", f"{name}: archive, ISA-L against zlib", ("isal", text, "archive_bytes"),
+                   ("zlib", text, "archive_bytes"), 1.12),
         )
     ],
 ]

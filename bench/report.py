@@ -8,7 +8,7 @@ from pathlib import Path
 
 import environment
 import plot
-from figures import BOOST, LOG4CPLUS, OURS, PEERS, RAW, SETTINGS, SPDLOG, TARGETS, TITLES
+from figures import BOOST, COMPRESSORS, LEVELS, LOG4CPLUS, OURS, PEERS, RAW, SETTINGS, SPDLOG, TARGETS, TEXTS, TITLES
 
 RESULTS = Path(__file__).resolve().parent.parent / "build" / "bench-results"
 
@@ -142,8 +142,30 @@ def config_tables(f):
     yield ("", ["", "VeltAllCfgItem", "VeltGetCfgInt, last item", "std::getline loop", "all/loop", "last/loop"], rows)
 
 
+def compression_tables(f):
+    rows = []
+    for text, name in TEXTS.items():
+        isal, zlib = ([f.get("h", subject, text, metric) for metric in ("cpu_ms", "archive_bytes")]
+                      for subject in COMPRESSORS)
+        rows.append([name, number(zlib[0]), number(isal[0]), ratio(isal[0], zlib[0]), number(zlib[1]), number(isal[1]),
+                     ratio(isal[1], zlib[1])])
+    yield ("", ["", "zlib, ms", "ISA-L, ms", "ISA-L/zlib", "zlib, bytes", "ISA-L, bytes", "ISA-L/zlib"], rows)
+    rows = []
+    for level in LEVELS:
+        row = [level.replace("_", " ")]
+        for text in TEXTS:
+            milliseconds = f.get("h", "levels", text, level + "_cpu_ms")
+            size = f.get("h", "levels", text, level + "_bytes")
+            row += [ratio(milliseconds, f.get("h", "zlib", text, "cpu_ms")),
+                    ratio(size, f.get("h", "zlib", text, "archive_bytes"))]
+        rows.append(row)
+    yield ("Each level of ISA-L and room for its blocks, in memory, against zlib above: CPU and archive (64k: written in "
+           "pieces of 64 KB instead of 8)",
+           ["", *[f"{name}: {what}" for name in TEXTS.values() for what in ("CPU", "archive")]], rows)
+
+
 TABLES = {"a": caller_tables, "b": sustained_tables, "c": filtered_tables, "d": idle_tables, "e": memory_tables,
-          "f": rotation_tables, "g": config_tables}
+          "f": rotation_tables, "g": config_tables, "h": compression_tables}
 
 
 def targets(f, wanted):

@@ -90,7 +90,7 @@ class Run:
 
 def parse_arguments():
     parser = argparse.ArgumentParser(prog="scripts/bench.sh")
-    parser.add_argument("figures", nargs="*", metavar="figure", help="a to g; all by default")
+    parser.add_argument("figures", nargs="*", metavar="figure", help="a to h; all by default")
     parser.add_argument("--rounds", type=int, help="5 by default")
     parser.add_argument("--quick", action="store_true", help="one round of small counts")
     parser.add_argument("--records", type=int, default=2_000_000, help="of each run of figure b")
