@@ -1,9 +1,11 @@
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -421,6 +423,40 @@ TEST(CfgStringTest, CapacitiesOfZeroAndBelowHoldNothing) {
       EXPECT_EQ(result.length, 0) << name << ' ' << capacity;
     }
   }
+}
+
+std::atomic<int> signals_handled{0};
+
+TEST(CfgStringTest, ASignalDuringTheReadingDoesNotEndIt) {
+  ScratchDir const directory;
+  std::string const path = directory / "pipe.cfg";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  struct sigaction count {};
+  count.sa_handler = [](int) { ++signals_handled; };  // without SA_RESTART
+  ASSERT_EQ(sigaction(SIGUSR1, &count, nullptr), 0);
+  signal(SIGPIPE, SIG_IGN);  // of a reader that gave up
+  Found result;
+  std::atomic<bool> given_up{false};
+  std::thread reader([&] {
+    result = LookUp("key", path.c_str());
+    given_up = true;
+  });
+  std::ofstream writer(path);  // returns when the reader has the pipe open
+
+  bool all_handled = true;
+  for (int i = 1; all_handled && !given_up && i <= 20; ++i) {  // all but the first few find it waiting
+    pthread_kill(reader.native_handle(), SIGUSR1);
+    all_handled = WaitUntil([&] { return given_up || signals_handled >= i; });
+  }
+  bool const read_on = !given_up;
+  writer << "key=value\n";
+  writer.close();
+  reader.join();
+
+  EXPECT_TRUE(all_handled);
+  EXPECT_TRUE(read_on);
+  EXPECT_TRUE(result.found);
+  EXPECT_EQ(result.text, "value");
 }
 
 TEST(CfgStringTest, AChangedFileIsSeenByTheNextLookUp) {

@@ -229,6 +229,17 @@ TEST_F(MakeDirTest, WithoutPermissionNothingIsMade) {
   EXPECT_TRUE(ListDir(scratch_ / "locked").empty());
 }
 
+TEST_F(MakeDirTest, WithoutAUmaskEverybodyMayDoEverything) {
+  mode_t const before = umask(0);
+
+  int const result = VeltMakeDirEx((scratch_ / "outer/inner").c_str());
+
+  umask(before);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(ModeOf(scratch_ / "outer"), 0777U);
+  EXPECT_EQ(ModeOf(scratch_ / "outer/inner"), 0777U);
+}
+
 TEST_F(MakeDirTest, TheUmaskIsTakenOffTheMode) {
   mode_t const before = umask(027);
 

@@ -1,4 +1,5 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/files.h"
+#include "tests/support/process.h"
 #include "velt/config.h"
 
 namespace velt::test {
@@ -186,6 +188,24 @@ TEST_F(PathsTest, AConfigurationFileOfTheRootComesFirst) {
 
   EXPECT_EQ(VeltGetDefaultCfgFile(), root.Path() + "/conf/velt.cfg");
   EXPECT_EQ(VeltGetConfFullPath("velt.cfg"), root.Path() + "/conf/velt.cfg");
+}
+
+TEST_F(PathsTest, AFileThatMayNotBeReadExistsAllTheSame) {
+  ScratchDir const root;
+  MakeConf(root);
+  WriteFile(root / "conf/velt.cfg", "");
+  ASSERT_EQ(chmod(root.Path().c_str(), 0755), 0);
+  ASSERT_EQ(chmod((root / "conf/velt.cfg").c_str(), 0), 0);
+  Set("APP_ROOT", root.Path());
+  Set("COMMON_LIB_PATH", "/c");
+
+  Outcome const ordinary_user = RunInChild([&root] {
+    constexpr unsigned kNobody = 65534;
+    if (geteuid() == 0 && (setgid(kNobody) != 0 || setuid(kNobody) != 0)) return 99;
+    return VeltGetDefaultCfgFile() == root.Path() + "/conf/velt.cfg" ? 0 : 1;
+  });
+
+  EXPECT_EQ(ordinary_user.exit_code, 0);
 }
 
 TEST_F(PathsTest, TheSharedInstallationStandsInUnchecked) {
