@@ -13,6 +13,7 @@
 #include "platform/fork_generation.h"
 #include "platform/local_time.h"
 #include "platform/locks.h"
+#include "platform/thread_object.h"
 
 namespace velt {
 
@@ -24,7 +25,8 @@ struct StaticLocks {
     new (&g_mutexVeltStaticLock) ACE_Recursive_Thread_Mutex;
     new (&VeltDebugMgr::m_pInstLock) ACE_Thread_Mutex;
     RemakePrintLock();
-    KeepOwnIdleNodesInChild();
+    UnlockIdleNodes();
+    KeepOwnThreadObjectsInChild();
     UnlockLocalTime();
     ParkServiceWait();
   }
@@ -42,8 +44,9 @@ struct StaticLocks {
 
 namespace {
 
-// Neither lock is ever taken under the other.
+// In the order in which they are taken elsewhere: idle nodes under thread objects. Local time is taken alone.
 void BeforeFork() {
+  LockThreadObjects();
   LockIdleNodes();
   LockLocalTime();
 }
@@ -51,6 +54,7 @@ void BeforeFork() {
 void AfterForkInParent() {
   UnlockLocalTime();
   UnlockIdleNodes();
+  UnlockThreadObjects();
 }
 
 }  // namespace

@@ -27,8 +27,7 @@ struct Recycled {
   static ACE_Message_Block* Make() {
     auto* const record = new OutDataUnit;
     RecordNode* const node = NodeOf(record);
-    record->m_pTimeStamp = node->stamp;
-    record->m_pText = node->text;
+    node->LendArrays(*record);
     record->m_pTimeStamp[0] = record->m_pText[0] = '\0';
     return &node->block;
   }

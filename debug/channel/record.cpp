@@ -9,30 +9,21 @@
 OutDataUnit::OutDataUnit() = default;
 
 OutDataUnit::~OutDataUnit() {
-  if (!velt::IsNodeStamp(this, m_pTimeStamp)) delete[] m_pTimeStamp;
-  if (!velt::IsNodeText(this, m_pText)) delete[] m_pText;
+  if (!velt::RecordNode::IsLent(*this, m_pTimeStamp)) delete[] m_pTimeStamp;
+  if (!velt::RecordNode::IsLent(*this, m_pText)) delete[] m_pText;
   delete m_pAsn;
 }
 
-// A class derived from this one has another size, and memory from the allocator.
-// NOLINTNEXTLINE(misc-new-delete-overloads): the match is the delete that is told the size
-void* OutDataUnit::operator new(std::size_t size) {
-  return size == sizeof(OutDataUnit) ? velt::TakeNode()->record : ::operator new(size);
-}
+void* OutDataUnit::operator new(std::size_t /*size*/) { return velt::TakeNode()->record; }
 
-// NOLINTNEXTLINE(misc-new-delete-overloads): no constructor of a record throws
 void* OutDataUnit::operator new(std::size_t size, std::nothrow_t const& /*tag*/) noexcept try {
   return OutDataUnit::operator new(size);
 } catch (std::bad_alloc const&) {
   return nullptr;
 }
 
-void OutDataUnit::operator delete(void* memory, std::size_t size) noexcept {
-  if (size != sizeof(OutDataUnit)) {
-    ::operator delete(memory);
-  } else if (memory != nullptr) {
-    velt::GiveNode(velt::NodeOf(static_cast<OutDataUnit*>(memory)));
-  }
+void OutDataUnit::operator delete(void* memory) noexcept {
+  if (memory != nullptr) velt::GiveNode(velt::NodeOf(static_cast<OutDataUnit*>(memory)));
 }
 
 namespace velt {

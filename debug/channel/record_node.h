@@ -19,25 +19,32 @@ class RecordBlock : public ACE_Message_Block {
   ACE_Message_Block* release() override;
 };
 
-inline constexpr std::size_t kNodeTextBytes = 176;  // a longer record text is an array of its own
+inline constexpr std::size_t kNodeTextBytes = 208;  // a longer record text is an array of its own
+inline constexpr std::size_t kNodeStampBytes = 32;
+static_assert(kNodeStampBytes > kTimeStampLength);
 
-// What one trace call touches stands together, from the links of the block to the head of the stamp: a node
+// What one trace call touches stands together, from the links of the block to the head of the text: a node
 // comes from another core's cache, and each further line of it costs a caller as much as the formatting of a
 // number.
-//
-// `text` and `stamp` lie 8 bytes off the 16-byte grid on which allocators place arrays. That is how a record
-// tells its own arrays from arrays that a host allocated for it.
 struct alignas(64) RecordNode {
   RecordNode();
 
+  // Has `record` use the arrays of this node, which is the one it lies in.
+  void LendArrays(OutDataUnit& lies_here) noexcept;
+  // Whether `array` is lent to `record`, wherever that lies.
+  static bool IsLent(OutDataUnit const& record, char const* array) noexcept;
+
   RecordBlock block;                                  // wraps `record`; constructed once per node
   alignas(16) std::byte record[sizeof(OutDataUnit)];  // constructed by whoever takes the node
-  RecordNode* next = nullptr;                         // in a chain of idle nodes
+  RecordNode* next = nullptr;                         // in a bunch of idle nodes
+  RecordNode* next_bunch = nullptr;                   // in a bunch's first node
+  char stamp[kNodeStampBytes];
   char text[kNodeTextBytes];
-  char stamp[kTimeStampCapacity];
   ACE_Data_Block data;
-  RecordNode* next_chain = nullptr;  // in the first node of a chain
+  RecordNode* next_chain = nullptr;  // in a chain's first node, like the next
+  std::size_t bunches = 0;           // of the chain
 };
+static_assert(sizeof(RecordNode) == 512);
 
 // The node around a record that OutDataUnit's own operator new made.
 RecordNode* NodeOf(OutDataUnit* record);
@@ -48,10 +55,6 @@ OutDataUnit* RecordOfNodeBlock(ACE_Message_Block* block);
 
 // Brings what is read of a record into this core's cache; null is nothing to do.
 void PrefetchRecord(ACE_Message_Block* block);
-
-// Whether `array` is the stamp or the text of the node around `record`, were there one.
-bool IsNodeStamp(OutDataUnit const* record, char const* array);
-bool IsNodeText(OutDataUnit const* record, char const* array);
 
 }  // namespace velt
 

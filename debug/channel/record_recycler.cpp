@@ -1,14 +1,14 @@
 #include "debug/channel/record_recycler.h"
 
-#include <pthread.h>
-
 #include <atomic>
-#include <climits>
+#include <chrono>
 #include <mutex>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 #include "debug/channel/record_node.h"
+#include "platform/thread_object.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define VELT_ADDRESS_SANITIZER
@@ -24,21 +24,26 @@
 namespace velt {
 namespace {
 
-constexpr std::size_t kChainLength = 128;
-constexpr std::size_t kMostChains = 1024;
-constexpr std::size_t kIdleChains = 16;
-constexpr std::size_t kMadeForOneChain = 16 * kChainLength;  // by callers, for one in reserve
+constexpr std::size_t kBunchLength = 8;
+constexpr std::size_t kBunchesOfChain = 16;
+constexpr std::size_t kMostIdle = 131'072;  // a full queue's worth
+constexpr std::size_t kIdleKept = 2'048;
+constexpr std::chrono::seconds kBetweenShrinks(5);
+constexpr std::size_t kMadeForOneChain =
+    16 * kBunchesOfChain * kBunchLength;  // by callers, for one in reserve
 constexpr std::size_t kGrowthNodes = 64;
 constexpr std::size_t kCacheLine = 64;
-constexpr std::size_t kHotBytes = 384;  // of a node, as far as a usual record reaches
+constexpr std::size_t kHotBytes = 320;  // of a node, as far as a usual record reaches
 
-// The allocator does not see that an idle node is nobody's, so the address sanitizer is told: it then reports
-// who touches a record, or its arrays, after its deletion. The links of chains stay in use.
+// The allocator does not see that an idle node is not in use, so the address sanitizer is told: it then
+// reports who touches a record, or its arrays, after its deletion. The links of chains stay in use.
 void ForbidUse([[maybe_unused]] RecordNode* node) noexcept {
 #ifdef VELT_ADDRESS_SANITIZER
   ASAN_POISON_MEMORY_REGION(node, sizeof *node);
   ASAN_UNPOISON_MEMORY_REGION(&node->next, sizeof node->next);
+  ASAN_UNPOISON_MEMORY_REGION(&node->next_bunch, sizeof node->next_bunch);
   ASAN_UNPOISON_MEMORY_REGION(&node->next_chain, sizeof node->next_chain);
+  ASAN_UNPOISON_MEMORY_REGION(&node->bunches, sizeof node->bunches);
 #endif
 }
 
@@ -48,7 +53,8 @@ void AllowUse([[maybe_unused]] RecordNode* node) noexcept {
 #endif
 }
 
-struct Chain {
+// Nodes linked by `next`.
+struct Bunch {
   RecordNode* head = nullptr;
   std::size_t length = 0;
 
@@ -67,7 +73,7 @@ struct Chain {
   }
 };
 
-void FreeAll(RecordNode* head) noexcept {
+void FreeBunch(RecordNode* head) noexcept {
   while (head != nullptr) {
     RecordNode* const node = std::exchange(head, head->next);
     AllowUse(node);
@@ -75,80 +81,192 @@ void FreeAll(RecordNode* head) noexcept {
   }
 }
 
-// One thread's idle nodes: two chains, so that a thread at the edge of one does not go to the depot for every
-// record.
-struct ThreadNodes {
-  Chain current;
-  Chain spare;
-  std::size_t made = 0;           // nodes that the depot did not have
-  ThreadNodes* before = nullptr;  // in the list of all threads' nodes, under the depot's lock
-  ThreadNodes* after = nullptr;
-};
+void FreeChain(RecordNode* head) noexcept {
+  while (head != nullptr) FreeBunch(std::exchange(head, head->next_bunch));
+}
 
+// Whole bunches, as one chain that is linked by `next_bunch`.
 struct Depot {
   std::mutex lock;
-  RecordNode* chains = nullptr;             // under the lock; whole chains, linked by next_chain
-  std::atomic<std::size_t> chain_count{0};  // under the lock; relaxed readers only decide whether to look
-  ThreadNodes* threads = nullptr;           // under the lock; lets leak checkers find every thread's nodes
+  RecordNode* chains = nullptr;       // under the lock; linked by `next_chain`
+  std::atomic<std::size_t> nodes{0};  // written under the lock; relaxed readers only decide whether to look
+  std::atomic<bool> threads_keep{
+      false};  // relaxed, a hint: some thread has kept a bunch since the last shrinking
 };
 
 // Never destroyed: threads trace while the process exits.
 Depot depot;
-static_assert(std::is_trivially_destructible_v<std::mutex>);
+static_assert(std::is_trivially_destructible_v<Depot>);
 
 // Relaxed: a hint to the output threads.
 std::atomic<std::size_t> made_by_callers{0};
 
-// Nodes of threads that a forked child does not have; for leak checkers. Under the depot's lock.
-ThreadNodes* gone_threads = nullptr;
-
-enum class ThreadState : unsigned char { kNew, kOpen, kEnded };
-
-// Small and of the initial-exec kind: reaching them is one instruction, and there is room for them even when
-// the library is loaded by dlopen.
-[[gnu::tls_model("initial-exec")]] thread_local ThreadNodes* mine = nullptr;
-[[gnu::tls_model("initial-exec")]] thread_local ThreadState state = ThreadState::kNew;
-
-void Link(ThreadNodes* nodes) noexcept {
-  nodes->before = nullptr;
-  nodes->after = depot.threads;
-  if (nodes->after != nullptr) nodes->after->before = nodes;
-  depot.threads = nodes;
-}
-
-void Unlink(ThreadNodes* nodes) noexcept {
-  (nodes->before != nullptr ? nodes->before->after : depot.threads) = nodes->after;
-  if (nodes->after != nullptr) nodes->after->before = nodes->before;
-}
-
+// `head` may be null.
 void GiveChain(RecordNode* head) noexcept {
+  std::size_t bunches = 0;
+  for (RecordNode const* bunch = head; bunch != nullptr; bunch = bunch->next_bunch) ++bunches;
+  if (bunches == 0) return;
   {
     std::lock_guard<std::mutex> const guard(depot.lock);
-    std::size_t const count = depot.chain_count.load(std::memory_order_relaxed);
-    if (count < kMostChains) {
+    std::size_t const nodes = depot.nodes.load(std::memory_order_relaxed) + bunches * kBunchLength;
+    if (nodes <= kMostIdle) {
+      head->bunches = bunches;
       head->next_chain = depot.chains;
       depot.chains = head;
-      depot.chain_count.store(count + 1, std::memory_order_relaxed);
+      depot.nodes.store(nodes, std::memory_order_relaxed);
       return;
     }
   }
-  FreeAll(head);
+  FreeChain(head);
 }
 
-// A whole chain, or an empty one.
-Chain TakeChain() noexcept {
-  if (depot.chain_count.load(std::memory_order_relaxed) == 0) return {};
+// Null when there is none.
+RecordNode* TakeChain() noexcept {
+  if (depot.nodes.load(std::memory_order_relaxed) == 0) return nullptr;
   std::lock_guard<std::mutex> const guard(depot.lock);
   RecordNode* const head = depot.chains;
-  if (head == nullptr) return {};
+  if (head == nullptr) return nullptr;
   depot.chains = head->next_chain;
-  depot.chain_count.fetch_sub(1, std::memory_order_relaxed);
-  return {head, kChainLength};
+  depot.nodes.fetch_sub(head->bunches * kBunchLength, std::memory_order_relaxed);
+  return head;
+}
+
+// Brings the lines that the next trace call of this thread will write into this core's cache, while this call
+// formats: they were last written by the output thread. A node that another thread takes meanwhile does no
+// harm.
+void Prefetch(RecordNode* node) noexcept {
+  if (node == nullptr) return;
+  auto* const from = reinterpret_cast<char*>(node);
+  for (std::size_t at = 0; at < kHotBytes; at += kCacheLine) __builtin_prefetch(from + at, 1);
+}
+
+// One thread's idle nodes: less than two bunches at hand, and a chain that other threads may empty.
+class ThreadNodes final : public ThreadObject {
+ public:
+  RecordNode* Take() noexcept;  // null when neither the thread nor the depot has one
+  void Give(RecordNode* node) noexcept;
+  bool MadeOne() noexcept { return made_++ % kGrowthNodes == 0; }  // true when the heap is to grow
+
+  void AtThreadEnd() noexcept override;
+  // Acquire: the chain's links, as the thread wrote them.
+  void Shrink() noexcept override { GiveChain(chain_.exchange(nullptr, std::memory_order_acquire)); }
+
+ private:
+  bool TakeBunch() noexcept;
+  void GiveBunch(RecordNode* head) noexcept;
+  void Keep(RecordNode* chain, std::size_t bunches) noexcept;
+
+  Bunch current_;  // this thread's, like `spare_`: two, so that a thread at the edge of one does not move
+                   // bunches
+  Bunch spare_;    // for every record
+  std::atomic<RecordNode*> chain_{nullptr};  // filled by this thread, emptied by any
+  std::size_t bunches_ = 0;                  // in the chain, as this thread left it
+  std::size_t made_ = 0;                     // nodes that the depot did not have
+};
+
+[[gnu::tls_model("initial-exec")]] thread_local ThreadNodes* mine = nullptr;
+
+RecordNode* ThreadNodes::Take() noexcept {
+  if (current_.head == nullptr) std::swap(current_, spare_);
+  if (current_.head == nullptr && !TakeBunch()) return nullptr;
+  RecordNode* const node = current_.Pop();
+  RecordNode* following = current_.head;
+  if (following == nullptr) following = spare_.head;
+  // Relaxed: only its address is used.
+  if (following == nullptr) following = chain_.load(std::memory_order_relaxed);
+  Prefetch(following);
+  return node;
+}
+
+bool ThreadNodes::TakeBunch() noexcept {
+  // Acquire: another thread may have linked the chain. While this one has it in hand, who shrinks finds
+  // nothing. Asked first: an exchange costs ten times a load, and a burst of new nodes comes here for each.
+  RecordNode* head = nullptr;
+  if (chain_.load(std::memory_order_relaxed) != nullptr) {
+    head = chain_.exchange(nullptr, std::memory_order_acquire);
+  }
+  if (head == nullptr) {
+    head = TakeChain();
+    if (head == nullptr) return false;
+    bunches_ = head->bunches;
+  }
+  current_ = {head, kBunchLength};
+  Keep(head->next_bunch, bunches_ - 1);
+  return true;
+}
+
+void ThreadNodes::Give(RecordNode* node) noexcept {
+  if (current_.length == kBunchLength) {
+    if (spare_.length == kBunchLength) {
+      GiveBunch(spare_.head);
+      spare_ = {};
+    }
+    std::swap(current_, spare_);
+  }
+  current_.Push(node);
+}
+
+void ThreadNodes::Keep(RecordNode* chain, std::size_t bunches) noexcept {
+  bunches_ = bunches;
+  chain_.store(chain, std::memory_order_release);
+  if (chain != nullptr && !depot.threads_keep.load(std::memory_order_relaxed)) {
+    depot.threads_keep.store(true, std::memory_order_relaxed);
+  }
+}
+
+// A process that is never quiet has idle threads as well.
+void ShrinkWhenDue() noexcept {
+  using Clock = std::chrono::steady_clock;
+  static std::atomic<Clock::rep> due{0};  // relaxed: it keeps two threads from doing the same, no more
+  Clock::rep const now = Clock::now().time_since_epoch().count();
+  Clock::rep expected = due.load(std::memory_order_relaxed);
+  Clock::rep const next = now + Clock::duration(kBetweenShrinks).count();
+  if (now < expected || !due.compare_exchange_strong(expected, next, std::memory_order_relaxed)) return;
+  ShrinkThreadObjects();
+}
+
+void ThreadNodes::GiveBunch(RecordNode* head) noexcept {
+  head->next_bunch = chain_.exchange(nullptr, std::memory_order_acquire);
+  std::size_t const bunches = head->next_bunch == nullptr ? 1 : bunches_ + 1;
+  if (bunches < kBunchesOfChain) {
+    Keep(head, bunches);
+    return;
+  }
+  GiveChain(head);
+  ShrinkWhenDue();
+}
+
+void ThreadNodes::AtThreadEnd() noexcept {
+  mine = nullptr;
+  Shrink();
+  // Whole bunches are worth handing on; a rest is not worth counting.
+  for (Bunch const& bunch : {current_, spare_}) {
+    if (bunch.length == kBunchLength) {
+      bunch.head->next_bunch = nullptr;
+      GiveChain(bunch.head);
+    } else {
+      FreeBunch(bunch.head);
+    }
+  }
+  delete this;
+}
+
+// Null when the thread is at its end, or when there is no memory: its nodes then come and go one by one.
+ThreadNodes* OpenThread() noexcept {
+  if (ThreadEnds()) return nullptr;
+  auto* const nodes = new (std::nothrow) ThreadNodes;
+  if (nodes == nullptr) return nullptr;
+  if (!KeepUntilThreadEnd(*nodes)) {
+    delete nodes;
+    return nullptr;
+  }
+  mine = nodes;
+  return nodes;
 }
 
 // Callers come here when a burst needs more nodes than any before it. `nodes` may be null.
 RecordNode* NewNode(ThreadNodes* nodes) {
-  if (nodes != nullptr && nodes->made++ % kGrowthNodes == 0) {
+  if (nodes != nullptr && nodes->MadeOne()) {
     // Has the C library extend this thread's heap once for many nodes: page by page, the system calls of that
     // are most of what a new node costs.
     ::operator delete(::operator new(kGrowthNodes * sizeof(RecordNode), std::nothrow));
@@ -158,93 +276,46 @@ RecordNode* NewNode(ThreadNodes* nodes) {
   return node;
 }
 
-// Runs when a thread ends, after the destructors of its thread_local objects.
-void CloseThread(void* thread_nodes) noexcept {
-  state = ThreadState::kEnded;  // what runs later may still trace
-  mine = nullptr;
-  auto* const nodes = static_cast<ThreadNodes*>(thread_nodes);
-  {
-    std::lock_guard<std::mutex> const guard(depot.lock);
-    Unlink(nodes);
+// A full one; null without memory.
+RecordNode* NewBunch() noexcept {
+  Bunch bunch;
+  while (bunch.length < kBunchLength) {
+    auto* const node = new (std::nothrow) RecordNode;
+    if (node == nullptr) {
+      FreeBunch(bunch.head);
+      return nullptr;
+    }
+    bunch.Push(node);
   }
-  // Full chains are worth handing on; a rest is not worth counting.
-  for (Chain const& chain : {nodes->current, nodes->spare}) {
-    chain.length == kChainLength ? GiveChain(chain.head) : FreeAll(chain.head);
-  }
-  delete nodes;
-}
-
-// A key and not a thread_local object with a destructor: registering that allocates, once per thread, what a
-// forked child can neither free nor reach. Made under the depot's lock, which is held over a fork: a child
-// would wait for ever for a function's own static that another thread was making.
-bool CloseAtThreadEnd(ThreadNodes* nodes) noexcept {
-  static bool tried = false;
-  static pthread_key_t key = PTHREAD_KEYS_MAX;  // which is none
-  std::lock_guard<std::mutex> const guard(depot.lock);
-  if (!tried && pthread_key_create(&key, &CloseThread) != 0) key = PTHREAD_KEYS_MAX;
-  tried = true;
-  return pthread_setspecific(key, nodes) == 0;
-}
-
-// Null when the thread is at its end, or when there is no memory: its nodes then come and go one by one.
-ThreadNodes* OpenThread() noexcept {
-  if (state == ThreadState::kEnded) return nullptr;
-  auto* const nodes = new (std::nothrow) ThreadNodes;
-  if (nodes == nullptr) return nullptr;
-  if (!CloseAtThreadEnd(nodes)) {
-    delete nodes;
-    return nullptr;
-  }
-  {
-    std::lock_guard<std::mutex> const guard(depot.lock);
-    Link(nodes);
-  }
-  state = ThreadState::kOpen;
-  mine = nodes;
-  return nodes;
-}
-
-// Brings the lines that the next trace call of this thread will write into this core's cache, while this call
-// formats: they were last written by the output thread.
-void Prefetch(RecordNode* node) noexcept {
-  if (node == nullptr) return;
-  auto* const from = reinterpret_cast<char*>(node);
-  for (std::size_t at = 0; at < kHotBytes; at += kCacheLine) __builtin_prefetch(from + at, 1);
+  return bunch.head;
 }
 
 }  // namespace
 
 RecordNode* TakeNode() {
   ThreadNodes* const nodes = mine != nullptr ? mine : OpenThread();
-  if (nodes == nullptr) return NewNode(nodes);
-  if (nodes->current.head == nullptr) std::swap(nodes->current, nodes->spare);
-  if (nodes->current.head == nullptr) nodes->current = TakeChain();
-  if (nodes->current.head == nullptr) return NewNode(nodes);
-  RecordNode* const node = nodes->current.Pop();
-  Prefetch(nodes->current.head);
-  return node;
+  RecordNode* const node = nodes == nullptr ? nullptr : nodes->Take();
+  return node != nullptr ? node : NewNode(nodes);
 }
 
 void GiveNode(RecordNode* node) noexcept {
   ThreadNodes* const nodes = mine != nullptr ? mine : OpenThread();
   if (nodes == nullptr) {
     delete node;
-    return;
+  } else {
+    nodes->Give(node);
   }
-  if (nodes->current.length == kChainLength) {
-    if (nodes->spare.length == kChainLength) {
-      GiveChain(nodes->spare.head);
-      nodes->spare = {};
-    }
-    std::swap(nodes->current, nodes->spare);
-  }
-  nodes->current.Push(node);
 }
 
-bool IdleNodesToTrim() noexcept { return depot.chain_count.load(std::memory_order_relaxed) > kIdleChains; }
+bool IdleNodesToTrim() noexcept {
+  return depot.nodes.load(std::memory_order_relaxed) > kIdleKept ||
+         depot.threads_keep.load(std::memory_order_relaxed);
+}
 
 void TrimIdleNodes() noexcept {
-  if (IdleNodesToTrim()) FreeAll(TakeChain().head);
+  // First: what threads keep after this is seen by the next trimming.
+  if (depot.threads_keep.exchange(false, std::memory_order_relaxed)) ShrinkThreadObjects();
+  if (depot.nodes.load(std::memory_order_relaxed) > kIdleKept) FreeChain(TakeChain());
 }
 
 void StockIdleNodes() noexcept {
@@ -253,39 +324,26 @@ void StockIdleNodes() noexcept {
   do {
     if (made < kMadeForOneChain) return;
   } while (!made_by_callers.compare_exchange_weak(made, made - kMadeForOneChain, std::memory_order_relaxed));
-  Chain chain;
-  while (chain.length < kChainLength) {
-    auto* const node = new (std::nothrow) RecordNode;
-    if (node == nullptr) {
-      FreeAll(chain.head);
+  RecordNode* chain = nullptr;
+  for (std::size_t i = 0; i < kBunchesOfChain; ++i) {
+    RecordNode* const bunch = NewBunch();
+    if (bunch == nullptr) {
+      FreeChain(chain);
       return;
     }
-    chain.Push(node);
+    bunch->next_bunch = std::exchange(chain, bunch);
   }
-  GiveChain(chain.head);
+  GiveChain(chain);
 }
 
 bool IdleNodesToStock() noexcept {
   return made_by_callers.load(std::memory_order_relaxed) >= kMadeForOneChain;
 }
 
-std::size_t IdleNodesInDepot() noexcept {
-  return depot.chain_count.load(std::memory_order_relaxed) * kChainLength;
-}
+std::size_t IdleNodesInDepot() noexcept { return depot.nodes.load(std::memory_order_relaxed); }
 
 void LockIdleNodes() noexcept { depot.lock.lock(); }
 
 void UnlockIdleNodes() noexcept { depot.lock.unlock(); }
-
-void KeepOwnIdleNodesInChild() noexcept {
-  if (mine != nullptr) Unlink(mine);
-  // What an earlier fork left comes after what this one leaves.
-  ThreadNodes** end = &depot.threads;
-  while (*end != nullptr) end = &(*end)->after;
-  *end = gone_threads;
-  gone_threads = std::exchange(depot.threads, nullptr);
-  if (mine != nullptr) Link(mine);
-  depot.lock.unlock();
-}
 
 }  // namespace velt

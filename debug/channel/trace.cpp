@@ -82,7 +82,7 @@ std::unique_ptr<OutDataUnit> VeltDebugInfo::MakeRecord(std::string const& module
                                                        AsnType const* asn, ACE_Time_Value const& now) const {
   auto rec = std::make_unique<OutDataUnit>();
   velt::RecordNode* const node = velt::NodeOf(rec.get());
-  rec->m_pTimeStamp = node->stamp;
+  node->LendArrays(*rec);
   velt::WriteTimeStamp(now, rec->m_pTimeStamp);
   rec->m_nThreadId = velt::ThreadId();
   rec->m_nLevel = level < 4 || level == kCheckedOutLevel ? static_cast<int32_t>(level) : kDefaultLevel;
@@ -92,7 +92,7 @@ std::unique_ptr<OutDataUnit> VeltDebugInfo::MakeRecord(std::string const& module
     rec->m_strModule = module;
   }
   std::size_t const text_size = length + module.size() + kTextOverhead;
-  rec->m_pText = text_size <= sizeof node->text ? node->text : new char[text_size];
+  if (text_size > sizeof node->text) rec->m_pText = new char[text_size];
   char* at = rec->m_pText;
   *at++ = ' ';
   at = AppendText(at, module.data(), module.size());

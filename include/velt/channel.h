@@ -20,6 +20,10 @@
 #include "velt/export.h"
 #include "velt/types.h"
 
+namespace velt {
+struct RecordNode;
+}
+
 // The time part of a log file name, for strftime: 15 characters of local time and ".log".
 VELT_EXPORT extern char const* const VELT_DEBUG_FILE_NAME_TIME_PATTERN;
 VELT_EXPORT extern char const* const LOGFILETAIL;  // ".log", a log file
@@ -38,12 +42,13 @@ VELT_EXPORT void VELTInsertBOM(FILE* out);
 // One trace record on its way from a caller to an output thread.
 //
 // Ownership: owns its two arrays (array new) and its ASN value. Created with new, destroyed with delete; a
-//            channel that is handed one owns it. A host may fill one by itself with plain arrays.
+//            channel that is handed one owns it. A host may fill one by itself, with plain arrays of any
+//            size. Not to be derived from: it is deleted as what it is, and without a virtual destructor.
 // Threads:   belongs to one thread at a time.
 //
 // A record whose two arrays and ASN value are all null is the stop marker: the output thread that takes it
 // ends.
-class VELT_EXPORT OutDataUnit {
+class VELT_EXPORT OutDataUnit final {
  public:
   OutDataUnit();
   ~OutDataUnit();
@@ -51,20 +56,18 @@ class VELT_EXPORT OutDataUnit {
   OutDataUnit& operator=(OutDataUnit const&) = delete;
 
   // The memory of records is recycled: one thread fills a queue and another empties it, which allocators are
-  // slow at. Throws std::bad_alloc. NOLINTBEGIN(misc-new-delete-overloads): the match is the delete that is
-  // told the size
+  // slow at. Throws std::bad_alloc.
   static void* operator new(std::size_t size);
   // The same; null instead of an exception.
   static void* operator new(std::size_t size, std::nothrow_t const&) noexcept;
   // Placement, as everywhere.
   static void* operator new(std::size_t, void* at) noexcept { return at; }
-  // Takes memory of either new back; null is nothing to do.
-  static void operator delete(void* memory, std::size_t size) noexcept;
+  // Takes memory of the first two back; null is nothing to do.
+  static void operator delete(void* memory) noexcept;
   // Placement's, for a constructor that throws.
   static void operator delete(void*, void*) noexcept {}
-  // NOLINTEND(misc-new-delete-overloads)
 
-  char* m_pTimeStamp = nullptr;  // "2026-11-15 08:52:13.123456" and a NUL, in an array of 512 bytes
+  char* m_pTimeStamp = nullptr;  // "2026-11-15 08:52:13.123456" and a NUL
   int64_t m_nThreadId = 0;       // kernel thread id of the tracing thread
   int32_t m_nLevel = 3;          // a VeltLogLevel
   std::string m_strModule;       // the caller's, or "default" for one space
@@ -72,6 +75,11 @@ class VELT_EXPORT OutDataUnit {
   AsnType* m_pAsn = nullptr;     // printed after the text
   bool m_bPrint = false;         // write to standard output
   bool m_bLog = false;           // write to the log file
+
+ private:
+  friend struct velt::RecordNode;
+
+  bool m_bLent = false;  // the record was made with arrays that are not its own to free
 };
 
 // The queue of a channel: ACE's own, with cheaper ways in and out for many callers and one output thread, and

@@ -44,6 +44,8 @@ TEST(RecordTest, TheFieldsHaveTheirTypesAndLieInTheirOrder) {
   EXPECT_TRUE((std::is_same_v<decltype(OutDataUnit::m_nLevel), std::int32_t>));
 }
 
+TEST(RecordTest, ARecordCannotBeDerivedFrom) { EXPECT_TRUE(std::is_final_v<OutDataUnit>); }
+
 TEST(RecordTest, ARecordCannotBeCopied) {
   EXPECT_FALSE(std::is_copy_constructible_v<OutDataUnit>);
   EXPECT_FALSE(std::is_copy_assignable_v<OutDataUnit>);

@@ -9,6 +9,8 @@ namespace {
 thread_local int calls_to_failure = 0;  // 0: none fails
 thread_local bool failed = false;
 std::atomic<long> live_aligned{0};
+thread_local void const* watched = nullptr;
+thread_local int watched_deletions = 0;
 
 bool Fails() {
   if (calls_to_failure == 0 || --calls_to_failure != 0) return false;
@@ -48,6 +50,15 @@ FailingAllocation::~FailingAllocation() { calls_to_failure = 0; }
 
 bool FailingAllocation::Failed() const { return failed; }
 
+WatchedArray::WatchedArray(void const* array) {
+  watched = array;
+  watched_deletions = 0;
+}
+
+WatchedArray::~WatchedArray() { watched = nullptr; }
+
+int WatchedArray::Deletions() const { return watched_deletions; }
+
 long LiveAlignedAllocations() { return live_aligned.load(); }
 
 }  // namespace velt::test
@@ -64,7 +75,13 @@ void* operator new(std::size_t size, std::align_val_t alignment, std::nothrow_t 
 }
 
 void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept {
+  if (memory != nullptr && memory == watched) {
+    ++watched_deletions;
+  } else {
+    std::free(memory);
+  }
+}
 void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
 void operator delete[](void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
 void operator delete(void* memory, std::nothrow_t const& /*tag*/) noexcept { std::free(memory); }

@@ -16,6 +16,18 @@ class FailingAllocation {
   bool Failed() const;  // whether it has come to that
 };
 
+// Memory that operator new[] never gave out, and that operator delete[] may be called with while this lives:
+// it is then noted and left alone.
+class WatchedArray {
+ public:
+  explicit WatchedArray(void const* array);
+  ~WatchedArray();
+  WatchedArray(WatchedArray const&) = delete;
+  WatchedArray& operator=(WatchedArray const&) = delete;
+
+  int Deletions() const;
+};
+
 // Over-aligned allocations of all threads that are not freed yet: record nodes, in a test that makes no
 // others.
 long LiveAlignedAllocations();
