@@ -3,6 +3,9 @@
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <new>
+
+#include "platform/thread_object.h"
 
 namespace velt {
 namespace {
@@ -24,8 +27,35 @@ static_assert(sizeof(Entry) == 64);
 
 using Group = std::array<Entry, kGroupSize>;
 
-// Trivially destroyed, so that a thread's last destructors may still trace.
-thread_local std::array<Group, kGroups> groups;
+class ThreadSets final : public ThreadObject {
+ public:
+  void AtThreadEnd() noexcept override;
+  void Shrink() noexcept override {}  // it has one size
+
+  std::array<Group, kGroups> groups;
+};
+
+// What this thread remembers; null before it is to remember something, and at its end. The memory itself, 8
+// KB, is too much for the thread_local variables of a library that dlopen loads.
+[[gnu::tls_model("initial-exec")]] thread_local ThreadSets* mine = nullptr;
+
+void ThreadSets::AtThreadEnd() noexcept {
+  mine = nullptr;
+  delete this;
+}
+
+// Null when the thread is at its end, or when there is no memory: it then remembers nothing.
+ThreadSets* OpenThread() noexcept {
+  if (ThreadEnds()) return nullptr;
+  auto* const sets = new (std::nothrow) ThreadSets;
+  if (sets == nullptr) return nullptr;
+  if (!KeepUntilThreadEnd(*sets)) {
+    delete sets;
+    return nullptr;
+  }
+  mine = sets;
+  return sets;
+}
 
 // Never goes back, also over the manager's destruction. Release when it moves, acquire where it is read: who
 // sees the new number looks at the table, whose lock orders the rest.
@@ -39,7 +69,7 @@ std::uint64_t Load(char const* at) {
 }
 
 // Mixes the head, the tail and the length of the name: two loads, whatever its length.
-Group& GroupOf(std::string const& module) {
+Group& GroupOf(ThreadSets& sets, std::string const& module) {
   char const* const name = module.data();
   std::size_t const length = module.size();
   std::uint64_t head = 0;
@@ -55,7 +85,7 @@ Group& GroupOf(std::string const& module) {
     tail = Load<unsigned char>(name + length - 1);
   }
   std::uint64_t const mixed = (head ^ (tail << 7U) ^ length) * 0x9E3779B97F4A7C15U;
-  return groups[mixed >> 59U];
+  return sets.groups[mixed >> 59U];
 }
 static_assert(kGroups == 1U << 5U, "the mixed value is shifted down to 5 bits");
 
@@ -66,9 +96,9 @@ std::uint64_t SetsGeneration() { return generation_now.load(std::memory_order_ac
 void ForgetSets() { generation_now.fetch_add(1, std::memory_order_release); }
 
 bool FindSets(std::string const& module, KnownSets& sets) {
-  if (module.size() > kLongestName) return false;
+  if (mine == nullptr || module.size() > kLongestName) return false;
   std::uint64_t const generation = SetsGeneration();
-  for (Entry const& entry : GroupOf(module)) {
+  for (Entry const& entry : GroupOf(*mine, module)) {
     bool const found = entry.generation == generation && entry.length == module.size() &&
                        std::memcmp(entry.name.data(), module.data(), module.size()) == 0;
     if (!found) continue;
@@ -80,7 +110,9 @@ bool FindSets(std::string const& module, KnownSets& sets) {
 
 void StoreSets(std::string const& module, std::uint64_t generation, KnownSets const& sets) {
   if (module.size() > kLongestName) return;
-  Group& group = GroupOf(module);
+  ThreadSets* const remembered = mine != nullptr ? mine : OpenThread();
+  if (remembered == nullptr) return;
+  Group& group = GroupOf(*remembered, module);
   // An entry that is out of date, or the one that was stored longest ago: entries move down as new ones come.
   std::size_t place = 0;
   while (place + 1 < kGroupSize && group[place].generation == generation) ++place;

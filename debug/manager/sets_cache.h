@@ -29,7 +29,9 @@ void ForgetSets();
 // Gives what this thread remembers of `module`. Returns false when that is nothing, or out of date.
 bool FindSets(std::string const& module, KnownSets& sets);
 
-// Remembers `sets` for `module`, found when the generation was `generation`. Long names are not remembered.
+// Remembers `sets` for `module`, found when the generation was `generation`. Not remembered are names of more
+// than 46 characters, and anything when there is no memory or the thread is at its end. The first call of a
+// thread allocates 8 KB, which go with the thread.
 void StoreSets(std::string const& module, std::uint64_t generation, KnownSets const& sets);
 
 }  // namespace velt

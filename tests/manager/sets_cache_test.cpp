@@ -2,10 +2,13 @@
 #include "debug/manager/sets_cache.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <optional>
 #include <string>
 #include <thread>
+
+#include "tests/support/process.h"
 
 namespace velt::test {
 namespace {
@@ -72,6 +75,40 @@ TEST(SetsCacheTest, AChangeOfAnotherThreadIsSeen) {
   std::thread([] { ForgetSets(); }).join();
 
   EXPECT_FALSE(Find("net"));
+}
+
+bool remembered_at_the_end = true;
+
+void StoreAtTheEnd(void* /*value*/) {
+  StoreSets("net", SetsGeneration(), Sets(5, 2));
+  remembered_at_the_end = Find("net").has_value();
+}
+
+TEST(SetsCacheTest, AThreadThatAsksInItsLastDestructorRemembersNothing) {
+  StoreSets("net", SetsGeneration(),
+            Sets(5, 2));  // the library's key is made before the next, cleaned up before it
+  pthread_key_t key = 0;
+  ASSERT_EQ(pthread_key_create(&key, &StoreAtTheEnd), 0);
+
+  std::thread([key] {
+    StoreSets("net", SetsGeneration(), Sets(5, 2));
+    pthread_setspecific(key, &remembered_at_the_end);
+  }).join();
+
+  EXPECT_FALSE(remembered_at_the_end);
+  pthread_key_delete(key);
+}
+
+TEST(SetsCacheTest, AForkedChildGoesOnWithWhatItsThreadRemembered) {
+  StoreSets("net", SetsGeneration(), Sets(5, 2));
+
+  Outcome const child = RunInChild([] {
+    if (!Find("net")) return 1;
+    StoreSets("db", SetsGeneration(), Sets(5, 2));
+    return Find("db") ? 0 : 2;
+  });
+
+  EXPECT_EQ(child.exit_code, 0);
 }
 
 TEST(SetsCacheTest, NamesThatDifferInOneCharacterAnywhereAreTwoModules) {
