@@ -140,7 +140,11 @@ void VeltDebugMgr::GetCfgItem(std::string const& cfgFile, int& filtLogBufSize, i
   GetMaxFileSize(maxFileSize, primary, secondary, primary_only);
   GetEachProcessMaxZipNum(eachProcessMaxZipNum, primary, secondary, primary_only);
   GetZipFileIncludeFileNum(zipFileIncludeFileNum, primary, secondary, primary_only);
+  ReadModuleSets(primary, secondary, primary_only, modules);
+}
 
+void VeltDebugMgr::ReadModuleSets(std::string& primary, std::string const& secondary, bool primary_only,
+                                  ModuleSets& modules) {
   std::array<char, kTextCapacity> buffer{};
   int length = kTextCapacity;
   std::string level_text;

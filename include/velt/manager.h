@@ -146,6 +146,17 @@ class VELT_EXPORT VeltDebugMgr {
   // The same for a bit of the module's output set.
   bool SetLogOutput(std::string const& module, VeltOutputDirection direction, bool on);
 
+  // Reads the modules of the configuration file again, while other threads trace: of the file that Init took,
+  // or of the installation's own when that was missing. Every module that the file names gets the sets that
+  // Init would give it now, all in one step: no trace call finds some changed and others not. Other modules
+  // (registered by the host, or named by the file no longer) keep their sets, and the limits of the files
+  // stay. Returns true when the file was read and applied. Returns false, and nothing is changed, before
+  // Init, in a forked child, and when there is no file, it cannot be read, it names no module, a set in it
+  // has a character other than 0 and 1, or it goes on changing while it is read. Of two calls at once the one
+  // that is applied last holds. Not for signal handlers. Cost: reads the file several times; the table's
+  // lock, as the writer, only to apply.
+  bool ReloadModules();
+
   // Hands all tracing to `engine`, which the manager owns from then on. Returns false for null. An engine
   // that was registered before is neither deleted nor told: it is the host's again.
   bool RegDebugEngine(VeltDebugEngine* engine);
@@ -262,6 +273,10 @@ class VELT_EXPORT VeltDebugMgr {
   VeltDebugSubModInfo* FindModule_i(std::string const& name) const;
   void StoreBoundedLimits(int filtLogBufSize, int maxFileNum, int maxFileSize, int eachProcessMaxZipNum,
                           int zipFileIncludeFileNum);
+  static void ReadModuleSets(std::string& primary, std::string const& secondary, bool primary_only,
+                             ModuleSets& modules);
+  bool ReadNamedModules(std::string& file, ModuleSets& modules);
+  std::string CfgFile();
   void RegisterConfiguredModules_i(ModuleSets const& modules);
   bool OpenMainChannel(std::string const& directory, std::string const& fileHeader, bool channelFlag);
   void DeleteChannels();

@@ -1,0 +1,102 @@
+// The modules of the configuration file, read again while other threads trace.
+#include <sys/stat.h>
+
+#include <bitset>
+#include <map>
+#include <string>
+
+#include "velt/config.h"
+#include "velt/manager.h"
+
+#include "debug/manager/bit_set_text.h"
+#include "debug/manager/module_name.h"
+#include "platform/locks.h"
+
+namespace {
+
+using Texts = std::map<std::string, std::string>;
+
+constexpr int kAttempts = 10;  // to read a file that somebody writes at the same time
+
+// What is another after a file was written or replaced.
+struct Version {
+  explicit Version(std::string const& file) { found = stat(file.c_str(), &status) == 0; }
+
+  bool operator==(Version const& other) const {
+    auto const same = [](timespec const& left, timespec const& right) {
+      return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+    };
+    return found && other.found && status.st_dev == other.status.st_dev &&
+           status.st_ino == other.status.st_ino && status.st_size == other.status.st_size &&
+           same(status.st_mtim, other.status.st_mtim) && same(status.st_ctim, other.status.st_ctim);
+  }
+
+  struct stat status = {};
+  bool found;
+};
+
+// Whether every text is a set. At Init an invalid one is replaced; a running process keeps what it has
+// instead.
+bool AreSets(Texts const& items) {
+  for (auto const& item : items) {
+    std::string text = item.second;
+    std::bitset<32> set;
+    if (!velt::BitSetFromText(text, set)) return false;
+  }
+  return true;
+}
+
+// The items of module "debug", whose keys a host may have changed.
+Texts DebugItems(Texts const& all) {
+  Texts items;
+  for (char const* const key : {DEBUGLEVELITEM, DEBUGOUPUTTITEM}) {
+    auto const found = key == nullptr ? all.end() : all.find(key);
+    if (found != all.end()) items.insert(*found);
+  }
+  return items;
+}
+
+// The one way out for a file that is not taken.
+bool KeepWhatHolds() { return false; }
+
+}  // namespace
+
+bool VeltDebugMgr::ReloadModules() {
+  if (!IsInit() || InheritedByFork()) return false;
+  std::string file = CfgFile();
+  ModuleSets modules;
+  // Read without the table's lock, which every thread that traces may need.
+  if (!ReadNamedModules(file, modules)) return KeepWhatHolds();
+  velt::WriteLock const lock(m_tableLock);
+  if (!lock.locked()) return false;
+  // What threads remember is out of date from the first module on: they wait for the lock, and find all done.
+  RegisterConfiguredModules_i(modules);
+  return true;
+}
+
+std::string VeltDebugMgr::CfgFile() {
+  velt::MutexLock const lock(m_cfgFileLock);
+  return lock.locked() ? m_strCfgFile : std::string();
+}
+
+bool VeltDebugMgr::ReadNamedModules(std::string& file, ModuleSets& modules) {
+  std::string const default_file = VeltGetDefaultDebugCfgFile();
+  std::string const secondary = VeltGetDefaultCfgFile();
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    Version const before(file);
+    Texts all;
+    Texts levels;
+    Texts outputs;
+    bool const read = !file.empty() && VeltAllCfgItem(all, file, "") &&
+                      VeltAllCfgItem(levels, file, "_level") && VeltAllCfgItem(outputs, file, "_output");
+    modules.clear();
+    ReadModuleSets(file, secondary, default_file.empty() || file == secondary, modules);
+    if (!(Version(file) == before)) continue;  // of two states of the file, or gone
+    Texts const debug = DebugItems(all);
+    bool const names_debug =
+        !debug.empty() || levels.count(velt::kDebugModule) != 0 || outputs.count(velt::kDebugModule) != 0;
+    if (!names_debug) modules.erase(velt::kDebugModule);
+    return read && !modules.empty() && AreSets(levels) && AreSets(outputs) && AreSets(debug);
+  }
+  return false;
+}
