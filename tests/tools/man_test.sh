@@ -27,10 +27,10 @@ same() {
   diff <(printf '%s\n' "$2") <(printf '%s\n' "$3") >&2 || complain "$1 differ"
 }
 
-options_of_help() { "$programs/$1" --help | sed -n 's/^  --\([a-z]*\) .*/\1/p' | sort; }
-options_of_page() { sed -n 's/^\.It Fl -\([a-z]*\).*/\1/p' "$pages/$1.1" | sort; }
+options_of_help() { "$programs/$1" --help | sed -n 's/^  --\([a-z-]*\) .*/\1/p' | sort; }
+options_of_page() { sed -n 's/^\.It Fl -\([a-z-]*\).*/\1/p' "$pages/$1.1" | sort; }
 options_of_synopsis() {
-  sed -n '/^\.Sh SYNOPSIS/,/^\.Sh DESCRIPTION/p' "$pages/$1.1" | grep -o 'Fl -[a-z]*' | sed 's/Fl -//' | sort
+  sed -n '/^\.Sh SYNOPSIS/,/^\.Sh DESCRIPTION/p' "$pages/$1.1" | grep -o 'Fl -[a-z-]*' | sed 's/Fl -//' | sort
 }
 
 for program in veltpipe veltcfg; do

@@ -237,9 +237,10 @@ TEST(VeltpipeJsonTest, TheStatisticsAreOneLineOfJson) {
       RunProgram(Command(scratch.Path(), {"--stats", "--json"}), "one\n" + std::string(2049, 'x') + "\n");
 
   EXPECT_EQ(outcome.exit_code, 0);
-  EXPECT_EQ(outcome.err,
-            "{\"lines_in\": 2, \"bytes_in\": 2054, \"records_out\": 3, \"retries\": 0, \"files_rotated\": 0, "
-            "\"records_given_up\": 0, \"bytes_missing\": 0, \"no_log_file\": false}\n");
+  EXPECT_EQ(
+      outcome.err,
+      "{\"lines_in\": 2, \"bytes_in\": 2054, \"records_out\": 3, \"retries\": 0, \"files_rotated\": 0, "
+      "\"records_given_up\": 0, \"records_dropped\": 0, \"bytes_missing\": 0, \"no_log_file\": false}\n");
   EXPECT_TRUE(nlohmann::json::accept(outcome.err));
 }
 

@@ -130,8 +130,9 @@ TEST(VeltpipeCommandLineTest, HelpNamesEveryOptionOnStandardOutput) {
 
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_THAT(outcome.err, IsEmpty());
-  for (char const* const option : {"--name", "--dir", "--size", "--keep", "--module", "--level", "--print",
-                                   "--config", "--stats", "--json", "--progress", "--help", "--version"}) {
+  for (char const* const option :
+       {"--name", "--dir", "--size", "--keep", "--module", "--level", "--print", "--escape", "--on-stall",
+        "--config", "--stats", "--json", "--progress", "--help", "--version"}) {
     EXPECT_THAT(outcome.out, HasSubstr(std::string("\n  ") + option + " "));
   }
 }
@@ -178,6 +179,8 @@ TEST(VeltpipeCommandLineTest, EachMistakeIsExitCodeTwoAndAMessageAndLeavesNoFile
                                                        {"--module", "a\nb"},
                                                        {"--config", scratch / "missing.cfg"},
                                                        {"--config", scratch.Path()},
+                                                       {"--on-stall", "block"},
+                                                       {"--on-stall"},
                                                        {"--config", "/dev/null"},
                                                        {"server.log"}};
   for (auto const& mistake : mistakes) {
@@ -359,6 +362,36 @@ TEST(VeltpipeLineTest, ALongLineIsNotCutWithinAnEscapedNul) {
   Trace(head + std::string("\0z\n", 3), scratch.Path());
 
   EXPECT_THAT(Traced(scratch.Path()), ElementsAre(head, "\\0z"));
+}
+
+TEST(VeltpipeLineTest, EscapeWritesEachByteOfAControlCharacterInHexadecimal) {
+  ScratchDir const scratch;
+
+  Outcome const outcome = Trace(std::string("a\tb\r\n\x1b[31m\x7f\0c\n\xC2\x9B"
+                                            "d \xC3\xA9 \xE2\x82\xAC \xC2\xA0\n",
+                                            28),
+                                scratch.Path(), {"--escape"});
+
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+  EXPECT_THAT(Traced(scratch.Path()), ElementsAre("a\\x09b\\x0d", "\\x1b[31m\\x7f\\x00c",
+                                                  "\\xc2\\x9bd \xC3\xA9 \xE2\x82\xAC \xC2\xA0"));
+}
+
+TEST(VeltpipeLineTest, ALongLineIsNotCutWithinAnEscapedCharacter) {
+  ScratchDir const scratch;
+
+  Outcome const outcome = Trace(std::string(2045, 'a') + "\x1b\n", scratch.Path(), {"--escape"});
+
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+  EXPECT_THAT(Traced(scratch.Path()), ElementsAre(std::string(2045, 'a'), "\\x1b"));
+}
+
+TEST(VeltpipeLineTest, WithoutEscapeControlCharactersStay) {
+  ScratchDir const scratch;
+
+  Trace("a\t\x1b\xC2\x9B\n", scratch.Path());
+
+  EXPECT_THAT(Traced(scratch.Path()), ElementsAre("a\t\x1b\xC2\x9B"));
 }
 
 TEST(VeltpipeLineTest, PrintCopiesEveryRecordToStandardOutput) {
@@ -626,6 +659,77 @@ void LimitFileSize() {
   getrlimit(RLIMIT_FSIZE, &limit);
   limit.rlim_cur = 300000;
   setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+TEST(VeltpipeFaultTest, OnAStallRecordsAreDroppedAndCountedAndTheInputIsReadOn) {
+  ScratchDir const scratch;
+  PipeEnds input;
+  PipeEnds output;
+  Descriptor const err = OpenOutput(scratch / "err.txt");
+  RunningProgram program(Command(scratch / "logs", {"--print", "--stats", "--on-stall", "drop"}),
+                         {input.read, output.write, err});
+  input.read.Close();
+  output.write.Close();
+
+  WriteAll(input.write,
+           std::string(400'000, '\n'));  // three times the queue, while nobody reads standard output
+  input.write.Close();
+  std::string printed;
+  ReadOn(output.read, printed, std::string::npos);
+
+  EXPECT_EQ(program.Wait(), 1);
+  std::string const stats = ReadFile(scratch / "err.txt");
+  std::size_t const kept = CountOf(printed, " app I: \n");
+  EXPECT_GE(kept, 128'000U);
+  EXPECT_THAT(stats, HasSubstr("veltpipe: " + std::to_string(400'000 - kept) +
+                               " records were dropped while the log took no more\n"));
+  EXPECT_THAT(stats, HasSubstr("lines in 400000, records out " + std::to_string(kept) + ", retries 0,"));
+  EXPECT_EQ(CountOf(ReadFamily(scratch / "logs", "t_"), " app I: \n"), kept);
+}
+
+TEST(VeltpipeLockTest, ASecondPipeOnTheFamilyIsRefusedAndOneOnAnotherIsNot) {
+  ScratchDir const scratch;
+  PipeEnds input;
+  RunningProgram first(Command(scratch / "logs"), {input.read, -1, -1});
+  ASSERT_TRUE(WaitUntil([&scratch] { return CountLogs(scratch / "logs") == 1; }));
+
+  Outcome const second = Trace("line\n", scratch / "logs/.");
+  Outcome const other = RunProgram({kProgram, "--name", "other_", "--dir", scratch / "logs"}, "line\n");
+
+  EXPECT_EQ(second.exit_code, 1);
+  EXPECT_EQ(second.err, "veltpipe: another veltpipe writes the family t_ in " + (scratch / "logs/.") +
+                            "; give another --name or another place with --dir\n");
+  EXPECT_EQ(other.exit_code, 0) << other.err;
+  WriteAll(input.write, "of the first\n");
+  input.write.Close();
+  EXPECT_EQ(first.Wait(), 0);
+  EXPECT_THAT(Traced(scratch / "logs"), ElementsAre("of the first"));
+}
+
+TEST(VeltpipeLockTest, AKilledPipeLeavesTheFamilyToTheNext) {
+  ScratchDir const scratch;
+  PipeEnds input;
+  RunningProgram first(Command(scratch / "logs"), {input.read, -1, -1});
+  ASSERT_TRUE(WaitUntil([&scratch] { return CountLogs(scratch / "logs") == 1; }));
+  first.Signal(SIGKILL);
+  ASSERT_EQ(first.Wait(), -1);
+
+  Outcome const next = Trace("line\n", scratch / "logs");
+
+  EXPECT_EQ(next.exit_code, 0) << next.err;
+  EXPECT_THAT(Traced(scratch / "logs"), ElementsAre("line"));
+}
+
+TEST(VeltpipeLockTest, ALockThatCannotBeHadIsSaidAndTheLogGoesOn) {
+  ScratchDir const scratch;
+  std::filesystem::create_directories(scratch / "logs/.t_.lock");
+
+  Outcome const outcome = Trace("line\n", scratch / "logs");
+
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.err, "veltpipe: cannot lock the family t_ in " + (scratch / "logs") +
+                             ": Is a directory; a second veltpipe would not be noticed\n");
+  EXPECT_THAT(Traced(scratch / "logs"), ElementsAre("line"));
 }
 
 TEST(VeltpipeFaultTest, AFileThatTakesNoMoreToTheEndIsExitCodeOneAndAMessage) {

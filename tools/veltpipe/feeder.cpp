@@ -9,6 +9,7 @@ namespace velt::tools {
 namespace {
 
 constexpr std::chrono::milliseconds kRetryPause(10);
+constexpr std::chrono::seconds kDropFor(1);  // a call that is refused has waited as long
 
 // A record in the file is: "MM-DD hh:mm:ss.uuuuuu", ".T" and the thread id, " module ", the tag, the message,
 // newline.
@@ -26,11 +27,12 @@ Feeder::Feeder(Options const& options, Limits const& limits, StopSignal& stop, S
     : module_(options.module),
       level_(static_cast<VeltLogLevel>(options.level)),
       print_(options.print),
+      drop_on_stall_(options.drop_on_stall),
       overhead_bytes_(RecordOverhead(options)),
       stop_(stop),
       statistics_(statistics),
       family_(options.directory, options.name),
-      pacer_(family_, stop, statistics, limits.file_bytes) {
+      pacer_(family_, stop, statistics, limits.file_bytes, options.drop_on_stall) {
   pacer_.WaitForFreeSecond();
   channel_ = std::make_unique<VeltDebugInfo>(family_.Directory(), options.name, "", false, false,
                                              limits.ring_records, limits.file_bytes, limits.archives,
@@ -39,9 +41,14 @@ Feeder::Feeder(Options const& options, Limits const& limits, StopSignal& stop, S
 }
 
 void Feeder::Feed(std::string const& message) {
+  if (drop_on_stall_ && StopSignal::Clock::now() < next_try_) {
+    ++statistics_.records_dropped;
+    return;
+  }
   std::size_t const record_bytes = overhead_bytes_ + message.size();
   if (!pacer_.Admit(record_bytes) || !TryUntilAccepted(message)) {
-    ++statistics_.records_given_up;
+    ++(drop_on_stall_ ? statistics_.records_dropped : statistics_.records_given_up);
+    next_try_ = StopSignal::Clock::now() + kDropFor;
     return;
   }
   ++statistics_.records_out;
@@ -55,7 +62,7 @@ void Feeder::Finish() {
 
 bool Feeder::TryUntilAccepted(std::string const& message) {
   while (!channel_->Trace(module_, level_, message.c_str(), nullptr, print_, true)) {
-    if (pacer_.IsHopeless()) return false;
+    if (drop_on_stall_ || pacer_.IsHopeless()) return false;
     ++statistics_.retries;
     stop_.Pause(kRetryPause);
   }

@@ -27,11 +27,15 @@ class Feeder {
   Feeder(Options const& options, Limits const& limits, StopSignal& stop, Statistics& statistics);
 
   // Traces `message`, trying again for as long as the channel refuses it. Gives it up, and counts that, only
-  // when a stop signal has come and the log does not move.
+  // when a stop signal has come and the log does not move. Where records are to be dropped on a stall, one
+  // that the log does not take within a second is dropped and counted, and so are those of the second after.
   void Feed(std::string const& message);
 
   // Closes the channel, which writes out what it accepted, and completes the statistics.
   void Finish();
+
+  // Why the directory takes no file now; empty when it does.
+  std::string WhyNoFile() const { return family_.WhyNoFile(); }
 
  private:
   bool TryUntilAccepted(std::string const& message);
@@ -39,11 +43,13 @@ class Feeder {
   std::string const module_;
   VeltLogLevel const level_;
   bool const print_;
+  bool const drop_on_stall_;
   std::size_t const overhead_bytes_;  // of each record in the file, beyond its message
   StopSignal& stop_;
   Statistics& statistics_;
   LogFamily family_;
   Pacer pacer_;
+  StopSignal::Clock::time_point next_try_;  // until then records are dropped
   std::unique_ptr<VeltDebugInfo> channel_;
 };
 

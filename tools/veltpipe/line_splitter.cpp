@@ -23,24 +23,45 @@ std::size_t WholeSequences(std::string const& text) {
   return text.size();
 }
 
+std::string Escaped(unsigned char byte) {
+  constexpr char const* kDigits = "0123456789abcdef";
+  return std::string("\\x") + kDigits[byte >> 4U] + kDigits[byte & 0xFU];
+}
+
 }  // namespace
 
-LineSplitter::LineSplitter(Sink sink) : sink_(std::move(sink)) { pending_.reserve(kLongestMessage); }
+LineSplitter::LineSplitter(bool escape, Sink sink) : escape_(escape), sink_(std::move(sink)) {
+  pending_.reserve(kLongestMessage);
+}
 
 void LineSplitter::Push(std::string_view bytes) {
   for (char const byte : bytes) {
     if (byte == '\n') {
       EmitLine();
-    } else if (byte == '\0') {
-      Append("\\0");
     } else {
-      Append({&byte, 1});
+      AppendByte(byte);
     }
   }
 }
 
 void LineSplitter::Finish() {
   if (!pending_.empty()) EmitLine();
+}
+
+void LineSplitter::AppendByte(char byte) {
+  auto const value = static_cast<unsigned char>(byte);
+  // U+0080 to U+009F, which terminals obey like their forms with an escape, are C2 and a byte of that number.
+  bool const ends_control = value >= 0x80 && value < 0xA0 && !pending_.empty() && pending_.back() == '\xC2';
+  if (escape_ && ends_control) {
+    pending_.pop_back();
+    Append("\\xc2" + Escaped(value));
+  } else if (escape_ && (value < 0x20 || value == 0x7F)) {
+    Append(Escaped(value));
+  } else if (byte == '\0') {
+    Append("\\0");
+  } else {
+    Append({&byte, 1});
+  }
 }
 
 void LineSplitter::Append(std::string_view piece) {

@@ -2,10 +2,12 @@
 #include "tools/veltpipe/log_family.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -75,6 +77,16 @@ LogFamily::Footprint LogFamily::Measure() {
   Footprint const now{SizeOf(log), SizeOf(log + GZFILETAIL)};
   if (now.log_bytes < 0) known_logs_.erase(current_log_);
   return now;
+}
+
+// With a file that has no name, and is gone when it is closed.
+std::string LogFamily::WhyNoFile() const {
+  constexpr mode_t kMode = 0600;
+  int const file = open(directory_.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, kMode);
+  if (file < 0) return errno == EOPNOTSUPP || errno == EISDIR ? "" : std::strerror(errno);
+  std::string const reason = write(file, "\n", 1) == 1 ? "" : std::strerror(errno);
+  close(file);
+  return reason;
 }
 
 std::set<std::string> LogFamily::LogNames() const {

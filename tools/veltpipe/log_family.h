@@ -37,6 +37,10 @@ class LogFamily {
   // as a newer one should its name come again.
   Footprint Measure();
 
+  // Why no file can be made and written to here at this moment; empty when one can, or the file system does
+  // not say.
+  std::string WhyNoFile() const;
+
   std::string const& Directory() const { return directory_; }  // ends in '/'
 
  private:

@@ -28,6 +28,8 @@ enum Key {
   kModule,
   kLevel,
   kPrint,
+  kEscape,
+  kOnStall,
   kConfig,
   kStats,
   kJson,
@@ -36,13 +38,15 @@ enum Key {
   kVersion
 };
 
-constexpr std::array<option, 14> kLongOptions{{{"name", required_argument, nullptr, kName},
+constexpr std::array<option, 16> kLongOptions{{{"name", required_argument, nullptr, kName},
                                                {"dir", required_argument, nullptr, kDir},
                                                {"size", required_argument, nullptr, kSize},
                                                {"keep", required_argument, nullptr, kKeep},
                                                {"module", required_argument, nullptr, kModule},
                                                {"level", required_argument, nullptr, kLevel},
                                                {"print", no_argument, nullptr, kPrint},
+                                               {"escape", no_argument, nullptr, kEscape},
+                                               {"on-stall", required_argument, nullptr, kOnStall},
                                                {"config", required_argument, nullptr, kConfig},
                                                {"stats", no_argument, nullptr, kStats},
                                                {"json", no_argument, nullptr, kJson},
@@ -74,6 +78,12 @@ std::optional<int> NumberOption(char const* option_name, int low, int high) {
   return number;
 }
 
+bool TakeStall(Options& options) {
+  std::string const what = optarg;
+  options.drop_on_stall = what == "drop";
+  return what == "drop" || what == "wait" || Complain("--on-stall takes wait or drop, not \"" + what + "\"");
+}
+
 bool TakeOption(int key, CommandLine& line) {
   Options& options = line.options;
   switch (key) {
@@ -92,6 +102,11 @@ bool TakeOption(int key, CommandLine& line) {
     case kPrint:
       options.print = true;
       return true;
+    case kEscape:
+      options.escape = true;
+      return true;
+    case kOnStall:
+      return TakeStall(options);
     case kStats:
       options.stats = true;
       return true;
@@ -180,6 +195,8 @@ limit is compressed and a new one begun, and only the newest archives are kept.
   --module NAME  module that stands in each record (default app)
   --level LEVEL  level of each record, 0 to 31 (default 3); 0 to 3 show as A, E, W, I
   --print        copy each record to standard output
+  --escape       write control characters as \xNN
+  --on-stall DO  when the log takes no more: wait (default), or drop records, count them and go on reading
   --config FILE  take limits from a debug configuration file; an option given here wins over the file
   --stats        report lines, records, retries and rotations on standard error at the end
   --json         the report of --stats as one line of JSON
@@ -188,9 +205,10 @@ limit is compressed and a new one begun, and only the newest archives are kept.
   --version      show the version
 
 A line of more than 2048 characters becomes several records; a NUL byte becomes the two characters \0.
-When the log is slower than the input, the input waits: at most one file a second is filled.
+When the log is slower than the input, the input waits, unless --on-stall says otherwise: at most one file a second
+is filled.
 SIGTERM, SIGINT and SIGHUP end it once everything that was read is written.
-One veltpipe at a time may write a family.
+A second veltpipe on a family is refused.
 
 Exit status: 0 when every line read was traced, 1 when not, 2 for a wrong command line.
 )";

@@ -16,6 +16,8 @@ struct Options {
   std::optional<int> size_mb;     // absent: the configuration decides
   std::optional<int> keep_files;  // absent: the configuration decides
   bool print = false;
+  bool escape = false;         // control characters
+  bool drop_on_stall = false;  // rather than hold the input
   bool stats = false;
   bool json = false;  // of the statistics
   bool progress = false;

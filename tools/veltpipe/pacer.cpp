@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <string>
 
 namespace velt::tools {
 namespace {
@@ -15,18 +16,21 @@ using std::chrono::seconds;
 constexpr milliseconds kLookEvery(20);
 constexpr seconds kQuietTime(1);  // after which a file that should grow is taken to be stuck
 constexpr seconds kGrace(3);      // the channel tries to open a file every second
-constexpr seconds kExplainAfter(10);
+constexpr seconds kExplainAfter(3);
+constexpr seconds kPatience(1);  // where records are dropped on a stall
 
 // Far more than a file can hold beyond what is counted: its head, and a line for each new day.
 constexpr std::uint64_t kUncountedBytes = 65536;
 
 }  // namespace
 
-Pacer::Pacer(LogFamily& family, StopSignal& stop, Statistics& statistics, std::uint64_t file_limit_bytes)
+Pacer::Pacer(LogFamily& family, StopSignal& stop, Statistics& statistics, std::uint64_t file_limit_bytes,
+             bool drops)
     : family_(family),
       stop_(stop),
       statistics_(statistics),
       limit_bytes_(file_limit_bytes),
+      drops_(drops),
       last_move_(Clock::now()),
       last_record_(last_move_) {}
 
@@ -35,9 +39,10 @@ void Pacer::WaitForFreeSecond() {
 }
 
 bool Pacer::WaitForFirstFile(VeltDebugInfo& channel) {
+  auto const began = Clock::now();
   while (!family_.FindNewerLog()) {
-    if (stop_.Raised()) return false;  // nothing was read yet
-    (void)channel.Init();              // the thread may not have started for want of memory
+    if (stop_.Raised() || IsTimeUp(began)) return false;  // nothing was read yet
+    (void)channel.Init();  // the thread may not have started for want of memory
     ExplainWait();
     stop_.Pause(kLookEvery);
   }
@@ -81,7 +86,9 @@ bool Pacer::MayOutgrow(std::size_t record_bytes) const {
 }
 
 bool Pacer::WaitForNewerFile() {
+  auto const began = Clock::now();
   while (!family_.FindNewerLog()) {
+    if (IsTimeUp(began)) return false;
     if (IsHopeless()) {
       given_up_ = true;
       return false;
@@ -93,12 +100,15 @@ bool Pacer::WaitForNewerFile() {
     ExplainWait();
     stop_.Pause(kLookEvery);
   }
-  ++statistics_.files_rotated;
+  if (has_file_) ++statistics_.files_rotated;
+  has_file_ = true;
   expected_bytes_ = 0;
   probed_at_bytes_ = -1;
   Look();
   return true;
 }
+
+bool Pacer::IsTimeUp(Clock::time_point began) const { return drops_ && Clock::now() - began > kPatience; }
 
 // The file is still below its limit although more was traced than it may hold, and it does not grow.
 bool Pacer::IsStuck() const {
@@ -133,7 +143,9 @@ void Pacer::NoteMove() { last_move_ = Clock::now(); }
 void Pacer::ExplainWait() {
   if (explained_ || Clock::now() - last_move_ < kExplainAfter) return;
   explained_ = true;
-  std::fprintf(stderr, "veltpipe: waiting for a log file to be opened in %s\n", family_.Directory().c_str());
+  std::string const reason = family_.WhyNoFile();
+  std::fprintf(stderr, "veltpipe: waiting for a log file to be opened in %s%s%s\n",
+               family_.Directory().c_str(), reason.empty() ? "" : ": ", reason.c_str());
 }
 
 }  // namespace velt::tools

@@ -21,19 +21,22 @@ namespace velt::tools {
 // waited for comes. Where the device refuses writes it does not; then single records go through until one
 // arrives.
 //
-// After a stop signal a wait ends when nothing has moved for three seconds; until then waits have no limit.
+// After a stop signal a wait ends when nothing has moved for three seconds; until then waits have no limit,
+// unless records are dropped on a stall: then none is longer than a second.
 class Pacer {
  public:
-  Pacer(LogFamily& family, StopSignal& stop, Statistics& statistics, std::uint64_t file_limit_bytes);
+  Pacer(LogFamily& family, StopSignal& stop, Statistics& statistics, std::uint64_t file_limit_bytes,
+        bool drops);
 
   // Returns once no file of the family bears the current second.
   void WaitForFreeSecond();
 
-  // Returns true once the channel has opened its first file, false when a stop signal came before.
+  // Returns true once the channel has opened its first file, false when a stop signal came before, or the
+  // time is up.
   bool WaitForFirstFile(VeltDebugInfo& channel);
 
-  // Returns true once a record of that size may be traced; false when the log is given up, from then on
-  // always.
+  // Returns true once a record of that size may be traced; false when the time is up, or the log is given up,
+  // from then on always.
   bool Admit(std::size_t record_bytes);
 
   // A record of that size was accepted by the channel.
@@ -48,6 +51,7 @@ class Pacer {
  private:
   bool MayOutgrow(std::size_t record_bytes) const;
   bool WaitForNewerFile();
+  bool IsTimeUp(StopSignal::Clock::time_point began) const;
   bool IsStuck() const;
   void GoOnDespiteRefusal();
   void Look();
@@ -58,6 +62,7 @@ class Pacer {
   StopSignal& stop_;
   Statistics& statistics_;
   std::uint64_t const limit_bytes_;
+  bool const drops_;
   std::uint64_t expected_bytes_ = 0;           // lower bound of what the current file will hold
   LogFamily::Footprint seen_;                  // at the last look
   StopSignal::Clock::time_point last_move_;    // of the file, as far as it was looked at

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 namespace velt::tools {
 
@@ -14,6 +15,7 @@ struct Statistics {
   std::uint64_t retries = 0;  // refusals of a record that was then tried again
   std::uint64_t files_rotated = 0;
   std::uint64_t records_given_up = 0;  // read, and never accepted by the channel
+  std::uint64_t records_dropped = 0;   // read while the log took no more, as --on-stall drop says
   std::uint64_t bytes_missing = 0;     // accepted, and not in the log file: at least so many
   bool no_log_file = false;            // at the end none was open
 };
@@ -21,8 +23,8 @@ struct Statistics {
 // Whether something that was read is not in the log.
 bool HasLoss(Statistics const& statistics);
 
-// One line of what was lost for each kind of loss.
-void PrintLoss(Statistics const& statistics, std::FILE* out);
+// One line of what was lost for each kind of loss. `reason` is that of the file system; empty: none is known.
+void PrintLoss(Statistics const& statistics, std::string const& reason, std::FILE* out);
 
 // The line of --stats.
 void PrintStatistics(Statistics const& statistics, std::FILE* out);

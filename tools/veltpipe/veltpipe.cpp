@@ -8,11 +8,14 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "velt/config.h"
 
 #include "tools/say.h"
+#include "tools/veltpipe/family_lock.h"
 #include "tools/veltpipe/feeder.h"
 #include "tools/veltpipe/input.h"
 #include "tools/veltpipe/limits.h"
@@ -51,12 +54,18 @@ bool Refuse(char const* what, std::string const& directory, char const* reason) 
   return false;
 }
 
+// The library does not say why: errno is that of its last look at the path.
+std::string WhyNotMade(std::string const& directory) {
+  std::error_code error;
+  std::filesystem::create_directories(directory, error);
+  return error ? error.message() : "the path is too long";
+}
+
 bool PrepareDirectory(std::string const& directory) {
-  errno = 0;
   if (VeltMakeDirEx(directory.c_str()) != 0) {
-    int const reason = errno;
-    return Refuse("cannot create the directory", directory,
-                  reason == 0 ? "there is a \"$\" in the path" : std::strerror(reason));
+    std::string const reason =
+        directory.find('$') != std::string::npos ? "there is a \"$\" in the path" : WhyNotMade(directory);
+    return Refuse("cannot create the directory", directory, reason.c_str());
   }
   struct stat info {};
   if (stat(directory.c_str(), &info) == 0 && !S_ISDIR(info.st_mode)) {
@@ -68,15 +77,36 @@ bool PrepareDirectory(std::string const& directory) {
   return true;
 }
 
+// False when another process has the lock. Without any lock the log goes on: input that nobody reads is
+// worse.
+bool IsAlone(FamilyLock const& lock, Options const& options) {
+  if (lock.IsTaken()) {
+    std::fprintf(
+        stderr,
+        "veltpipe: another veltpipe writes the family %s in %s; give another --name or another place with "
+        "--dir\n",
+        options.name.c_str(), options.directory.c_str());
+    return false;
+  }
+  if (lock.Error() != 0) {
+    std::fprintf(stderr,
+                 "veltpipe: cannot lock the family %s in %s: %s; a second veltpipe would not be noticed\n",
+                 options.name.c_str(), options.directory.c_str(), std::strerror(lock.Error()));
+  }
+  return true;
+}
+
 int Run(Options const& options) {
   OccupyStandardStreams();
   IgnoreWriteSignals();
   StopSignal stop;
   if (!PrepareDirectory(options.directory)) return kLoss;
+  FamilyLock const lock(options.directory, options.name);
+  if (!IsAlone(lock, options)) return kLoss;
 
   Statistics statistics;
   Feeder feeder(options, LimitsFor(options), stop, statistics);
-  LineSplitter lines([&feeder](std::string const& message) { feeder.Feed(message); });
+  LineSplitter lines(options.escape, [&feeder](std::string const& message) { feeder.Feed(message); });
   Progress progress(options.progress, statistics);
   int const read_error = ReadInput(STDIN_FILENO, stop, lines, statistics, progress);
   lines.Finish();
@@ -87,7 +117,7 @@ int Run(Options const& options) {
   if (read_error != 0)
     std::fprintf(stderr, "veltpipe: cannot read standard input: %s; it takes a pipe or a file\n",
                  std::strerror(read_error));
-  PrintLoss(statistics, stderr);
+  PrintLoss(statistics, HasLoss(statistics) ? feeder.WhyNoFile() : "", stderr);
   if (options.stats) (options.json ? PrintStatisticsAsJson : PrintStatistics)(statistics, stderr);
   return read_error == 0 && !HasLoss(statistics) ? kSuccess : kLoss;
 }
