@@ -126,11 +126,7 @@ Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, st
   }
 
   buffer[0] = '\0';  // the attempt above has left its head there
-  std::va_list looked_at;
-  va_copy(looked_at, args);
-  bool const giant = AsksForGiantField(format, looked_at);
-  va_end(looked_at);
-  if (giant) {
+  if (AsksForGiantField(format, args)) {
     errno = EOVERFLOW;
     return {-1, 0};
   }
