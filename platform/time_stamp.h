@@ -10,11 +10,11 @@ namespace velt {
 
 inline constexpr std::size_t kTimeStampCapacity = 512;  // bytes of every time stamp array
 inline constexpr std::size_t kTimeStampLength = 26;     // characters of "2026-11-15 08:52:13.123456"
-inline constexpr std::size_t kTimeStampRoom = 36;  // bytes of the longest text, whose year has 11 characters
+inline constexpr std::size_t kTimeStampRoom = 32;  // bytes of a text with a year of nine digits and its NUL
 
 // Writes the local time of `instant` and a NUL, the bytes that ACE::timestamp gives for it, into `text`,
 // which has room for kTimeStampRoom bytes. Where ACE gives none, the empty text. The text has
-// kTimeStampLength characters up to the year 9999, and more after it.
+// kTimeStampLength characters up to the year 9999, and more after it; what does not fit is cut.
 void WriteTimeStamp(ACE_Time_Value const& instant, char* text);
 
 }  // namespace velt

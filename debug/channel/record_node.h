@@ -20,8 +20,7 @@ class RecordBlock : public ACE_Message_Block {
 };
 
 inline constexpr std::size_t kNodeTextBytes = 208;  // a longer record text is an array of its own
-inline constexpr std::size_t kNodeStampBytes = 32;
-static_assert(kNodeStampBytes > kTimeStampLength);
+inline constexpr std::size_t kNodeStampBytes = kTimeStampRoom;
 
 // What one trace call touches stands together, from the links of the block to the head of the text: a node
 // comes from another core's cache, and each further line of it costs a caller as much as the formatting of a
