@@ -2,10 +2,11 @@
 # The longer check: lint over the tests, clang builds (plain and under its sanitizers), valgrind, coverage, and the
 # README's commands for installing, with a root of their own.
 # scripts/check.sh lint|clang|valgrind|coverage|install runs one of them.
+# scripts/check.sh debian 12|13 [g++|clang++] builds and tests in a bare system of that release instead.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/setup.sh --tests clang libclang-rt-14-dev valgrind gcovr
+if [ "${1:-}" != debian ]; then scripts/setup.sh --tests clang libclang-rt-14-dev valgrind gcovr; fi
 jobs=$(nproc)
 logs=build/logs
 log_prefix=check-
@@ -29,7 +30,7 @@ lint() {
     xargs -P "$jobs" -n 1 clang-tidy -p build/lint --quiet
 }
 
-clang_settings=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++)
+clang_settings=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DVELT_WARNINGS_AS_ERRORS=ON)
 
 clang_release() { build build/clang "${clang_settings[@]}" -DCMAKE_BUILD_TYPE=Release && run_tests build/clang; }
 clang_asan() {
@@ -86,7 +87,67 @@ install_as_documented() {
     [[ $(find "$clone/build/install/packages" -maxdepth 1 -name '*.deb' | wc -l) -eq 3 ]]
 }
 
+# A bare system of another release, in build/debian-RELEASE; made once, from the mirror that this machine uses.
+debian_system() {  # RELEASE NAME
+  local root=$PWD/build/debian-$1 mirror
+  if [ -e "$root/.complete" ]; then return; fi
+  scripts/setup.sh debootstrap &&
+    mirror=$(apt-get indextargets --format '$(SITE)' 'Created-By: Packages' | grep -m 1 '/debian/*$') &&
+    as_root rm -rf "$root" && as_root debootstrap --variant=minbase "$2" "$root" "$mirror" &&
+    as_root touch "$root/.complete"
+}
+
+as_root() { if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi; }
+
+# This tree, which cannot be written to there, is built and tested in the system's /build. The mounts end with the command.
+debian_tests() {  # RELEASE COMPILER
+  local root=$PWD/build/debian-$1 packages=(ccache)
+  if [ "$2" = clang++ ]; then packages+=(clang); fi
+  as_root cp /etc/resolv.conf "$root/etc/resolv.conf"
+  as_root mkdir -p "$root/source" "$root/build/ccache"
+  # shellcheck disable=SC2016  # the inner shell expands it
+  as_root unshare --mount bash -c '
+    mount --bind "$1" "$2/source" && mount -o remount,bind,ro "$2/source" &&
+      mount -t proc proc "$2/proc" && mount --rbind /dev "$2/dev" && mount -t tmpfs tmpfs "$2/tmp" &&
+      exec chroot "$2" env -i HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+        LC_ALL=C.UTF-8 CCACHE_DIR=/build/ccache bash -euc "$3" run "$4" "$5" "${@:6}"
+  ' outer "$PWD" "$root" '
+    compiler=$1 jobs=$2
+    cd /source
+    apt-get update -q
+    scripts/setup.sh --tests "${@:3}"
+    cmake -S . -B "/build/$compiler" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER="$compiler" \
+      -DCMAKE_CXX_COMPILER_LAUNCHER=ccache
+    cmake --build "/build/$compiler" -j "$jobs"
+    ctest --test-dir "/build/$compiler" -j $((jobs * 4)) --output-on-failure --timeout 600
+  ' "$2" "$jobs" "${packages[@]}"
+}
+
+debian() {  # RELEASE [COMPILER]
+  local name compiler
+  case ${1:-} in
+    12) name=bookworm ;;
+    13) name=trixie ;;
+    11)
+      echo 'Debian 11 brings CMake 3.18, and this tree needs 3.25: take 12 or 13' >&2
+      exit 2
+      ;;
+    *) usage ;;
+  esac
+  quietly "debian $1 system" debian_system "$1" "$name"
+  for compiler in ${2:-g++ clang++}; do
+    quietly "debian $1 $compiler" debian_tests "$1" "$compiler"
+    grep -E '^[0-9]+% tests passed|\(Skipped\)|\*\*\*Skipped' "$logs/check-debian-$1-$compiler.log"
+  done
+}
+
+usage() {
+  echo "usage: $0 [lint|clang|valgrind|coverage|install|debian 12|13 [g++|clang++]]" >&2
+  exit 2
+}
+
 case ${1:-all} in
+  debian) debian "${@:2}" ;;
   lint) quietly 'lint over tests' lint ;;
   install) quietly 'install' install_as_documented ;;
   clang) quietly 'clang' clang_release && quietly 'clang asan' clang_asan && quietly 'clang tsan' clang_tsan ;;
@@ -102,8 +163,5 @@ case ${1:-all} in
     quietly 'lint over tests' lint
     quietly 'install' install_as_documented
     ;;
-  *)
-    echo "usage: $0 [lint|clang|valgrind|coverage|install]" >&2
-    exit 2
-    ;;
+  *) usage ;;
 esac
