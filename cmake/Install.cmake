@@ -13,12 +13,30 @@ file(MAKE_DIRECTORY ${velt_made}/lnav)
 # The library and what compiling against it needs.
 install(TARGETS veltbaseutil EXPORT veltbaseutil-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})  # for hosts whose CMake does not know sets of headers
 install(EXPORT veltbaseutil-targets NAMESPACE veltbaseutil:: DESTINATION ${velt_package_dir} COMPONENT development)
 # Read only for a host that asks for the component `log`.
 install(TARGETS veltbaseutil_log EXPORT veltbaseutil-log-targets)
 install(EXPORT veltbaseutil-log-targets NAMESPACE veltbaseutil:: DESTINATION ${velt_package_dir} COMPONENT development)
+
+# A shared library brings what it is made with; hosts of a static one link all of that themselves.
+set(VELT_CONFIG_PRIVATE "")
+set(VELT_PC_PRIVATE "")
+if(velt_library_type STREQUAL "STATIC")
+  string(JOIN "\n" VELT_CONFIG_PRIVATE
+    "# What the static library is made with."
+    "find_dependency(ZLIB)"
+    "find_dependency(Threads)")
+  set(VELT_PC_PRIVATE "Requires.private: zlib")
+  if(VELT_GZIP STREQUAL "isal")
+    string(APPEND VELT_CONFIG_PRIVATE "\nvelt_find_module(ISAL libisal)")
+    string(APPEND VELT_PC_PRIVATE " libisal")
+  endif()
+  string(APPEND VELT_CONFIG_PRIVATE "\n")
+  string(APPEND VELT_PC_PRIVATE "\nLibs.private: -pthread\n")
+endif()
 
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/veltbaseutil-config.cmake.in
   ${velt_made}/veltbaseutil-config.cmake
@@ -36,7 +54,9 @@ install(FILES ${velt_made}/veltbaseutil.pc ${velt_made}/veltbaseutil-log.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 # The tools for operators; what only tests use stays here.
-install(TARGETS veltpipe veltcfg RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+if(VELT_BUILD_TOOLS)
+  install(TARGETS veltpipe veltcfg RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/conf ${PROJECT_SOURCE_DIR}/examples/rsyslog
   ${PROJECT_SOURCE_DIR}/examples/engine_syslog DESTINATION ${velt_tools_doc}/examples COMPONENT tools)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATADIR}/veltbaseutil COMPONENT tools)

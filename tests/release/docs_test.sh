@@ -217,7 +217,7 @@ sed -n '/^\.Sh EXAMPLES/,/^\.Sh SEE/p' "$source_directory/docs/man/velt.cfg.5" |
 veltcfg >/dev/null || complain 'velt.cfg(5): the example is not clean'
 
 # Every other command of the documents is one that the project's own scripts and checks run.
-elsewhere='^(\./(demo|test)\.sh.*|scripts/(campaign|check|bench)\.sh.*|scripts/setup\.sh && cmake --preset install .*|cmake --(install|build) .*)$'
+elsewhere='^(\./(demo|test)\.sh.*|scripts/(campaign|check|bench)\.sh.*|scripts/setup\.sh && cmake --preset install .*|cmake --(install|build) .*|apt install \./build/install/packages/.*)$'
 while IFS= read -r line; do
   [[ $line =~ $elsewhere ]] || grep -qF -e "'$line'" -e "|$line\"" "$0" || [[ $line == g++* ]] ||
     complain "nobody runs: $line"

@@ -238,15 +238,15 @@ struct Private {
 
 struct OutputQueue {
   using Type = VeltRecordQueue VeltDebugInfo::*;
-  friend Type Get(OutputQueue which);
+  friend Type Get(OutputQueue);
 };
 struct ThreadExited {
   using Type = std::atomic<bool> VeltDebugInfo::*;
-  friend Type Get(ThreadExited which);
+  friend Type Get(ThreadExited);
 };
 struct DiscardQueue {
   using Type = VeltRecordQueue VeltDebugInfo::*;
-  friend Type Get(DiscardQueue which);
+  friend Type Get(DiscardQueue);
 };
 template struct Private<OutputQueue, &VeltDebugInfo::m_OutputQueue>;
 template struct Private<ThreadExited, &VeltDebugInfo::m_bThreadExited>;
