@@ -93,6 +93,7 @@ class SyslogEngine::Sender {
     bool const room = buffer_.size() < options_.most_records && bytes <= options_.most_bytes - bytes_;
     if (stopping_ || !room) {
       ++counters_.dropped;
+      if (buffer_.empty()) wake_.notify_one();  // no record will: it has to be told of
       return false;
     }
     buffer_.push_back(std::move(record));
@@ -106,6 +107,7 @@ class SyslogEngine::Sender {
   void CountDrop() {
     std::lock_guard<std::mutex> const lock(mutex_);
     ++counters_.dropped;
+    if (buffer_.empty()) wake_.notify_one();
   }
 
   SyslogCounters Counters() const {
@@ -146,11 +148,8 @@ class SyslogEngine::Sender {
 
   void WaitForWork(std::unique_lock<std::mutex>& lock) {
     auto const has_work = [this] { return stopping_ || !buffer_.empty(); };
-    if (counters_.dropped == announced_) {
-      wake_.wait(lock, has_work);
-    } else {
-      wake_.wait_until(lock, next_notice_, has_work);
-    }
+    wake_.wait(lock, [&] { return has_work() || counters_.dropped != announced_; });
+    if (!has_work()) wake_.wait_until(lock, next_notice_, has_work);  // a notice alone keeps to its time
   }
 
   bool IsNoticeDue() const {

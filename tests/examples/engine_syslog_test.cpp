@@ -305,6 +305,56 @@ TEST_F(SyslogEngineTest, BytesBoundTheBufferToo) {
   EXPECT_FALSE(Trace(engine, ""));
 }
 
+TEST_F(SyslogEngineTest, TheSubNameCountsAmongTheBytes) {
+  options_.most_bytes = 2'000;
+  SyslogEngine engine(options_);  // nobody listens
+  auto const trace = [&engine](std::string const& text) {
+    return engine.AppTrace("net", kInformation, text.c_str(), nullptr, false, true, std::string(1'000, 's'));
+  };
+
+  EXPECT_TRUE(trace(std::string(997, 'x')));
+  EXPECT_FALSE(trace(""));
+}
+
+TEST_F(SyslogEngineTest, BytesThatWereSentAreRoomAgain) {
+  options_.most_bytes = 1'000;
+  Daemon const daemon(options_.socket_path);
+  SyslogEngine engine(options_);
+
+  for (int i = 0; i < 5; ++i) {
+    ASSERT_TRUE(Trace(engine, std::string(900, 'x'))) << "record " << i;
+    ASSERT_EQ(daemon.Text().size(), 903U);
+    ASSERT_TRUE(WaitUntil([&] { return engine.Counters().sent == static_cast<std::uint64_t>(i) + 1; }));
+  }
+}
+
+TEST_F(SyslogEngineTest, DropsAreToldOnceASecondAtMostAndAllOfThem) {
+  options_.most_bytes = 10;
+  Daemon const daemon(options_.socket_path);
+  SyslogEngine engine(options_);
+  auto const began = std::chrono::steady_clock::now();
+  std::uint64_t told = 0;
+  std::uint64_t notices = 0;
+
+  std::uint64_t dropped = 0;
+  while (std::chrono::steady_clock::now() - began < milliseconds(1'500)) {
+    EXPECT_FALSE(Trace(engine, "longer than the buffer"));
+    ++dropped;
+    std::this_thread::sleep_for(milliseconds(5));
+  }
+  while (told < dropped) {
+    std::string const notice = daemon.Receive().value_or("nothing: 0");
+    told += std::stoull(notice.substr(notice.rfind(' ')));
+    ++notices;
+    ASSERT_THAT(notice, HasSubstr("records dropped: "));
+  }
+
+  EXPECT_EQ(told, dropped);
+  EXPECT_LE(notices,
+            1U + static_cast<std::uint64_t>(
+                     std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - began).count()));
+}
+
 // --- one that is absent, comes, and goes ---
 
 TEST_F(SyslogEngineTest, RecordsWaitForADaemonThatIsNotThereYet) {

@@ -42,6 +42,20 @@ TEST_F(VeltcfgFindingsTest, AMegabyteInOneLineEndsTheReadingAndTheLinesBehindItA
                   "nothing after it is read (2 more lines) [line-too-long]"));
 }
 
+TEST_F(VeltcfgFindingsTest, OneLineBehindALineThatIsTooLongIsCountedAsOne) {
+  EXPECT_THAT(FindingsOn("#" + std::string(2047, 'x') + "\nlast"),
+              ElementsAre(HasSubstr(" (1 more line) [")));
+}
+
+TEST_F(VeltcfgFindingsTest, AQuotedValueIsNotCutWithinALetter) {
+  std::string const ascii(59, 'a');
+
+  EXPECT_THAT(FindingsOn(ascii + "\xC3\xA9"
+                                 "b\n"),
+              ElementsAre("default_debug.cfg:1: warning: a line without \"=\" is skipped: \"" + ascii +
+                          "...\" [no-item]"));
+}
+
 TEST_F(VeltcfgFindingsTest, OneCharacterTooManyInTheLastLineIsTooLongWithoutAnyLineBehind) {
   EXPECT_THAT(
       FindingsOn("#" + std::string(2047, 'x')),
@@ -169,6 +183,10 @@ TEST_F(VeltcfgFindingsTest, EveryLimitOutOfRangeIsReplacedAndSaysByWhat) {
                                    root_.DebugFile() + ":3)  instead of 53477376\n"));
 }
 
+TEST_F(VeltcfgFindingsTest, ASignBeforeTheDigitsIsPartOfANumber) {
+  EXPECT_THAT(FindingsOn("nMaxFileNum = +7\nnFiltLogBufSize = -0\n", 0), IsEmpty());
+}
+
 TEST_F(VeltcfgFindingsTest, ATextThatIsNotWhollyANumberSaysWhatItIsReadAs) {
   EXPECT_THAT(FindingsOn("nMaxFileNum = 10MB\nnFiltLogBufSize =\nnEachFileMaxSize = 99999999999\n"),
               ElementsAre("default_debug.cfg:1: warning: nMaxFileNum = \"10MB\" is read as 10 [number-text]",
@@ -200,6 +218,26 @@ TEST_F(VeltcfgFindingsTest, OneHostKeepsFiveTimesTheArchives) {
 
   EXPECT_THAT(Run({"--name", "VELTMrb_p2_"}).out, HasSubstr("  nEachProcessMaxZipNum   100 archives"));
   EXPECT_THAT(Run({"--name", "VELTMrb_p3_"}).out, HasSubstr("  nEachProcessMaxZipNum   20 archives"));
+}
+
+TEST_F(VeltcfgFindingsTest, ANumberOfTooManyCharactersInTheSecondFileIsPassedOverToo) {
+  WriteFile(root_.MainFile(), "nMaxFileNum = " + std::string(1791, '0') + "7\n");
+
+  EXPECT_THAT(
+      FindingsOn(""),
+      Contains(
+          "velt.cfg:1: warning: nMaxFileNum is passed over: its value has 1792 characters, more than are "
+          "read of a number [number-too-long]"));
+}
+
+TEST_F(VeltcfgFindingsTest, ASwitchIsOnWithEveryNumberButZero) {
+  WriteFile(root_.DebugFile(), "");
+  WriteFile(root_.MainFile(), "EnablePrint = 2\nEnableLog = -1\n");
+
+  std::string const report = Run().out;
+
+  EXPECT_THAT(report, HasSubstr("  EnablePrint             yes  (\"2\" in "));
+  EXPECT_THAT(report, HasSubstr("  EnableLog               yes  (\"-1\" in "));
 }
 
 TEST_F(VeltcfgFindingsTest, SwitchesAreReadFromTheMainFile) {

@@ -205,6 +205,16 @@ TEST_F(VeltcfgJsonTest, BytesThatAreNoUtf8BecomeTheReplacementCharacterAndUtf8St
   EXPECT_EQ(report["modules"].at(1)["name"], name);
 }
 
+TEST_F(VeltcfgJsonTest, OverlongFormsOfThreeBytesAndWhatIsAboveUnicodeAreNoUtf8) {
+  WriteFile(root_.DebugFile(), "\xE0\x80\x80\xF4\x90\x80\x80_level = 1\n");
+
+  Json const report = Read();
+
+  std::string seven;
+  for (int byte = 0; byte < 7; ++byte) seven += "\xEF\xBF\xBD";
+  EXPECT_EQ(report["modules"].at(1)["name"], seven);
+}
+
 TEST_F(VeltcfgJsonTest, EveryByteAndANewlineInAPathGiveValidJson) {
   std::string bytes;
   for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);

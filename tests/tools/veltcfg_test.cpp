@@ -231,6 +231,7 @@ TEST_F(VeltcfgTest, AFileOfTheHostWithoutAnInstallationIsReadAlone) {
   EXPECT_THAT(outcome.out, HasSubstr("  nMaxFileNum             7 channels"));
   EXPECT_THAT(outcome.out, HasSubstr("  nFiltLogBufSize         100 records  (default)"));
   EXPECT_THAT(outcome.out, HasSubstr("[second-not-read]"));
+  EXPECT_THAT(outcome.out, Not(HasSubstr("[overridden]"))) << "nothing of velt.cfg would count anyhow";
 }
 
 TEST_F(VeltcfgTest, ADirectoryInPlaceOfTheFileIsExitCodeTwo) {
