@@ -32,14 +32,15 @@ bool EndsIn(std::string const& text, std::string const& tail) {
 
 // Plain and compressed alike; false when the file cannot be read to its end.
 bool ReadWhole(fs::path const& path, std::string& text) {
-  std::unique_ptr<gzFile_s, GzipCloser> const in(gzopen(path.c_str(), "rb"));
+  std::unique_ptr<gzFile_s, GzipCloser> in(gzopen(path.c_str(), "rb"));
   if (in == nullptr) return false;
   std::string block(65536, '\0');
   int count = 0;
   while ((count = gzread(in.get(), block.data(), static_cast<unsigned>(block.size()))) > 0) {
     text.append(block, 0, static_cast<std::size_t>(count));
   }
-  return count == 0;
+  // That an archive ends too early is said by its closing alone.
+  return gzclose(in.release()) == Z_OK && count == 0;
 }
 
 // "11-15 08:52:13.123456.T4711 module I: message": where the message begins; npos for a line that is no
