@@ -41,10 +41,17 @@ Function Next(char const* name) {
 
 }  // namespace
 
-// Stand in for the system's functions in this whole program. Lowering the limit itself would blind the
-// sanitizers, which need descriptors of their own.
+// Stand in for the system's functions in this whole program; file streams open with the one or the other.
+// Lowering the limit itself would blind the sanitizers, which need descriptors of their own.
 extern "C" FILE* fopen64(char const* path, char const* mode) {
   if (!no_descriptors) return Next<FILE* (*)(char const*, char const*)>("fopen64")(path, mode);
+  ++refused_opens;
+  errno = EMFILE;
+  return nullptr;
+}
+
+extern "C" FILE* fopen(char const* path, char const* mode) {
+  if (!no_descriptors) return Next<FILE* (*)(char const*, char const*)>("fopen")(path, mode);
   ++refused_opens;
   errno = EMFILE;
   return nullptr;

@@ -216,13 +216,25 @@ export APP_ROOT=$scratch/srv
 sed -n '/^\.Sh EXAMPLES/,/^\.Sh SEE/p' "$source_directory/docs/man/velt.cfg.5" | grep '=' >"$scratch/srv/conf/default_debug.cfg"
 veltcfg >/dev/null || complain 'velt.cfg(5): the example is not clean'
 
+# What contributors run. The tests are those of this build, the notes that ctest makes of them are apart.
+mkdir "$scratch/tests"
+echo "subdirs(\"$build/tests\")" >"$scratch/tests/CTestTestfile.cmake"
+for line in "CONTRIBUTING.md|ctest --test-dir build/release -R '^TrimStringTest'" \
+  "CONTRIBUTING.md|build/release/tests/config/text_test" \
+  "docs/versioning.md|ctest --test-dir build/release -R 'exports|abi' -E guard"; do
+  command=$(documented "${line%%|*}" "${line#*|}")
+  command=${command/--test-dir build\/release/--no-tests=error --test-dir $scratch\/tests}
+  eval "${command/build\/release/$build}" >"$scratch/contributor" 2>&1 ||
+    complain "failed: ${line#*|}: $(cat "$scratch/contributor")"
+done
+
 # Every other command of the documents is one that the project's own scripts and checks run.
-elsewhere='^(\./(demo|test)\.sh.*|scripts/(campaign|check|bench)\.sh.*|scripts/setup\.sh && cmake --preset install .*|cmake --(install|build) .*|apt install \./build/install/packages/.*)$'
+elsewhere='^(scripts/setup\.sh --tests|cmake --preset release && cmake --build --preset release|\./(demo|test)\.sh.*|scripts/(campaign|check|bench)\.sh.*|scripts/setup\.sh && cmake --preset install .*|cmake --(install|build) .*|apt install \./build/install/packages/.*)$'
 while IFS= read -r line; do
   [[ $line =~ $elsewhere ]] || grep -qF -e "'$line'" -e "|$line\"" "$0" || [[ $line == g++* ]] ||
     complain "nobody runs: $line"
-done < <(grep -hE '^ {4}([$] |\./|scripts/|g\+\+|cmake|lnav|some-program|apt|sudo|velt(cfg|pipe)|pkg-config|ldconfig)' \
-  "$source_directory"/README.md "$source_directory"/docs/*.md | sed -E 's/^ +//')
+done < <(grep -hE '^ {4}([$] |\./|scripts/|g\+\+|build/|cmake|ctest|lnav|some-program|apt|sudo|velt(cfg|pipe)|pkg-config|ldconfig)' \
+  "$source_directory"/{README,CONTRIBUTING,SECURITY}.md "$source_directory"/docs/*.md | sed -E 's/^ +//')
 examples=$(cat "$source_directory"/docs/man/*.[1-8] | grep -c '^\.Dl')
 [[ $examples -eq 3 ]] || complain "the manual pages have $examples examples, of which three are run here"
 

@@ -35,6 +35,11 @@ VELT_SHIM_EXPORT FILE* fopen64(char const* path, char const* mode) {
   return Fails(Call::kFopen, path) ? nullptr : next(path, mode);
 }
 
+VELT_SHIM_EXPORT FILE* fopen(char const* path, char const* mode) {
+  static auto* const next = Next<FILE*(char const*, char const*)>("fopen");
+  return Fails(Call::kFopen, path) ? nullptr : next(path, mode);
+}
+
 VELT_SHIM_EXPORT int open64(char const* path, int flags, ...) {
   static auto* const next = Next<int(char const*, int, ...)>("open64");
   va_list arguments;
