@@ -12,9 +12,12 @@
 
 #include <bitset>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include <fmt/format.h>
@@ -40,7 +43,6 @@ constexpr std::bitset<32> UpTo(VeltLogLevel level) {
 
 namespace detail {
 class Line;
-struct Place;
 }  // namespace detail
 
 // A module's name, and the calls that trace under it.
@@ -121,12 +123,6 @@ namespace detail {
 
 constexpr std::size_t kLongestText = 2048;  // where a trace call cuts a text
 
-// Where in the source a macro stands.
-struct Place {
-  char const* file;  // without its directories
-  int line;          // counted from 1
-};
-
 // The last name of a path; empty when that ends in '/'.
 constexpr char const* BaseName(char const* path) {
   char const* name = path;
@@ -136,54 +132,149 @@ constexpr char const* BaseName(char const* path) {
   return name;
 }
 
-// One text on its way. The operations may throw whatever an argument's formatter does.
+// Where in the source a macro stands, in words: " (file.cpp:12)".
+template <std::size_t kCapacity>
+struct Place {
+  char text[kCapacity]{};  // no NUL at its end
+  std::size_t size = 0;    // of the text
+};
+
+// The place of `line` in `path`, made when compiled.
+template <std::size_t kPathSize>
+constexpr auto MakePlace(char const (&path)[kPathSize], int line) {
+  constexpr std::size_t kDigits = 10;
+  Place<kPathSize + kDigits + 4> place;
+  place.text[place.size++] = ' ';
+  place.text[place.size++] = '(';
+  for (char const* at = BaseName(path); *at != '\0'; ++at) place.text[place.size++] = *at;
+  place.text[place.size++] = ':';
+  int unit = 1;
+  while (line / unit >= 10) unit *= 10;
+  for (; unit > 0; unit /= 10) place.text[place.size++] = static_cast<char>('0' + line / unit % 10);
+  place.text[place.size++] = ')';
+  return place;
+}
+
+// Whether {} of this type comes out the same without {fmt}'s general formatter: integers, characters,
+// strings.
+template <typename T>
+inline constexpr bool kIsText =
+    std::is_same_v<T, std::string> || std::is_same_v<T, std::string_view> ||
+    std::is_same_v<T, fmt::string_view> || std::is_same_v<T, char const*> || std::is_same_v<T, char*>;
+template <typename T>
+inline constexpr bool kIsNumber =
+    std::is_same_v<T, short> || std::is_same_v<T, unsigned short> || std::is_same_v<T, int> ||
+    std::is_same_v<T, unsigned> || std::is_same_v<T, long> || std::is_same_v<T, unsigned long> ||
+    std::is_same_v<T, long long> || std::is_same_v<T, unsigned long long>;
+template <typename T>
+inline constexpr bool kIsPlain = kIsText<T> || kIsNumber<T> || std::is_same_v<T, char>;
+
+// One text on its way. Expand throws what an argument's formatter does, Trace what an engine does.
 class Line {
  public:
   // `module` outlives it.
-  Line(Module const& module, VeltLogLevel level) : m_names(*module.m_pNames), m_level(level) {}
+  Line(Module const& module, VeltLogLevel level)
+      : m_names(*module.m_pNames), m_level(level), m_pManager(VeltDebugMgr::Instance()) {}
 
-  // Expands and traces; the result is the trace call's.
-  bool Write(fmt::string_view format, fmt::format_args args) {
-    VeltDebugMgr* const manager = VeltDebugMgr::Instance();
-    if (manager == nullptr || !manager->IsInit()) return false;  // as Trace, at less cost
-    fmt::vformat_to(fmt::appender(m_text), format, args);
-    return Trace(*manager);
+  // Whether there is a manager to trace with.
+  bool Ready() const { return m_pManager != nullptr; }
+
+  // Expands as fmt::format does.
+  template <typename... Args>
+  void Expand(fmt::string_view format, Args&... args) {
+    if constexpr ((kIsPlain<std::decay_t<Args>> && ...)) {
+      Cursor cursor{format.data(), format.data() + format.size(), m_text.data(),
+                    m_text.data() + kLongestText};
+      if ((ExpandNext(cursor, args) && ...) && CopyLiteral(cursor) && cursor.at == cursor.end) {
+        m_text.resize(static_cast<std::size_t>(cursor.out - m_text.data()));
+        return;
+      }
+    }
+    fmt::vformat_to(fmt::appender(m_text), format, fmt::make_format_args(args...));
   }
 
-  // The same with the place behind the text, which gives way where both do not fit, so that its place is
-  // always to be read.
-  bool Write(Place const& place, fmt::string_view format, fmt::format_args args) {
-    VeltDebugMgr* const manager = VeltDebugMgr::Instance();
-    if (manager == nullptr || !manager->IsInit()) return false;
-    fmt::vformat_to(fmt::appender(m_text), format, args);
-    fmt::format_int const line(place.line);
-    fmt::string_view const file(place.file);
-    std::size_t const length = 4 + file.size() + line.size();  // " (", ":" and ")"
-    std::size_t const room = length < kLongestText ? kLongestText - length : 0;
+  // Puts the place behind the text, which gives way where both do not fit, so that it is always to be read.
+  void Append(fmt::string_view place) {
+    std::size_t const room = place.size() < kLongestText ? kLongestText - place.size() : 0;
     if (m_text.size() > room) m_text.resize(room);
-    void const* const end = std::memchr(m_text.data(), '\0', m_text.size());  // a text ends there
-    if (end != nullptr)
-      m_text.resize(static_cast<std::size_t>(static_cast<char const*>(end) - m_text.data()));
-    Append(" (");
-    Append(file);
-    Append(":");
-    Append({line.data(), line.size()});
-    Append(")");
-    return Trace(*manager);
+    void const* const nul = std::memchr(m_text.data(), '\0', m_text.size());  // a text ends there
+    if (nul != nullptr)
+      m_text.resize(static_cast<std::size_t>(static_cast<char const*>(nul) - m_text.data()));
+    m_text.append(place.data(), place.data() + place.size());
+  }
+
+  // Hands the text to the manager; the result is the trace call's.
+  bool Trace() {
+    m_text.push_back('\0');
+    if (m_names.sub.empty())
+      return m_pManager->Trace(m_names.module, m_level, m_text.data(), nullptr, false, false);
+    return m_pManager->AppTrace(m_names.module, m_level, m_text.data(), nullptr, false, false, m_names.sub);
   }
 
  private:
-  void Append(fmt::string_view text) { m_text.append(text.data(), text.data() + text.size()); }
+  // A plain format on its way into the buffer's inline part.
+  struct Cursor {
+    char const* at;
+    char const* end;
+    char* out;
+    char* limit;
+  };
 
-  bool Trace(VeltDebugMgr& manager) {
-    m_text.push_back('\0');
-    if (m_names.sub.empty())
-      return manager.Trace(m_names.module, m_level, m_text.data(), nullptr, false, false);
-    return manager.AppTrace(m_names.module, m_level, m_text.data(), nullptr, false, false, m_names.sub);
+  // Whether one of the eight bytes is `byte`.
+  static bool Holds(std::uint64_t word, char byte) {
+    constexpr std::uint64_t kOnes = 0x0101'0101'0101'0101U;
+    std::uint64_t const zero = word ^ (kOnes * static_cast<unsigned char>(byte));
+    return ((zero - kOnes) & ~zero & (kOnes << 7U)) != 0;
+  }
+
+  // Copies up to the next brace. False when there is no room.
+  static bool CopyLiteral(Cursor& cursor) {
+    char const* at = cursor.at;
+    char const* const end = cursor.end;  // in registers all three: what is written might else be the cursor's
+    char* out = cursor.out;
+    if (end - at > cursor.limit - out) return false;
+    for (std::uint64_t word = 0; end - at >= 8; at += 8, out += 8) {
+      std::memcpy(&word, at, sizeof word);
+      if (Holds(word, '{') || Holds(word, '}')) break;
+      std::memcpy(out, &word, sizeof word);
+    }
+    while (at != end && *at != '{' && *at != '}') *out++ = *at++;
+    cursor.at = at;
+    cursor.out = out;
+    return true;
+  }
+
+  static bool Copy(Cursor& cursor, char const* text, std::size_t size) {
+    if (size > static_cast<std::size_t>(cursor.limit - cursor.out)) return false;
+    std::memcpy(cursor.out, text, size);
+    cursor.out += size;
+    return true;
+  }
+
+  // Takes what is before the next {}, and `value` in its place. False where the format has anything else, the
+  // value is a null text, or there is no room: that is for the general formatter.
+  template <typename T>
+  static bool ExpandNext(Cursor& cursor, T const& value) {
+    if (!CopyLiteral(cursor) || cursor.end - cursor.at < 2 || cursor.at[0] != '{' || cursor.at[1] != '}')
+      return false;
+    cursor.at += 2;
+    using Value = std::decay_t<T const>;
+    if constexpr (kIsNumber<Value>) {
+      fmt::format_int const digits(+value);
+      return Copy(cursor, digits.data(), digits.size());
+    } else if constexpr (std::is_same_v<Value, char>) {
+      return Copy(cursor, &value, 1);
+    } else if constexpr (std::is_pointer_v<Value>) {
+      char const* const text = value;
+      return text != nullptr && Copy(cursor, text, std::strlen(text));
+    } else {
+      return value.size() == 0 || Copy(cursor, value.data(), value.size());
+    }
   }
 
   Module::Names const& m_names;
   VeltLogLevel m_level;
+  VeltDebugMgr* m_pManager;
   fmt::basic_memory_buffer<char, kLongestText + 1> m_text;  // a longer text, for an engine, is on the heap
 };
 
@@ -193,10 +284,14 @@ inline bool GiveUp() noexcept { return false; }
 // What a macro calls. `text` is the literal of `format` once more: C++17 has no way to pass on only what is
 // behind it in __VA_ARGS__.
 template <typename... Args>
-bool LogAt(Module const& module, VeltLogLevel level, Place const& place, fmt::format_string<Args...> format,
-           char const* /*text*/, Args&&... args) noexcept {
+bool LogAt(Module const& module, VeltLogLevel level, fmt::string_view place,
+           fmt::format_string<Args...> format, char const* /*text*/, Args&&... args) noexcept {
   try {
-    return Line(module, level).Write(place, format, fmt::make_format_args(args...));
+    Line line(module, level);
+    if (!line.Ready()) return false;
+    line.Expand(format, args...);
+    line.Append(place);
+    return line.Trace();
   } catch (...) {
     return GiveUp();
   }
@@ -207,7 +302,10 @@ bool LogAt(Module const& module, VeltLogLevel level, Place const& place, fmt::fo
 template <typename... Args>
 bool Module::Log(VeltLogLevel level, fmt::format_string<Args...> format, Args&&... args) const noexcept {
   try {
-    return detail::Line(*this, level).Write(format, fmt::make_format_args(args...));
+    detail::Line line(*this, level);
+    if (!line.Ready()) return false;
+    line.Expand(format, args...);
+    return line.Trace();
   } catch (...) {
     return detail::GiveUp();
   }
@@ -235,14 +333,15 @@ inline bool Module::Wanted(VeltLogLevel level) const {
 #define VELT_INFO(module, ...) VELT_DETAIL_LOG(module, ::velt::kInfo, __VA_ARGS__)
 
 #define VELT_DETAIL_FIRST(first, ...) first
-#define VELT_DETAIL_LOG(module, level, ...)                                                            \
-  do {                                                                                                 \
-    ::velt::Module const& velt_detail_module = (module);                                               \
-    if (velt_detail_module.Wanted(level)) {                                                            \
-      constexpr ::velt::detail::Place velt_detail_place{::velt::detail::BaseName(__FILE__), __LINE__}; \
-      (void)::velt::detail::LogAt(velt_detail_module, level, velt_detail_place,                        \
-                                  FMT_STRING(VELT_DETAIL_FIRST(__VA_ARGS__, 0)), __VA_ARGS__);         \
-    }                                                                                                  \
+#define VELT_DETAIL_LOG(module, level, ...)                                                    \
+  do {                                                                                         \
+    ::velt::Module const& velt_detail_module = (module);                                       \
+    if (velt_detail_module.Wanted(level)) {                                                    \
+      static constexpr auto velt_detail_place = ::velt::detail::MakePlace(__FILE__, __LINE__); \
+      (void)::velt::detail::LogAt(velt_detail_module, level,                                   \
+                                  {velt_detail_place.text, velt_detail_place.size},            \
+                                  FMT_STRING(VELT_DETAIL_FIRST(__VA_ARGS__, 0)), __VA_ARGS__); \
+    }                                                                                          \
   } while (false)
 
 #endif

@@ -214,6 +214,56 @@ TEST_F(LogHeaderTest, AnArgumentOfAnyFormattableKindIsTaken) {
   EXPECT_EQ(Last(), "net 3 text pointer true moved c");
 }
 
+// Plain formats are expanded without {fmt}; both roads give one text.
+TEST_F(LogHeaderTest, EveryTextIsThatOfTheFormattingLibrary) {
+  auto const same = [this](auto const& format, auto&&... args) {
+    std::string const expected = "net 3 " + fmt::format(fmt::runtime(format), args...);
+    EXPECT_TRUE(net_.Info(fmt::runtime(format), args...)) << format;
+    EXPECT_EQ(Last(), expected) << format;
+  };
+  char array[] = "array";
+  char* const pointer = array;
+  char const* const text = "text";
+  same("no braces", 1);
+  same("{}{}", 1, 2);
+  same("{}", std::string("s"));
+  same("a{}b{}c{}d", text, pointer, array);
+  same("{} {} {}", std::string_view("view"), 'c', "literal");
+  same("{} {}", std::numeric_limits<int>::min(), std::numeric_limits<unsigned>::max());
+  same("{} {}", std::numeric_limits<long>::min(), std::numeric_limits<unsigned long>::max());
+  same("{} {}", std::numeric_limits<long long>::min(), std::numeric_limits<unsigned long long>::max());
+  same("{} {}", std::numeric_limits<short>::min(), std::numeric_limits<unsigned short>::max());
+  same("{} {}", static_cast<signed char>(-7), static_cast<unsigned char>(200));
+  same("{} {} {}", true, 1.5, static_cast<void const*>(nullptr));
+  same("{{}} {}", 1);
+  same("{} {{}}", 1);
+  same("{} }}", 1);
+  same("{{{}}}", 1);
+  same("{:>5}|{:<5}|{:05}", 1, "b", 3);
+  same("{1} {0}", 1, 2);
+  same("{0} {0}", 1);
+  same("{:{}}", 1, 5);
+  same("{}", 1, 2);
+  same("", 1);
+  for (std::size_t length = 0; length < 20; ++length) {
+    std::string const literal = std::string("0123456789abcdefghij").substr(0, length);
+    same(literal + "{}" + literal, 1);
+    same(literal + "{{" + literal, 1);
+    same(literal + "}}" + literal + "{}", 1);
+  }
+  same("{}", std::string(2048, 'x'));
+  same("{}", std::string(2049, 'x'));
+  same(std::string(2047, 'x') + "{}", 12);
+  same(std::string(3000, 'x'), 1);
+}
+
+TEST_F(LogHeaderTest, ANullTextCostsTheRecord) {
+  char const* const null = nullptr;
+
+  EXPECT_FALSE(net_.Info("{}", null));
+  EXPECT_EQ(texts_, Strings{});
+}
+
 // --- what costs the record ---
 
 TEST_F(LogHeaderTest, AnArgumentThatThrowsCostsTheRecordAndNothingElse) {
