@@ -84,7 +84,7 @@ std::string LogFamily::WhyNoFile() const {
   constexpr mode_t kMode = 0600;
   int const file = open(directory_.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, kMode);
   if (file < 0) return errno == EOPNOTSUPP || errno == EISDIR ? "" : std::strerror(errno);
-  std::string const reason = write(file, "\n", 1) == 1 ? "" : std::strerror(errno);
+  std::string reason = write(file, "\n", 1) == 1 ? "" : std::strerror(errno);
   close(file);
   return reason;
 }
