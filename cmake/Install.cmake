@@ -69,7 +69,8 @@ install(CODE "if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
 endif()" COMPONENT tools)
 
 # Documents.
-install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${velt_development_doc} COMPONENT development)
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md ${PROJECT_SOURCE_DIR}/SECURITY.md
+  DESTINATION ${velt_development_doc} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${velt_development_doc} COMPONENT development
   FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "man" EXCLUDE PATTERN "tools" EXCLUDE)
 # Operators read two of the documents, which link to others, and those to more.

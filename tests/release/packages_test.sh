@@ -40,7 +40,7 @@ done
 # What each package wants of the machine: hosts need ACE's headers, and not the compressors'.
 compressor=
 if grep -q '^VELT_GZIP:STRING=isal$' "$build/CMakeCache.txt"; then compressor=libisal2; fi
-for wanted in libace-7 libc6 libstdc++6 zlib1g $compressor; do
+for wanted in libace- libc6 libstdc++6 zlib1g $compressor; do
   [[ $(field libveltbaseutil1 Depends) == *"$wanted"* ]] || fail "the library does not depend on $wanted"
 done
 [[ $(field libveltbaseutil-dev Depends) == "libveltbaseutil1 (= $version-1), libace-dev, pkg-config" ]] ||
