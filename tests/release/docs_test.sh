@@ -60,10 +60,11 @@ extract_programs() {
 declare -A expected=(
   [README.md 1]=' net I: 12 connections'
   [docs/host-guide.md 1]=' net E: link to store lost after 30 s'
-  [docs/host-guide.md 2]=' 12 connections'
-  [docs/host-guide.md 3]=' net I: from the child'
-  [docs/host-guide.md 4]='subscriber { id 4711 }'
-  [docs/host-guide.md 5]='' # ends when the flag is set
+  [docs/host-guide.md 2]=' net W: configuration not usable, nothing changed'
+  [docs/host-guide.md 3]=' 12 connections'
+  [docs/host-guide.md 4]=' net I: from the child'
+  [docs/host-guide.md 5]='subscriber { id 4711 }'
+  [docs/host-guide.md 6]='' # ends when the flag is set
 )
 declare -A done_programs
 
