@@ -131,7 +131,7 @@ mkdir "$scratch/log/log_pkg-config"
 quietly "$scratch/log_by_pkg_config" "$scratch/log/log_pkg-config" pkg-config
 check_log "$scratch/log/log_pkg-config" pkg-config
 
-echo 'a line of some program' | quietly "$root/usr/bin/veltpipe" --name pipe_ --dir "$scratch/log/pipe"
+printf 'a first line\na line of some program\n' | quietly "$root/usr/bin/veltpipe" --name pipe_ --dir "$scratch/log/pipe"
 grep -q 'a line of some program$' "$scratch"/log/pipe/pipe_*.log || fail "the packaged veltpipe wrote nothing"
 
 # The format of lnav is where lnav looks for those of the machine, and what the link names takes a family for what it is.
