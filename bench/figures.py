@@ -14,6 +14,7 @@ PROGRAMS = {
     "Printf": ["velt_manager", "--road", "printf"],
     "Trace": ["velt_manager", "--road", "trace"],
     "AppTrace": ["velt_manager", "--road", "apptrace"],
+    "velt/log.h": ["velt_manager", "--road", "log"],
     "channel": ["velt_channel"],
     SPDLOG: ["spdlog_logger", "--mode", "async"],
     SPDLOG_SYNC: ["spdlog_logger", "--mode", "sync"],
@@ -40,7 +41,7 @@ TITLES = {
 }
 
 SETTINGS = {
-    "Printf, Trace, AppTrace": "through the manager, 16 registered modules taken in turn, nEachFileMaxSize 50, "
+    "Printf, velt/log.h, Trace, AppTrace": "through the manager, 16 registered modules taken in turn, nEachFileMaxSize 50, "
     "nFiltLogBufSize 100; the queue admits 10,240,000 bytes of records, about 128,000",
     "channel": "a VeltDebugInfo of its own with a file limit of 2,000,000,000 bytes; text formatted by the host",
     SPDLOG: "one pool thread, queue 131,072, block on overflow, 16 loggers over one rotating_file_sink_mt of 1 GB, "
@@ -76,7 +77,7 @@ def program(subject, action, **options):
 
 def caller_jobs(quick):
     for producers in (1, 2, 4):
-        for subject in [OURS, "Trace", "AppTrace", *PEERS]:
+        for subject in [OURS, "velt/log.h", "Trace", "AppTrace", *PEERS]:
             bursts = 1 if quick else (3 if producers == 4 else 5)  # with the first one, below one file's limit
             command = program(subject, "caller", producers=producers, bursts=bursts)
             yield Job(subject, str(producers), command)

@@ -58,7 +58,8 @@ if(VELT_BUILD_TOOLS)
   install(TARGETS veltpipe veltcfg RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/conf ${PROJECT_SOURCE_DIR}/examples/rsyslog
-  ${PROJECT_SOURCE_DIR}/examples/engine_syslog DESTINATION ${velt_tools_doc}/examples COMPONENT tools)
+  ${PROJECT_SOURCE_DIR}/examples/engine_syslog ${PROJECT_SOURCE_DIR}/examples/engine_tee
+  DESTINATION ${velt_tools_doc}/examples COMPONENT tools)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/share/ DESTINATION ${CMAKE_INSTALL_DATADIR}/veltbaseutil COMPONENT tools)
 # lnav looks for formats of the machine in /etc/lnav, whatever its own prefix: a link there, from packages only. It
 # points to nothing while the package is made.

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "velt/config.h"
+#include "velt/log.h"
 #include "velt/manager.h"
 #include "velt/process.h"
 
@@ -39,10 +40,24 @@ constexpr int kItems = 1500;              // of each worker in each round: two r
 constexpr std::size_t kRingRecords = 20;  // nFiltLogBufSize in conf/default_debug.cfg
 constexpr std::size_t kFilteredRecords = 30;  // more than the ring holds
 
-constexpr VeltLogLevel kAlert{0};
-constexpr VeltLogLevel kError{1};
-constexpr VeltLogLevel kWarning{2};
-constexpr VeltLogLevel kInformation{3};
+using velt::kAlert;
+using velt::kError;
+using velt::kInfo;
+using velt::kWarning;
+
+// One object a module; copies of them name the same.
+velt::Module const& Sched() {
+  static velt::Module const module("sched");
+  return module;
+}
+velt::Module const& Net() {
+  static velt::Module const module("net");
+  return module;
+}
+velt::Module const& GatewayNet() {  // traces to the family beside the main one
+  static velt::Module const module("net", kGateway);
+  return module;
+}
 
 std::atomic<bool> stop_requested{false};
 std::atomic<bool> stop_answered{false};
@@ -124,9 +139,7 @@ void StartTracing(fs::path const& log) {
   if (!manager->Init(kName, "", log.string(), "service_host, an example\n", true, false)) {
     throw std::runtime_error("cannot start tracing");
   }
-  std::bitset<32> const all_four("1111");
-  std::bitset<32> const log_file_only("10");
-  manager->RegSubModuleInfo("sched", all_four, log_file_only, false);
+  Sched().Register(velt::UpTo(kInfo), velt::kToFile);
   manager->RegSubModuleInfo("store", {}, {},
                             true);  // the sets of "debug"; "net" is in the configuration file
 }
@@ -148,7 +161,7 @@ void TraceItem(int worker, int round, int item, bool store_informs, Journal& jou
   switch (item % 6) {
     case 0:
       journal.main.push_back(Message(worker, round, item, "scheduled"));
-      manager->Printf(kInformation, VeltInterString("sched"), "%s", journal.main.back().c_str());
+      Sched().Info("{}", journal.main.back());
       return;
     case 1:
       journal.main.push_back(Message(worker, round, item, "sent"));
@@ -156,13 +169,13 @@ void TraceItem(int worker, int round, int item, bool store_informs, Journal& jou
       return;
     case 2: {
       std::string const message = Message(worker, round, item, "stored");
-      manager->Trace("store", kInformation, message.c_str(), nullptr, false, false);
+      manager->Trace("store", kInfo, message.c_str(), nullptr, false, false);
       if (store_informs) journal.main.push_back(message);
       return;
     }
     case 3:
       journal.gateway.push_back(Message(worker, round, item, "received"));
-      manager->AppTrace("net", kWarning, journal.gateway.back().c_str(), nullptr, false, false, kGateway);
+      GatewayNet().Warning("{}", journal.gateway.back());
       return;
     case 4:
       journal.main.push_back(Message(worker, round, item, "confirmed"));
@@ -192,14 +205,13 @@ void RunRound(int round, bool store_informs, Journal& journal) {
 // Records that no output wanted come into the log after all when something grave happens: the newest of them,
 // before the record of level 0.
 void RaiseAlert(Journal& journal) {
-  VeltDebugMgr* const manager = VeltDebugMgr::Instance();
   for (std::size_t i = 0; i < kFilteredRecords; ++i) {
     std::string const message = "filtered record " + std::to_string(i) + ", kept in the ring";
-    manager->Trace("net", kInformation, message.c_str(), nullptr, false, false);
+    Net().Info("{}", message);
     if (i >= kFilteredRecords - kRingRecords) journal.main.push_back(message);
   }
   journal.main.emplace_back("the link to the store is down");
-  manager->Trace("net", kAlert, journal.main.back().c_str(), nullptr, false, false);
+  Net().Alert("{}", journal.main.back());
 }
 
 // ---- End of the service
@@ -267,7 +279,7 @@ void Serve(fs::path const& root, sigset_t stop_signals) {
   StartTracing(log);
   RunRound(1, false, journal);
   RaiseAlert(journal);
-  VeltDebugMgr::Instance()->SetLogLevel("store", kInformation, true);
+  VeltDebugMgr::Instance()->SetLogLevel("store", kInfo, true);
   WaitForFirstFile(log, earliest_name);
   WaitForFreeSecond(log);  // the second round outgrows the first file
   RunRound(2, true, journal);

@@ -15,7 +15,7 @@ case "${1:-}" in
   tables | markdown) exec python3 -B bench/report.py "$1" ;;
 esac
 
-scripts/setup.sh python3 libspdlog-dev liblog4cplus-dev libboost-log-dev libgoogle-glog-dev libbenchmark-dev
+scripts/setup.sh python3 libfmt-dev libspdlog-dev liblog4cplus-dev libboost-log-dev libgoogle-glog-dev libbenchmark-dev
 echo '== building'
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "velt/log.h"
 #include "velt/manager.h"
 
 #include "harness/figures.h"
@@ -13,7 +14,7 @@ namespace {
 
 using Message = std::array<char, kMessageCapacity>;
 
-enum class Road { kPrintf, kTrace, kAppTrace };
+enum class Road { kPrintf, kTrace, kAppTrace, kLog };
 
 template <Road kRoad>
 class ManagerLogger {
@@ -23,6 +24,7 @@ class ManagerLogger {
   static std::vector<std::string> OutputNames() { return NextFileNames(kFamily); }
 
   ManagerLogger(Options const& options, Modules const& modules) : modules_(modules.begin(), modules.end()) {
+    for (std::string const& module : modules) objects_.emplace_back(module);
     bool const filter = options.Action() == "filtered";
     StartManager(options, modules, {options.Count("ring", 100), 50, filter});
     manager_ = VeltDebugMgr::Instance();
@@ -38,6 +40,8 @@ class ManagerLogger {
     if constexpr (kRoad == Road::kPrintf) {
       manager_->Printf(kInformation, modules_[module], VELT_BENCH_PRINTF_MESSAGE, customer, worker, step);
       return true;  // it does not tell; a refused record is missed when read back
+    } else if constexpr (kRoad == Road::kLog) {
+      return objects_[module].Info(VELT_BENCH_FMT_MESSAGE, customer, worker, step);
     } else {
       Message message;
       (void)std::snprintf(message.data(), message.size(), VELT_BENCH_PRINTF_MESSAGE, customer, worker, step);
@@ -50,10 +54,12 @@ class ManagerLogger {
     }
   }
 
-  // Printf formats first; Trace gets a text that the host has at hand.
+  // Printf and the calls of velt/log.h format first; Trace gets a text that the host has at hand.
   void LogFiltered(std::size_t module, char const* customer, int worker, int step) {
     if constexpr (kRoad == Road::kPrintf) {
       manager_->Printf(kInformation, modules_[module], VELT_BENCH_PRINTF_MESSAGE, customer, worker, step);
+    } else if constexpr (kRoad == Road::kLog) {
+      (void)objects_[module].Info(VELT_BENCH_FMT_MESSAGE, customer, worker, step);
     } else {
       static_assert(kRoad == Road::kTrace || kRoad == Road::kAppTrace);
       (void)manager_->Trace(modules_[module], kInformation, ready_text_.c_str(), nullptr, false, false);
@@ -62,6 +68,7 @@ class ManagerLogger {
 
  private:
   std::vector<VeltInterString> modules_;
+  std::vector<velt::Module> objects_;
   std::string const sub_name_ = "side";
   std::string const ready_text_ = std::string(kMessageLength, 'x');
   VeltDebugMgr* manager_ = nullptr;
@@ -70,6 +77,7 @@ class ManagerLogger {
 int RunRoad(Options const& options) {
   std::string const road = options.Text("road", "printf");
   if (road == "printf") return Run<ManagerLogger<Road::kPrintf>>(options);
+  if (road == "log") return Run<ManagerLogger<Road::kLog>>(options);
   if (road == "trace") return Run<ManagerLogger<Road::kTrace>>(options);
   if (road == "apptrace") return Run<ManagerLogger<Road::kAppTrace>>(options);
   Fail("unknown road '" + road + "'");

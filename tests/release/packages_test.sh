@@ -62,7 +62,7 @@ for page in "$source"/docs/man/*.[1-8]; do
   gzip -dc "$root/usr/share/man/man${page##*.}/${page##*/}.gz" | cmp - "$page"
 done
 tools_documents=$root/usr/share/doc/veltbaseutil-tools
-for example in conf rsyslog engine_syslog; do
+for example in conf rsyslog engine_syslog engine_tee; do
   diff -r "$source/examples/$example" "$tools_documents/examples/$example" || fail "other examples than those of the source"
 done
 for document in operations.md shipping.md; do
