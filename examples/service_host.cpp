@@ -40,7 +40,6 @@ constexpr int kItems = 1500;              // of each worker in each round: two r
 constexpr std::size_t kRingRecords = 20;  // nFiltLogBufSize in conf/default_debug.cfg
 constexpr std::size_t kFilteredRecords = 30;  // more than the ring holds
 
-using velt::kAlert;
 using velt::kError;
 using velt::kInfo;
 using velt::kWarning;
