@@ -1,52 +1,65 @@
 // Where a service's main thread waits to be told to end.
-#include <ace/Condition_Thread_Mutex.h>
+#include "process/service_wait.h"
 
-#include "velt/process.h"
+namespace velt {
 
-#include "platform/locks.h"
+std::atomic<BaseUtilInternal*> ServiceWaitState::m_pInstance{nullptr};
 
-std::atomic<BaseUtilInternal*> BaseUtilInternal::m_pInstance{nullptr};
-BaseUtilInternal* BaseUtilInternal::m_pParked = nullptr;
-
-BaseUtilInternal::BaseUtilInternal() : m_pMutex(new ACE_Thread_Mutex) {
+ServiceWaitState::ServiceWaitState() : m_pMutex(new Mutex) {
   try {
-    m_pCond = new ACE_Condition<ACE_Thread_Mutex>(*m_pMutex);
+    m_pCond = new ACE_Condition<Mutex>(*m_pMutex);
   } catch (...) {
     delete m_pMutex;
     throw;
   }
 }
 
-BaseUtilInternal::~BaseUtilInternal() {
+ServiceWaitState::~ServiceWaitState() {
   delete m_pMutex;  // first: destroying the condition does not touch it
   m_pMutex = nullptr;
   delete m_pCond;
 }
 
+void ServiceWaitState::KeepInheritedInstance() noexcept {
+  BaseUtilInternal* const inherited = m_pInstance.load(std::memory_order_relaxed);
+  if (inherited == nullptr) return;
+  KeepInherited(inherited->m_pState->m_inherited, inherited);
+  m_pInstance.store(nullptr, std::memory_order_relaxed);
+}
+
+}  // namespace velt
+
+BaseUtilInternal::BaseUtilInternal() : m_pState(new velt::ServiceWaitState) {}
+
+BaseUtilInternal::~BaseUtilInternal() { delete m_pState; }
+
 BaseUtilInternal* BaseUtilInternal::Instance() {
+  using State = velt::ServiceWaitState;
   // Acquire: what the creating thread wrote is seen with the pointer.
-  BaseUtilInternal* instance = m_pInstance.load(std::memory_order_acquire);
+  BaseUtilInternal* instance = State::m_pInstance.load(std::memory_order_acquire);
   if (instance != nullptr) return instance;
-  velt::MutexLock const lock(m_instMutex);  // goes on unguarded when it fails: a service must be able to wait
-  instance = m_pInstance.load(std::memory_order_acquire);
+  // Goes on unguarded when the lock fails: a service must be able to wait.
+  velt::MutexLock const lock(State::m_instMutex);
+  instance = State::m_pInstance.load(std::memory_order_acquire);
   if (instance == nullptr) {
     instance = new BaseUtilInternal;
-    m_pInstance.store(instance, std::memory_order_release);
+    State::m_pInstance.store(instance, std::memory_order_release);
   }
   return instance;
 }
 
 void BaseUtilInternal::Destroy() {
-  velt::MutexLock const lock(m_instMutex);
-  delete m_pInstance.load(std::memory_order_acquire);
-  m_pInstance.store(nullptr, std::memory_order_release);
+  using State = velt::ServiceWaitState;
+  velt::MutexLock const lock(State::m_instMutex);
+  delete State::m_pInstance.load(std::memory_order_acquire);
+  State::m_pInstance.store(nullptr, std::memory_order_release);
 }
 
 void BaseUtilInternal::ServiceWait() {
-  velt::MutexLock const lock(*m_pMutex);  // a condition wants its mutex held, for the wait alone
-  (void)m_pCond->wait();                  // errno tells of a failure
+  velt::MutexLock const lock(*m_pState->m_pMutex);  // a condition wants its mutex held, for the wait alone
+  (void)m_pState->m_pCond->wait();                  // errno tells of a failure
 }
 
-void BaseUtilInternal::ServiceExit() { (void)m_pCond->signal(); }
+void BaseUtilInternal::ServiceExit() { (void)m_pState->m_pCond->signal(); }
 
 void VeltsvcdServiceExit() { BaseUtilInternal::Instance()->ServiceExit(); }

@@ -13,6 +13,7 @@
 
 #include "debug/channel/record.h"
 #include "debug/channel/record_node.h"
+#include "debug/channel/record_queue.h"
 #include "velt/channel.h"
 
 namespace velt::bench {
@@ -86,13 +87,13 @@ Blocks MakeBlocks() {
 }
 
 struct OurQueue {
-  VeltRecordQueue queue;
+  velt::RecordQueue queue;
 
-  void Put(ACE_Message_Block* block, ACE_Time_Value& deadline) { (void)queue.EnqueueRecord(block, deadline); }
+  void Put(ACE_Message_Block* block, ACE_Time_Value& /*deadline*/) { (void)queue.EnqueueRecord(block); }
   std::size_t Take() {
     std::size_t taken = 0;
     for (auto* block = queue.TakeAll(nullptr); block != nullptr; block = block->next()) ++taken;
-    if (taken > 1) queue.Settle(taken - 1);
+    if (taken > 1) queue.GiveBack(taken - 1);
     return taken;
   }
 };

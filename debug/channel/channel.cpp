@@ -1,112 +1,142 @@
-// Construction of a channel and the start of its output thread.
+// The public operations of a channel. Each is done in the room that its include names.
 #include "velt/channel.h"
 
-#include <pthread.h>
-
-#include <csignal>
+#include <array>
+#include <cstdarg>
 #include <memory>
-
-#include <ace/Base_Thread_Adapter.h>
-#include <ace/OS_NS_Thread.h>
+#include <string>
 
 #include "velt/config.h"
 
-#include "platform/fork_generation.h"
-#include "platform/locks.h"
+#include "debug/channel/channel_state.h"
+#include "debug/channel/current_file.h"
+#include "debug/channel/family.h"
+#include "debug/channel/gzip.h"
+#include "debug/channel/housekeeping.h"
+#include "debug/channel/line.h"
+#include "debug/channel/output.h"
+#include "debug/channel/output_thread.h"
+#include "debug/channel/ring.h"
+#include "debug/channel/shutdown.h"
+#include "debug/channel/trace.h"
+#include "platform/message_format.h"
 
 namespace {
 
 constexpr std::size_t kQueueBytes = 10'240'000;  // both water marks of both queues
+constexpr std::size_t kFormatCapacity = 2047;
 
 std::string DirectoryFor(std::string const& log_path) {
   if (log_path.empty()) return VeltGetDefaultLogPath();
   return log_path.back() == '/' ? log_path : log_path + '/';
 }
 
-// Blocks, while it lives, every signal that a process is sent: a thread created meanwhile inherits that, and
-// the host's handlers and sigwait never run on it. Faults of the thread itself still kill with a core.
-class HostSignalsBlocked {
- public:
-  HostSignalsBlocked() {
-    sigset_t blocked;
-    sigfillset(&blocked);
-    for (int const fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT})
-      sigdelset(&blocked, fault);
-    changed_ = pthread_sigmask(SIG_SETMASK, &blocked, &before_) == 0;
-  }
-  ~HostSignalsBlocked() {
-    if (changed_) pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-  HostSignalsBlocked(HostSignalsBlocked const&) = delete;
-  HostSignalsBlocked& operator=(HostSignalsBlocked const&) = delete;
-
- private:
-  sigset_t before_{};
-  bool changed_;
-};
-
-// What the new thread begins with. ACE's own would give it an ACE log object, whose destruction at the
-// thread's end races with ACE's at the process's end.
-class LoopStart : public ACE_Base_Thread_Adapter {
- public:
-  explicit LoopStart(VeltDebugInfo* channel)
-      : ACE_Base_Thread_Adapter(&VeltDebugInfo::HandleOutputStringLoop, channel), channel_(channel) {}
-
-  ACE_THR_FUNC_RETURN invoke() override {
-    std::unique_ptr<LoopStart> const self(this);
-    return VeltDebugInfo::HandleOutputStringLoop(channel_);
-  }
-
- private:
-  VeltDebugInfo* channel_;
-};
-
 }  // namespace
 
-VeltDebugInfo::VeltDebugInfo(std::string const& logPath, std::string const& filePrefix,
-                             std::string const& fileHeader, bool bPrint, bool bLog,
-                             unsigned int nFiltLogBufSize, unsigned int nEachFileMaxSize,
-                             unsigned int nEachProcessMaxZipNum, unsigned int nZipFileIncludeFileNum,
-                             bool /*ignored*/)
-    : m_bThreadExited(false),
-      m_bExit(false),
-      m_strFilePrefix(filePrefix),
+velt::ChannelState::ChannelState(std::string const& logPath, std::string const& filePrefix,
+                                 std::string const& fileHeader, bool bPrint, bool bLog,
+                                 unsigned int nFiltLogBufSize, unsigned int nEachFileMaxSize,
+                                 unsigned int nEachProcessMaxZipNum, unsigned int nZipFileIncludeFileNum)
+    : m_strFilePrefix(filePrefix),
       m_strLogPath(DirectoryFor(logPath)),
       m_strFileHeader(fileHeader),
       m_bPrint(bPrint),
       m_bLog(bLog),
       m_nFiltLogBufSize(nFiltLogBufSize),
       m_nEachFileMaxSize(nEachFileMaxSize),
-      m_bThreadStarted(false),
       m_nEachProcessMaxZipNum(nEachProcessMaxZipNum),
       m_nZipFileIncludeFileNum(nZipFileIncludeFileNum),
-      m_nForkGeneration(velt::ForkGeneration()) {
+      m_nForkGeneration(ForkGeneration()) {
   m_OutputQueue.high_water_mark(kQueueBytes);
   m_OutputQueue.low_water_mark(kQueueBytes);
   m_DiscardQueue.high_water_mark(kQueueBytes);
   m_DiscardQueue.low_water_mark(kQueueBytes);
+}
+
+VeltDebugInfo::VeltDebugInfo(std::string const& logPath, std::string const& filePrefix,
+                             std::string const& fileHeader, bool bPrint, bool bLog,
+                             unsigned int nFiltLogBufSize, unsigned int nEachFileMaxSize,
+                             unsigned int nEachProcessMaxZipNum, unsigned int nZipFileIncludeFileNum,
+                             bool /*ignored*/)
+    : m_pState(nullptr) {
+  auto state =
+      std::make_unique<velt::ChannelState>(logPath, filePrefix, fileHeader, bPrint, bLog, nFiltLogBufSize,
+                                           nEachFileMaxSize, nEachProcessMaxZipNum, nZipFileIncludeFileNum);
+  m_pState = state.get();
   (void)Init();  // a channel without a thread refuses records; a host may call Init again
+  (void)state.release();
 }
 
-bool VeltDebugInfo::Init() {
-  if (InheritedByFork()) return false;
-  // Held over the creation, so that two callers cannot start two threads.
-  velt::MutexLock const lock(m_mutex);
-  if (!lock.locked()) return false;
-  if (m_bThreadStarted.load(std::memory_order_relaxed)) return true;
-  HostSignalsBlocked const blocked;
-  auto start = std::make_unique<LoopStart>(this);
-  if (ACE_OS::thr_create(&VeltDebugInfo::HandleOutputStringLoop, this, THR_NEW_LWP | THR_DETACHED, nullptr,
-                         nullptr, ACE_DEFAULT_THREAD_PRIORITY, nullptr, ACE_DEFAULT_THREAD_STACKSIZE,
-                         start.get()) == -1) {
-    return false;
+VeltDebugInfo::~VeltDebugInfo() {
+  if (m_pState->InheritedByFork()) {
+    m_pState->m_pFile.reset();  // the descriptor alone: it holds nothing back that closing could write
+    velt::KeepInherited(m_pState->m_inherited, m_pState);
+    return;
   }
-  (void)start.release();  // the thread's now
-  // Relaxed: it tells tracing threads that somebody will read the queue, which has a lock of its own.
-  m_bThreadStarted.store(true, std::memory_order_relaxed);
-  return true;
+  velt::EndChannel(*m_pState);
+  delete m_pState;
 }
 
-std::string const& VeltDebugInfo::LogPath() const { return m_strLogPath; }
+bool VeltDebugInfo::Init() { return velt::StartOutputThread(*m_pState, this); }
 
-bool VeltDebugInfo::InheritedByFork() const noexcept { return m_nForkGeneration != velt::ForkGeneration(); }
+void VeltDebugInfo::DequeueMsg() { velt::ClearRing(*m_pState); }
+
+bool VeltDebugInfo::Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
+                          bool bPrint, bool bLog) {
+  return velt::TraceText(*m_pState, module, level, text, std::string::npos, asn, bPrint, bLog);
+}
+
+bool VeltDebugInfo::TraceInner(OutDataUnit*& rec) { return velt::TraceRecord(*m_pState, rec); }
+
+void VeltDebugInfo::FmtTrace(char const* fmt, ...) {
+  std::array<char, kFormatCapacity> message;
+  std::va_list args;
+  va_start(args, fmt);
+  int const length = velt::FormatMessage(message.data(), message.size(), fmt, args);
+  va_end(args);
+  if (length <= 0) return;
+  Trace(velt::kUnnamedModule, VeltLogLevel{velt::kDefaultLevel}, message.data(), nullptr, true, true);
+}
+
+void VeltDebugInfo::ASNTrace(AsnType const* value, bool bPrint, bool bLog) {
+  if (value == nullptr) return;
+  std::string const text = velt::AsnText(value);
+  Trace(velt::kUnnamedModule, VeltLogLevel{velt::kDefaultLevel}, text.c_str(), nullptr, bPrint, bLog);
+}
+
+void VeltDebugInfo::ASNTrace(AsnType const* value, std::string& out) const { out += velt::AsnText(value); }
+
+bool VeltDebugInfo::OutputString(OutDataUnit const* rec, bool fromDiscard) {
+  return rec != nullptr && velt::OutputString(*m_pState, *rec, fromDiscard);
+}
+
+void VeltDebugInfo::OutputDiscardQueue() { velt::OutputDiscardQueue(*m_pState); }
+
+void* VeltDebugInfo::HandleOutputStringLoop(void* channel) {
+  if (channel != nullptr) velt::RunOutputThread(*static_cast<VeltDebugInfo*>(channel)->m_pState);
+  return nullptr;
+}
+
+bool VeltDebugInfo::OpenNewFile() { return velt::OpenNewFile(*m_pState); }
+
+bool VeltDebugInfo::WriteFile(char const* text) { return velt::WriteFile(*m_pState, text); }
+
+void VeltDebugInfo::CloseFile() { velt::CloseFile(*m_pState); }
+
+bool VeltDebugInfo::CheckFileLength(std::string const& name, int type) const {
+  return velt::CheckFileLength(*m_pState, name, type);
+}
+
+int VeltDebugInfo::GetFileType(std::string const& name) const { return velt::GetFileType(*m_pState, name); }
+
+int VeltDebugInfo::GZCompress(std::string const& source, std::string const& destination) const {
+  return velt::GZCompress(source, destination);
+}
+
+void VeltDebugInfo::ZipLogFiles(std::string const& name) const { velt::ZipLogFiles(*m_pState, name); }
+
+void VeltDebugInfo::RemoveSpilthFile() const { velt::RemoveSpilthFile(*m_pState); }
+
+void VeltDebugInfo::ProcessLogFileBeforeCreateNew() const { velt::ProcessLogFileBeforeCreateNew(*m_pState); }
+
+std::string const& VeltDebugInfo::LogPath() const { return m_pState->m_strLogPath; }

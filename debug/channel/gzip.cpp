@@ -1,4 +1,5 @@
-// Compresses one finished log file.
+#include "debug/channel/gzip.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -8,11 +9,10 @@
 
 #include <zlib.h>
 
-#include "velt/channel.h"
-
 #include "debug/channel/archive_writer.h"
 #include "platform/descriptor.h"
 
+namespace velt {
 namespace {
 
 constexpr unsigned kBlockBytes = 65'535;
@@ -25,7 +25,7 @@ using GzipFile = std::unique_ptr<gzFile_s, CloseGzip>;
 
 // A source that is gzip data is unpacked, any other one read as it is.
 GzipFile OpenSource(char const* path) {
-  int const descriptor = velt::OpenAboveStandard(path, O_RDONLY);
+  int const descriptor = OpenAboveStandard(path, O_RDONLY);
   if (descriptor == -1) return nullptr;
   GzipFile source(gzdopen(descriptor, "rb"));
   if (source == nullptr) (void)close(descriptor);
@@ -34,7 +34,7 @@ GzipFile OpenSource(char const* path) {
 
 enum class Copied { kAll, kNothing, kWriteFailed };
 
-Copied CopyAll(gzFile_s* in, velt::ArchiveWriter& out, char* block) {
+Copied CopyAll(gzFile_s* in, ArchiveWriter& out, char* block) {
   int got = gzread(in, block, kBlockBytes);
   if (got == 0) return Copied::kNothing;
   // A read that fails ends the copy like the end of the file, the very first one too: a source that cannot be
@@ -49,13 +49,12 @@ Copied CopyAll(gzFile_s* in, velt::ArchiveWriter& out, char* block) {
 
 }  // namespace
 
-int VeltDebugInfo::GZCompress(std::string const& source, std::string const& destination) const {
+int GZCompress(std::string const& source, std::string const& destination) {
   GzipFile const in = OpenSource(source.c_str());
   if (in == nullptr) return -1;
-  int const archive =
-      velt::OpenAboveStandard(destination.c_str(), O_WRONLY | O_CREAT | O_TRUNC, kNewArchiveMode);
+  int const archive = OpenAboveStandard(destination.c_str(), O_WRONLY | O_CREAT | O_TRUNC, kNewArchiveMode);
   if (archive == -1) return -1;
-  velt::ArchiveWriter out;
+  ArchiveWriter out;
   bool complete = out.Start(archive);
   if (complete) {
     std::unique_ptr<char[]> const block(new (std::nothrow) char[kBlockBytes]);
@@ -67,3 +66,5 @@ int VeltDebugInfo::GZCompress(std::string const& source, std::string const& dest
   (void)std::remove(destination.c_str());  // a broken archive that stays is overwritten at the next rotation
   return -1;
 }
+
+}  // namespace velt

@@ -1,12 +1,18 @@
-// What the output threads of all channels share.
+// The output thread of a channel: takes records off the queue and hands them to the output.
 #ifndef VELT_DEBUG_CHANNEL_OUTPUT_THREAD_H
 #define VELT_DEBUG_CHANNEL_OUTPUT_THREAD_H
 
+#include "velt/channel.h"
+
 namespace velt {
 
-// Makes the lock over standard output anew; for a forked child, whose copy may be held by a thread that is
-// not there.
-void RemakePrintLock();
+struct ChannelState;
+
+// VeltDebugInfo::Init: creates the thread unless it was created.
+bool StartOutputThread(ChannelState& state, VeltDebugInfo* channel);
+
+// What the thread does from its start to its end.
+void RunOutputThread(ChannelState& state);
 
 }  // namespace velt
 

@@ -1,19 +1,16 @@
-// The queue of a channel: bounded ring, taking without waiting, and giving up in a forked child.
+#include "debug/channel/record_queue.h"
+
 #include <pthread.h>
 
-#include <atomic>
 #include <cerrno>
-#include <new>
 
 #include <ace/Message_Block.h>
-#include <ace/Thread_Mutex.h>
+#include <ace/OS_NS_sys_time.h>
 
 #include "velt/channel.h"
 
+namespace velt {
 namespace {
-
-// What children gave up, as one chain: it is never read, but leak checkers must find it.
-std::atomic<ACE_Message_Block*> given_up{nullptr};
 
 // Takes the lock as ACE_Guard does, without its two calls into ACE's library, which every record would pay
 // for.
@@ -37,11 +34,37 @@ class QueueLock {
   bool locked_;
 };
 
+// A thread that was cancelled in the wait would leave without its record and stay counted as waiting. It is
+// cancelled at its next cancellation point instead.
+class NoCancellation {
+ public:
+  NoCancellation() { changed_ = pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_) == 0; }
+  ~NoCancellation() {
+    if (changed_) (void)pthread_setcancelstate(before_, nullptr);
+  }
+  NoCancellation(NoCancellation const&) = delete;
+  NoCancellation& operator=(NoCancellation const&) = delete;
+
+ private:
+  int before_ = 0;
+  bool changed_;
+};
+
 }  // namespace
 
-VeltRecordQueue::VeltRecordQueue() : m_nCallersWaiting(0) {}
+RecordQueue::RecordQueue() = default;
 
-bool VeltRecordQueue::EnqueueRecord(ACE_Message_Block* block, ACE_Time_Value& deadline) {
+void RecordQueue::SetWait(std::chrono::milliseconds wait) noexcept {
+  wait_ms_.store(wait.count(), std::memory_order_relaxed);
+}
+
+std::chrono::milliseconds RecordQueue::Wait() const noexcept {
+  return std::chrono::milliseconds(wait_ms_.load(std::memory_order_relaxed));
+}
+
+bool RecordQueue::EnqueueRecord(ACE_Message_Block* block) { return EnqueueWithin(block, Wait()); }
+
+bool RecordQueue::EnqueueWithin(ACE_Message_Block* block, std::chrono::milliseconds wait) {
   bool wake = false;
   {
     QueueLock const guard(lock_);
@@ -50,22 +73,32 @@ bool VeltRecordQueue::EnqueueRecord(ACE_Message_Block* block, ACE_Time_Value& de
       errno = ESHUTDOWN;
       return false;
     }
-    if (cur_bytes_ >= high_water_mark_) {
-      m_nCallersWaiting.fetch_add(1, std::memory_order_relaxed);
-      int const waited = wait_not_full_cond(&deadline);
-      m_nCallersWaiting.fetch_sub(1, std::memory_order_relaxed);
-      if (waited == -1) return false;
-    }
+    if (cur_bytes_ >= high_water_mark_ && !WaitForRoom_i(wait)) return false;
     Append_i(block);
-    wake = m_bTakerWaits;
-    m_bTakerWaits = false;
+    wake = taker_waits_;
+    taker_waits_ = false;
   }
   // After the lock, so that the thread that wakes up does not run into it.
   if (wake) (void)not_empty_cond_.signal();
   return true;
 }
 
-ACE_Message_Block* VeltRecordQueue::TakeAll(ACE_Time_Value* deadline) {
+bool RecordQueue::WaitForRoom_i(std::chrono::milliseconds wait) {
+  bool const own_thread = has_taker_ && pthread_equal(taker_, pthread_self()) != 0;
+  if (own_thread || wait.count() <= 0) {
+    errno = EWOULDBLOCK;
+    return false;
+  }
+  // The wait begins here: what a caller did to make its record does not shorten it.
+  ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(wait);
+  NoCancellation const none;
+  callers_waiting_.fetch_add(1, std::memory_order_relaxed);
+  int const waited = wait_not_full_cond(&deadline);
+  callers_waiting_.fetch_sub(1, std::memory_order_relaxed);
+  return waited != -1;
+}
+
+ACE_Message_Block* RecordQueue::TakeAll(ACE_Time_Value* deadline) {
   QueueLock const guard(lock_);
   if (!guard.locked()) return nullptr;
   while (head_ == nullptr) {
@@ -73,9 +106,9 @@ ACE_Message_Block* VeltRecordQueue::TakeAll(ACE_Time_Value* deadline) {
       errno = ESHUTDOWN;
       return nullptr;
     }
-    m_bTakerWaits = true;
+    taker_waits_ = true;
     bool const woken = not_empty_cond_.wait(deadline) != -1;
-    m_bTakerWaits = false;
+    taker_waits_ = false;
     if (!woken && head_ == nullptr) {
       if (errno == ETIME) errno = EWOULDBLOCK;
       return nullptr;
@@ -85,26 +118,28 @@ ACE_Message_Block* VeltRecordQueue::TakeAll(ACE_Time_Value* deadline) {
       return nullptr;
     }
   }
+  taker_ = pthread_self();
+  has_taker_ = true;
   ACE_Message_Block* const all = head_;
-  Uncount_i(1);  // the one that is dealt with now is queued no longer
+  GiveBack_i(1);  // the one that is dealt with now is queued no longer
   head_ = tail_ = nullptr;
   return all;
 }
 
-void VeltRecordQueue::Settle(std::size_t count) {
+void RecordQueue::GiveBack(std::size_t count) {
   QueueLock const guard(lock_);
-  Uncount_i(count);
+  GiveBack_i(count);
 }
 
-void VeltRecordQueue::Uncount_i(std::size_t count) {
+void RecordQueue::GiveBack_i(std::size_t count) {
   cur_count_ -= count;
   cur_bytes_ -= count * sizeof(OutDataUnit);
-  if (m_nCallersWaiting.load(std::memory_order_relaxed) != 0 && cur_bytes_ <= low_water_mark_) {
+  if (callers_waiting_.load(std::memory_order_relaxed) != 0 && cur_bytes_ <= low_water_mark_) {
     (void)not_full_cond_.broadcast();
   }
 }
 
-void VeltRecordQueue::PutBack(ACE_Message_Block* chain) {
+void RecordQueue::PutBack(ACE_Message_Block* chain) {
   if (chain == nullptr) return;
   ACE_Message_Block* last = chain;
   while (last->next() != nullptr) last = last->next();
@@ -119,8 +154,8 @@ void VeltRecordQueue::PutBack(ACE_Message_Block* chain) {
   chain->prev(nullptr);
 }
 
-bool VeltRecordQueue::EnqueueEvicting(ACE_Message_Block* block, std::size_t capacity,
-                                      ACE_Time_Value& deadline, ACE_Message_Block*& evicted) {
+bool RecordQueue::EnqueueEvicting(ACE_Message_Block* block, std::size_t capacity,
+                                  ACE_Message_Block*& evicted) {
   evicted = nullptr;
   QueueLock const guard(lock_);
   if (!guard.locked()) return false;
@@ -136,18 +171,18 @@ bool VeltRecordQueue::EnqueueEvicting(ACE_Message_Block* block, std::size_t capa
     } else {
       head_->prev(nullptr);
     }
-    Uncount_i(1);
+    GiveBack_i(1);
     oldest->next(evicted);
     evicted = oldest;
   }
-  if (cur_bytes_ >= high_water_mark_ && wait_not_full_cond(&deadline) == -1) return false;
+  if (cur_bytes_ >= high_water_mark_ && !WaitForRoom_i(Wait())) return false;
   bool const was_empty = head_ == nullptr;
   Append_i(block);
   if (was_empty) (void)not_empty_cond_.broadcast();  // who waits has found it empty
   return true;
 }
 
-void VeltRecordQueue::Append_i(ACE_Message_Block* block) {
+void RecordQueue::Append_i(ACE_Message_Block* block) {
   block->next(nullptr);
   block->prev(tail_);
   if (tail_ == nullptr) {
@@ -160,26 +195,11 @@ void VeltRecordQueue::Append_i(ACE_Message_Block* block) {
   cur_bytes_ += sizeof(OutDataUnit);
 }
 
-ACE_Message_Block* VeltRecordQueue::TryDequeue() {
+ACE_Message_Block* RecordQueue::TryDequeue() {
   QueueLock const guard(lock_);
   ACE_Message_Block* block = nullptr;
   if (!guard.locked() || head_ == nullptr || dequeue_head_i(block) == -1) return nullptr;
   return block;
 }
 
-void VeltRecordQueue::Abandon() {
-  if (head_ != nullptr && tail_ != nullptr) {
-    // Release: a later reader of the chain, were there one, would see its links.
-    ACE_Message_Block* const before = given_up.exchange(head_, std::memory_order_acq_rel);
-    tail_->next(before);
-  }
-  head_ = tail_ = nullptr;
-  cur_bytes_ = cur_length_ = cur_count_ = 0;
-  m_bTakerWaits = false;
-  m_nCallersWaiting.store(0, std::memory_order_relaxed);
-  // Not destroyed first: destroying a condition waits for its waiters, and the parent's threads are not here.
-  using QueueCondition = ACE_Condition<ACE_Thread_Mutex>;
-  new (&lock_) ACE_Thread_Mutex;
-  new (&not_empty_cond_) QueueCondition(lock_, cond_attr_);
-  new (&not_full_cond_) QueueCondition(lock_, cond_attr_);
-}
+}  // namespace velt

@@ -1,7 +1,8 @@
-// The end of a channel: the stop marker, the wait for the output thread, and what is said and deleted
-// afterwards.
+#include "debug/channel/shutdown.h"
+
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <new>
@@ -11,60 +12,27 @@
 
 #include "velt/channel.h"
 
+#include "debug/channel/channel_state.h"
+#include "debug/channel/clear_queue.h"
+#include "debug/channel/current_file.h"
 #include "debug/channel/record.h"
+#include "debug/channel/ring.h"
 #include "platform/bounded.h"
 #include "platform/time_stamp.h"
 
+namespace velt {
 namespace {
 
-constexpr suseconds_t kPollMicroseconds = 100'000;
+constexpr std::chrono::milliseconds kPoll(100);
 
-void SleepOnePoll() { ACE_OS::sleep(ACE_Time_Value(0, kPollMicroseconds)); }
+void SleepOnePoll() { ACE_OS::sleep(ACE_Time_Value(kPoll)); }
 
-}  // namespace
-
-VeltDebugInfo::~VeltDebugInfo() {
-  if (InheritedByFork()) {
-    // Nobody is left to stop here, and the files are the parent's: the stream holds nothing back that closing
-    // it could write.
-    m_OutputQueue.Abandon();
-    m_DiscardQueue.Abandon();
-    return;
-  }
-  m_bExit.store(true, std::memory_order_release);
-  try {
-    if (m_bThreadStarted.load(std::memory_order_relaxed)) StopOutputThread();
-    CloseFile();
-  } catch (std::exception const&) {
-    m_pFile.reset();  // a destructor has nobody to tell; closing is all that is left to do
-  }
-  // Empty after an orderly stop; a thread that never started leaves what was handed in.
-  while (ACE_Message_Block* const block = m_DiscardQueue.TryDequeue()) velt::DeleteChain(block);
-  while (ACE_Message_Block* const block = m_OutputQueue.TryDequeue()) velt::DeleteChain(block);
-}
-
-void VeltDebugInfo::StopOutputThread() {
-  // Without the marker the thread could sleep for ever, so neither a full queue nor a want of memory ends the
-  // attempt; only the thread's own end does. Acquire: whatever the thread did to the file is seen before this
-  // thread touches it.
-  while (!EnqueueStopMarker() && !m_bThreadExited.load(std::memory_order_acquire)) {
-  }
-  while (!m_bThreadExited.load(std::memory_order_acquire)) SleepOnePoll();
-
-  WriteShutdownLine("%s about to clear m_DiscardQueue(%d)\n",
-                    static_cast<int>(m_DiscardQueue.message_count()));
-  DequeueMsg();
-  WriteShutdownLine("%s about to clear m_OutputQueue(%d)\n", static_cast<int>(m_OutputQueue.message_count()));
-  ClearOutputQueue();
-  WriteShutdownLine("%s after m_OutputQueue cleared\n", 0);
-}
-
-bool VeltDebugInfo::EnqueueStopMarker() {
+// Returns whether the marker was queued.
+bool EnqueueStopMarker(ChannelState& state) {
   try {
     auto marker = std::make_unique<OutDataUnit>();
-    velt::BlockPtr block = velt::WrapRecord(marker.get());
-    ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(0, kPollMicroseconds);
-    if (!m_OutputQueue.EnqueueRecord(block.get(), deadline)) {
+    BlockPtr block = WrapRecord(marker.get());
+    if (!state.m_OutputQueue.EnqueueWithin(block.get(), kPoll)) {
       if (errno != EWOULDBLOCK) SleepOnePoll();  // it has not waited for room
       return false;
     }
@@ -77,35 +45,54 @@ bool VeltDebugInfo::EnqueueStopMarker() {
   }
 }
 
-void VeltDebugInfo::WriteShutdownLine(char const* format, int count) {
-  std::array<char, velt::kTimeStampCapacity> stamp{};
-  velt::WriteTimeStamp(ACE_OS::gettimeofday(), stamp.data());
+void WriteShutdownLine(ChannelState& state, char const* format, std::size_t count) {
+  std::array<char, kTimeStampCapacity> stamp{};
+  WriteTimeStamp(ACE_OS::gettimeofday(), stamp.data());
   std::array<char, 512> line{};
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"  // three literals of this file
-  velt::snprintf_s(line.data(), line.size(), line.size() - 1, format, stamp.data(), count);
+  snprintf_s(line.data(), line.size(), line.size() - 1, format, stamp.data(), static_cast<int>(count));
 #pragma GCC diagnostic pop
-  WriteFile(line.data());
+  WriteFile(state, line.data());
 }
 
-void VeltDebugInfo::DequeueMsg() {
-  while (m_DiscardQueue.message_count() != 0) {
-    ACE_Message_Block* const block = m_DiscardQueue.TryDequeue();
-    if (block == nullptr) {
-      WriteFile("dequeue from m_DiscardQueue fail.\n");
-      return;
-    }
-    velt::DeleteChain(block);
-  }
+void ClearQueues(ChannelState& state) {
+  WriteShutdownLine(state, "%s about to clear m_DiscardQueue(%d)\n", RecordsInRing(state));
+  ClearRing(state);
+  WriteShutdownLine(state, "%s about to clear m_OutputQueue(%d)\n", state.m_OutputQueue.message_count());
+  ClearQueue(state, state.m_OutputQueue, "dequeue from m_OutputQueue fail.\n");
+  WriteShutdownLine(state, "%s after m_OutputQueue cleared\n", 0);
 }
 
-void VeltDebugInfo::ClearOutputQueue() {
-  while (m_OutputQueue.message_count() != 0) {
-    ACE_Message_Block* const block = m_OutputQueue.TryDequeue();
-    if (block == nullptr) {
-      WriteFile("dequeue from m_OutputQueue fail.\n");
-      return;
-    }
-    velt::DeleteChain(block);
+}  // namespace
+
+void EndOutputThread(ChannelState& state) noexcept {
+  // Release: the output thread that sees it sees what was queued before. One end per channel.
+  if (state.m_bExit.exchange(true, std::memory_order_acq_rel) || state.InheritedByFork()) return;
+  if (!state.m_bThreadStarted.load(std::memory_order_relaxed)) return;
+  // Without the marker the thread could sleep for ever, so neither a full queue nor a lack of memory ends the
+  // attempt; only the thread's own end does. Acquire: whatever the thread did to the file is seen before this
+  // thread touches it.
+  while (!EnqueueStopMarker(state) && !state.m_bThreadExited.load(std::memory_order_acquire)) {
   }
+  while (!state.m_bThreadExited.load(std::memory_order_acquire)) SleepOnePoll();
 }
+
+bool HasEnded(ChannelState const& state) noexcept {
+  return state.m_bExit.load(std::memory_order_relaxed);  // asked by the thread that ends channels
+}
+
+void EndChannel(ChannelState& state) noexcept {
+  try {
+    EndOutputThread(state);
+    if (state.m_bThreadStarted.load(std::memory_order_relaxed)) ClearQueues(state);
+    CloseFile(state);
+  } catch (std::exception const&) {
+    state.m_pFile.reset();  // a destructor has nobody to tell; closing is all that is left to do
+  }
+  // Empty after an orderly stop; a thread that never started leaves what was handed in.
+  while (ACE_Message_Block* const block = state.m_DiscardQueue.TryDequeue()) DeleteChain(block);
+  while (ACE_Message_Block* const block = state.m_OutputQueue.TryDequeue()) DeleteChain(block);
+}
+
+}  // namespace velt

@@ -1,11 +1,10 @@
-// The caller's side of a channel: makes a record and queues it.
+#include "debug/channel/trace.h"
+
 #include <sys/time.h>
 
 #include <array>
-#include <cstdarg>
 #include <cstring>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -13,24 +12,22 @@
 
 #include "velt/channel.h"
 
+#include "debug/channel/channel_state.h"
 #include "debug/channel/record.h"
 #include "debug/channel/record_node.h"
-#include "platform/message_format.h"
+#include "debug/channel/ring.h"
 #include "platform/thread_id.h"
 #include "platform/time_stamp.h"
 
+namespace velt {
 namespace {
 
 constexpr std::size_t kLongestMessage = 2048;
-constexpr std::size_t kFormatCapacity = 2047;
 constexpr std::size_t kTextOverhead = 18;  // spaces, tag and NUL, with room to spare
 constexpr std::size_t kLongestModule =
     INT32_MAX - kLongestMessage - kTextOverhead;  // a text's size is an int
 constexpr std::size_t kTagLength = 3;
-constexpr int kDefaultLevel = 3;
 constexpr int kCheckedOutLevel = 32;  // the one level above the tagged ones that a record keeps
-constexpr time_t kQueueWaitSeconds = 1;
-constexpr char const* kUnnamedModule = " ";
 
 std::string_view TagOf(int level) {
   constexpr std::array<std::string_view, 4> kTags = {"A: ", "E: ", "W: ", "I: "};
@@ -52,39 +49,13 @@ char* AppendText(char* at, char const* text, std::size_t length) {
   return at + length;
 }
 
-}  // namespace
-
-bool VeltDebugInfo::Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
-                          bool bPrint, bool bLog) {
-  return TraceText(module, level, text, std::string::npos, asn, bPrint, bLog);
-}
-
-// A length that the caller knows need not be counted again; npos is none.
-bool VeltDebugInfo::TraceText(std::string const& module, VeltLogLevel level, char const* text,
-                              std::size_t length, AsnType const* asn, bool bPrint, bool bLog) {
-  // Relaxed: the queue's lock orders everything that a record carries.
-  if (text == nullptr || !m_bThreadStarted.load(std::memory_order_relaxed) || InheritedByFork()) return false;
-  if (module.size() > kLongestModule) return false;
-  bool const print = bPrint || m_bPrint;
-  bool const log = bLog || m_bLog;
-  if (!print && !log && m_nFiltLogBufSize == 0) return true;  // nobody will see it: nothing is made for it
-
-  if (length == std::string::npos) length = strnlen(text, kLongestMessage);
-  ACE_Time_Value const now = TimeOfDay();
-  std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, text, length, asn, now);
-  made->m_bPrint = print;
-  made->m_bLog = log;
-  return Enqueue(made, &velt::NodeOf(made.get())->block, now);
-}
-
-std::unique_ptr<OutDataUnit> VeltDebugInfo::MakeRecord(std::string const& module, VeltLogLevel level,
-                                                       char const* text, std::size_t length,
-                                                       AsnType const* asn, ACE_Time_Value const& now) const {
+std::unique_ptr<OutDataUnit> MakeRecord(std::string const& module, VeltLogLevel level, char const* text,
+                                        std::size_t length, AsnType const* asn) {
   auto rec = std::make_unique<OutDataUnit>();
-  velt::RecordNode* const node = velt::NodeOf(rec.get());
+  RecordNode* const node = NodeOf(rec.get());
   node->LendArrays(*rec);
-  velt::WriteTimeStamp(now, rec->m_pTimeStamp);
-  rec->m_nThreadId = velt::ThreadId();
+  WriteTimeStamp(TimeOfDay(), rec->m_pTimeStamp);
+  rec->m_nThreadId = ThreadId();
   rec->m_nLevel = level < 4 || level == kCheckedOutLevel ? static_cast<int32_t>(level) : kDefaultLevel;
   if (module.size() == 1 && module.front() == ' ') {
     rec->m_strModule = "default";
@@ -105,64 +76,57 @@ std::unique_ptr<OutDataUnit> VeltDebugInfo::MakeRecord(std::string const& module
   return rec;
 }
 
-bool VeltDebugInfo::TraceInner(OutDataUnit*& rec) {
-  velt::RecordPtr owned(rec);
+// Queues `rec`, whose block is `block`, and releases it to the queue. Returns false, with the record still
+// the caller's, when there is no room for as long as a call waits.
+bool QueueForOutput(ChannelState& state, std::unique_ptr<OutDataUnit>& rec, ACE_Message_Block* block) {
+  // Given up before it is queued: from then on the output thread may delete it at any moment.
+  OutDataUnit* const given = rec.release();
+  if (state.m_OutputQueue.EnqueueRecord(block)) return true;
+  rec.reset(given);
+  return false;
+}
+
+// Releases `rec` to a queue when it was queued; else it stays the caller's, and the result is true only for a
+// filtered record on a channel without a ring.
+bool Enqueue(ChannelState& state, std::unique_ptr<OutDataUnit>& rec, ACE_Message_Block* block) {
+  if (state.InheritedByFork()) return false;
+  bool const filtered = !rec->m_bPrint && !rec->m_bLog;
+  return filtered ? KeepInRing(state, rec, block) : QueueForOutput(state, rec, block);
+}
+
+}  // namespace
+
+bool TraceText(ChannelState& state, std::string const& module, VeltLogLevel level, char const* text,
+               std::size_t length, AsnType const* asn, bool print, bool log) {
+  // Relaxed: the queue's lock orders everything that a record carries.
+  if (text == nullptr || !state.m_bThreadStarted.load(std::memory_order_relaxed) || state.InheritedByFork()) {
+    return false;
+  }
+  if (module.size() > kLongestModule) return false;
+  print = print || state.m_bPrint;
+  log = log || state.m_bLog;
+  if (!print && !log && state.m_nFiltLogBufSize == 0)
+    return true;  // nobody will see it: nothing is made for it
+
+  if (length == std::string::npos) length = strnlen(text, kLongestMessage);
+  std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, text, length, asn);
+  made->m_bPrint = print;
+  made->m_bLog = log;
+  return Enqueue(state, made, &NodeOf(made.get())->block);
+}
+
+bool TraceRecord(ChannelState& state, OutDataUnit*& rec) {
+  RecordPtr owned(rec);
   rec = nullptr;  // what every path but success leaves, an exception too
   if (owned == nullptr) return false;
   OutDataUnit* const queued = owned.get();
   // A block of its own: a host may have made the record in any way.
-  velt::BlockPtr block = velt::WrapRecord(queued);
-  if (!Enqueue(owned, block.get(), TimeOfDay())) return false;
+  BlockPtr block = WrapRecord(queued);
+  if (!Enqueue(state, owned, block.get())) return false;
   if (owned != nullptr) return true;  // filtered, and there is no ring
   (void)block.release();              // the queue's now, like the record
   rec = queued;
   return true;
 }
 
-// Releases `rec` to the queue when it was queued; else it stays the caller's, and the answer is true only for
-// a filtered record on a channel without a ring.
-bool VeltDebugInfo::Enqueue(std::unique_ptr<OutDataUnit>& rec, ACE_Message_Block* block,
-                            ACE_Time_Value const& now) {
-  if (InheritedByFork()) return false;
-  bool const filtered = !rec->m_bPrint && !rec->m_bLog;
-  if (filtered && m_nFiltLogBufSize == 0) return true;
-  ACE_Time_Value deadline = now;
-  deadline.sec(now.sec() + kQueueWaitSeconds);  // a constructor would normalise it
-  if (filtered) {
-    ACE_Message_Block* evicted = nullptr;
-    bool const queued = m_DiscardQueue.EnqueueEvicting(block, m_nFiltLogBufSize, deadline, evicted);
-    if (queued) (void)rec.release();
-    velt::DeleteChain(evicted);
-    return queued;
-  }
-  // Given up before it is queued: from then on the output thread may delete it at any moment.
-  OutDataUnit* const given = rec.release();
-  if (m_OutputQueue.EnqueueRecord(block, deadline)) return true;
-  rec.reset(given);
-  return false;
-}
-
-void VeltDebugInfo::FmtTrace(char const* fmt, ...) {
-  std::array<char, kFormatCapacity> message;
-  std::va_list args;
-  va_start(args, fmt);
-  int const length = velt::FormatMessage(message.data(), message.size(), fmt, args);
-  va_end(args);
-  if (length > 0) Trace(kUnnamedModule, VeltLogLevel{kDefaultLevel}, message.data(), nullptr, true, true);
-}
-
-void VeltDebugInfo::ASNTrace(AsnType const* value, bool bPrint, bool bLog) {
-  if (value == nullptr) return;
-  std::string text;
-  ASNTrace(value, text);
-  Trace(kUnnamedModule, VeltLogLevel{kDefaultLevel}, text.c_str(), nullptr, bPrint, bLog);
-}
-
-void VeltDebugInfo::ASNTrace(AsnType const* value, std::string& out) const {
-  if (value == nullptr) return;
-  std::ostringstream printed;
-  value->Print(printed, 0, 1);
-  out += "ASN Trace:\n";
-  std::string const text = printed.str();
-  out.append(text, 0, text.find('\0'));  // where a reader of text would stop as well
-}
+}  // namespace velt

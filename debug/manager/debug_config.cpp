@@ -1,4 +1,5 @@
-// The debug configuration: which file, which keys, which defaults, and the module table that they make.
+#include "debug/manager/debug_config.h"
+
 #include <unistd.h>
 
 #include <array>
@@ -63,8 +64,7 @@ void ReadText(char const* key, char const* default_text, std::string& text, Text
   from.length = kTextCapacity;
   bool const in_secondary =
       !from.primary_only && VeltGetCfgString(key, from.buffer, from.length, from.secondary.c_str());
-  // A value of the secondary file reaches the buffer only. Installations rely on that: such a module traces
-  // nothing.
+  // A value of the secondary file reaches the buffer only: module "debug" then has the empty set.
   if (!in_secondary) text = default_text;
 }
 
@@ -116,51 +116,6 @@ void VeltDebugMgr::GetStroutput(std::string& text, char* buffer, int& bufferLeng
            {buffer, bufferLength, primary, secondary, primaryOnly});
 }
 
-void VeltDebugMgr::GetCfgItem(std::string const& cfgFile, int& filtLogBufSize, int& maxFileNum,
-                              int& maxFileSize, int& eachProcessMaxZipNum, int& zipFileIncludeFileNum,
-                              ModuleSets& modules) {
-  bool const missing = !cfgFile.empty() && !Exists(cfgFile);
-  bool const usable = !cfgFile.empty() && !missing;
-  std::string const default_file = VeltGetDefaultDebugCfgFile();
-  std::string const secondary = VeltGetDefaultCfgFile();
-  if (default_file.empty() && !usable) {
-    filtLogBufSize = velt::DefaultOf(velt::kRingRecords);
-    maxFileNum = velt::DefaultOf(velt::kChannels);
-    maxFileSize = velt::DefaultOf(velt::kFileBytes);
-    eachProcessMaxZipNum = velt::DefaultOf(velt::kArchives);
-    zipFileIncludeFileNum = velt::DefaultOf(velt::kFilesPerArchive);
-    return;
-  }
-  std::string primary = usable ? cfgFile : default_file;
-  if (!usable) RememberCfgFile(primary, missing);
-  bool const primary_only = default_file.empty() || primary == secondary;
-
-  GetFiltLogBufSize(filtLogBufSize, primary, secondary, primary_only);
-  GetMaxFileNum(maxFileNum, primary, secondary, primary_only);
-  GetMaxFileSize(maxFileSize, primary, secondary, primary_only);
-  GetEachProcessMaxZipNum(eachProcessMaxZipNum, primary, secondary, primary_only);
-  GetZipFileIncludeFileNum(zipFileIncludeFileNum, primary, secondary, primary_only);
-  ReadModuleSets(primary, secondary, primary_only, modules);
-}
-
-void VeltDebugMgr::ReadModuleSets(std::string& primary, std::string const& secondary, bool primary_only,
-                                  ModuleSets& modules) {
-  std::array<char, kTextCapacity> buffer{};
-  int length = kTextCapacity;
-  std::string level_text;
-  std::bitset<32> levels;
-  GetStrlevel(level_text, buffer.data(), length, primary, secondary, primary_only);
-  SetFromText(level_text, kDefaultLevelText, levels);
-
-  length = kTextCapacity;
-  std::string output_text;
-  std::bitset<32> outputs;
-  GetStroutput(output_text, buffer.data(), length, primary, secondary, primary_only);
-  SetFromText(output_text, kDefaultOutputText, outputs);
-
-  GetParams(levels, outputs, level_text, output_text, primary, modules);
-}
-
 void VeltDebugMgr::GetParams(std::bitset<32>& levels, std::bitset<32>& outputs, std::string& levelText,
                              std::string& outputText, std::string& primary, ModuleSets& modules) {
   modules[velt::kDebugModule] = {levels, outputs};
@@ -185,3 +140,49 @@ void VeltDebugMgr::GetParams(std::bitset<32>& levels, std::bitset<32>& outputs, 
     modules.try_emplace(module, levels, outputs).first->second.second = outputs;
   }
 }
+
+namespace velt {
+
+void ReadModuleSets(std::string& primary, std::string const& secondary, bool primary_only,
+                    VeltDebugMgr::ModuleSets& modules) {
+  std::array<char, kTextCapacity> buffer{};
+  int length = kTextCapacity;
+  std::string level_text;
+  std::bitset<32> levels;
+  VeltDebugMgr::GetStrlevel(level_text, buffer.data(), length, primary, secondary, primary_only);
+  SetFromText(level_text, kDefaultLevelText, levels);
+
+  length = kTextCapacity;
+  std::string output_text;
+  std::bitset<32> outputs;
+  VeltDebugMgr::GetStroutput(output_text, buffer.data(), length, primary, secondary, primary_only);
+  SetFromText(output_text, kDefaultOutputText, outputs);
+
+  VeltDebugMgr::GetParams(levels, outputs, level_text, output_text, primary, modules);
+}
+
+bool ReadDebugConfig(std::string const& cfgFile, DebugConfig& config) {
+  bool const missing = !cfgFile.empty() && !Exists(cfgFile);
+  bool const usable = !cfgFile.empty() && !missing;
+  std::string const default_file = VeltGetDefaultDebugCfgFile();
+  std::string const secondary = VeltGetDefaultCfgFile();
+  FileLimits& limits = config.limits;
+  if (default_file.empty() && !usable) {
+    limits = FileLimits();
+    return false;
+  }
+  config.file = usable ? cfgFile : default_file;
+  std::string& primary = config.file;
+  bool const primary_only = default_file.empty() || primary == secondary;
+
+  VeltDebugMgr::GetFiltLogBufSize(limits.m_nFiltLogBufSize, primary, secondary, primary_only);
+  VeltDebugMgr::GetMaxFileNum(limits.m_nMaxFileNum, primary, secondary, primary_only);
+  VeltDebugMgr::GetMaxFileSize(limits.m_nEachFileMaxSize, primary, secondary, primary_only);
+  VeltDebugMgr::GetEachProcessMaxZipNum(limits.m_nEachProcessMaxZipNum, primary, secondary, primary_only);
+  VeltDebugMgr::GetZipFileIncludeFileNum(limits.m_nZipFileIncludeFileNum, primary, secondary, primary_only);
+
+  ReadModuleSets(primary, secondary, primary_only, config.modules);
+  return true;
+}
+
+}  // namespace velt

@@ -40,6 +40,15 @@ constexpr int Bounded(Limit limit, int value) {
   return value >= range.low && value <= range.high ? value : range.otherwise;
 }
 
+// The limits in force, within their bounds. Sizes are bytes.
+struct FileLimits {
+  int m_nFiltLogBufSize = DefaultOf(kRingRecords);
+  int m_nMaxFileNum = DefaultOf(kChannels);
+  int m_nEachFileMaxSize = DefaultOf(kFileBytes);
+  int m_nEachProcessMaxZipNum = DefaultOf(kArchives);
+  int m_nZipFileIncludeFileNum = DefaultOf(kFilesPerArchive);
+};
+
 // How many times the archives of the configuration the host of that name keeps.
 inline int ArchiveFactor(std::string const& host_name) { return host_name == "VELTMrb_p2_" ? 5 : 1; }
 

@@ -9,6 +9,8 @@
 #include "velt/manager.h"
 
 #include "debug/manager/bit_set_text.h"
+#include "debug/manager/debug_config.h"
+#include "debug/manager/manager_state.h"
 #include "debug/manager/module_name.h"
 #include "platform/locks.h"
 
@@ -59,27 +61,12 @@ Texts DebugItems(Texts const& all) {
 // The one way out for a file that is not taken.
 bool KeepWhatHolds() { return false; }
 
-}  // namespace
-
-bool VeltDebugMgr::ReloadModules() {
-  if (!IsInit() || InheritedByFork()) return false;
-  std::string file = CfgFile();
-  ModuleSets modules;
-  // Read without the table's lock, which every thread that traces may need.
-  if (!ReadNamedModules(file, modules)) return KeepWhatHolds();
-  velt::WriteLock const lock(m_tableLock);
-  if (!lock.locked()) return false;
-  // What threads remember is out of date from the first module on: they wait for the lock, and find all done.
-  RegisterConfiguredModules_i(modules);
-  return true;
+std::string CfgFile(velt::ManagerState& state) {
+  velt::MutexLock const lock(state.m_cfgFileLock);
+  return lock.locked() ? state.m_strCfgFile : std::string();
 }
 
-std::string VeltDebugMgr::CfgFile() {
-  velt::MutexLock const lock(m_cfgFileLock);
-  return lock.locked() ? m_strCfgFile : std::string();
-}
-
-bool VeltDebugMgr::ReadNamedModules(std::string& file, ModuleSets& modules) {
+bool ReadNamedModules(std::string& file, VeltDebugMgr::ModuleSets& modules) {
   std::string const default_file = VeltGetDefaultDebugCfgFile();
   std::string const secondary = VeltGetDefaultCfgFile();
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
@@ -90,7 +77,7 @@ bool VeltDebugMgr::ReadNamedModules(std::string& file, ModuleSets& modules) {
     bool const read = !file.empty() && VeltAllCfgItem(all, file, "") &&
                       VeltAllCfgItem(levels, file, "_level") && VeltAllCfgItem(outputs, file, "_output");
     modules.clear();
-    ReadModuleSets(file, secondary, default_file.empty() || file == secondary, modules);
+    velt::ReadModuleSets(file, secondary, default_file.empty() || file == secondary, modules);
     if (!(Version(file) == before)) continue;  // of two states of the file, or gone
     Texts const debug = DebugItems(all);
     bool const names_debug =
@@ -99,4 +86,19 @@ bool VeltDebugMgr::ReadNamedModules(std::string& file, ModuleSets& modules) {
     return read && !modules.empty() && AreSets(levels) && AreSets(outputs) && AreSets(debug);
   }
   return false;
+}
+
+}  // namespace
+
+bool VeltDebugMgr::ReloadModules() {
+  if (!IsInit() || m_pState->InheritedByFork()) return false;
+  std::string file = CfgFile(*m_pState);
+  ModuleSets modules;
+  // Read without the table's lock, which every thread that traces may need.
+  if (!ReadNamedModules(file, modules)) return KeepWhatHolds();
+  velt::WriteLock const lock(m_pState->m_modules.m_tableLock);
+  if (!lock.locked()) return false;
+  // What threads remember is out of date from the first module on: they wait for the lock, and find all done.
+  m_pState->m_modules.RegisterConfigured_i(modules);
+  return true;
 }

@@ -1,39 +1,52 @@
-// One module's level set and output set.
+#include "debug/manager/sub_mod_info.h"
+
+#include <memory>
 #include <stdexcept>
 
-#include "velt/manager.h"
+namespace {
 
-#include "platform/locks.h"
+using velt::SubModInfoState;
 
-VeltDebugSubModInfo::VeltDebugSubModInfo(std::bitset<32> const& levels, std::bitset<32> const& outputs)
-    : m_levelSet(levels), m_outputSet(outputs) {}
-
-VeltDebugSubModInfo::~VeltDebugSubModInfo() = default;
-
-bool VeltDebugSubModInfo::SetLevel(unsigned int level, bool on) { return SetBit(m_levelSet, level, on); }
-
-bool VeltDebugSubModInfo::SetOutput(unsigned int direction, bool on) {
-  return SetBit(m_outputSet, direction, on);
-}
-
-bool VeltDebugSubModInfo::SetLevelSet(std::bitset<32> const& levels) { return Replace(m_levelSet, levels); }
-
-bool VeltDebugSubModInfo::SetOutputSet(std::bitset<32> const& outputs) {
-  return Replace(m_outputSet, outputs);
-}
-
-bool VeltDebugSubModInfo::SetBit(std::bitset<32>& set, unsigned int index, bool on) {
-  velt::WriteLock const lock(m_lock);
+bool SetBit(SubModInfoState& state, std::bitset<32>& set, unsigned int index, bool on) {
+  velt::WriteLock const lock(state.m_lock);
   if (!lock.locked()) return false;
-  // One above the last bit is let through on purpose: hosts rely on the exception that the set throws for it.
+  // One above the last bit is let through: the set throws for it, and that exception is part of the contract.
   if (index > set.size()) return false;
   set.set(index, on);
   return true;
 }
 
-bool VeltDebugSubModInfo::Replace(std::bitset<32>& set, std::bitset<32> const& value) {
-  velt::WriteLock const lock(m_lock);
+bool Replace(SubModInfoState& state, std::bitset<32>& set, std::bitset<32> const& value) {
+  velt::WriteLock const lock(state.m_lock);
   if (!lock.locked()) return false;
   set = value;
   return true;
+}
+
+}  // namespace
+
+VeltDebugSubModInfo::VeltDebugSubModInfo(std::bitset<32> const& levels, std::bitset<32> const& outputs)
+    : m_pState(nullptr) {
+  auto state = std::make_unique<SubModInfoState>();
+  state->m_levelSet = levels;
+  state->m_outputSet = outputs;
+  m_pState = state.release();
+}
+
+VeltDebugSubModInfo::~VeltDebugSubModInfo() { delete m_pState; }
+
+bool VeltDebugSubModInfo::SetLevel(unsigned int level, bool on) {
+  return SetBit(*m_pState, m_pState->m_levelSet, level, on);
+}
+
+bool VeltDebugSubModInfo::SetOutput(unsigned int direction, bool on) {
+  return SetBit(*m_pState, m_pState->m_outputSet, direction, on);
+}
+
+bool VeltDebugSubModInfo::SetLevelSet(std::bitset<32> const& levels) {
+  return Replace(*m_pState, m_pState->m_levelSet, levels);
+}
+
+bool VeltDebugSubModInfo::SetOutputSet(std::bitset<32> const& outputs) {
+  return Replace(*m_pState, m_pState->m_outputSet, outputs);
 }

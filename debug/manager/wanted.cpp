@@ -3,6 +3,9 @@
 
 #include "velt/manager.h"
 
+#include "debug/manager/manager_state.h"
+#include "debug/manager/routing.h"
+
 namespace {
 
 constexpr int kLevels = 32;
@@ -12,9 +15,10 @@ constexpr int kLevels = 32;
 bool VeltDebugMgr::IsWanted(std::string const& module, VeltLogLevel level) {
   if (!IsInit()) return false;
   // Relaxed: only whether there is one counts; the trace call that follows loads it itself.
-  if (m_pEngine.load(std::memory_order_relaxed) != nullptr) return true;
-  if (m_pChannel == nullptr || level < 0 || level >= kLevels || InheritedByFork()) return false;
-  if (m_nFiltLogBufSize > 0) return true;  // the ring keeps what no output wants
-  Flags const flags = ResolveFlags(module, level, {});
+  if (m_pState->m_pEngine.load(std::memory_order_relaxed) != nullptr) return true;
+  if (m_pState->m_pChannel == nullptr || level < 0 || level >= kLevels || m_pState->InheritedByFork())
+    return false;
+  if (m_pState->m_limits.m_nFiltLogBufSize > 0) return true;  // the ring keeps what no output wants
+  velt::OutputFlags const flags = velt::ResolveFlags(*m_pState, module, level, {});
   return flags.print || flags.log;
 }

@@ -3,26 +3,19 @@
 #ifndef VELT_CHANNEL_H
 #define VELT_CHANNEL_H
 
-#include <atomic>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
-#include <memory>
+#include <iosfwd>
 #include <new>
 #include <string>
-#include <string_view>
-
-#include <ace/Condition_Thread_Mutex.h>
-#include <ace/Message_Queue.h>
-#include <ace/Synch_Traits.h>
-#include <ace/Thread_Mutex.h>
 
 #include "velt/export.h"
 #include "velt/types.h"
 
 namespace velt {
+struct ChannelState;
 struct RecordNode;
-}
+}  // namespace velt
 
 // The time part of a log file name, for strftime: 15 characters of local time and ".log".
 VELT_EXPORT extern char const* const VELT_DEBUG_FILE_NAME_TIME_PATTERN;
@@ -80,59 +73,6 @@ class VELT_EXPORT OutDataUnit final {
   friend struct velt::RecordNode;
 
   bool m_bLent = false;  // the record was made with arrays that are not its own to free
-};
-
-// The queue of a channel: ACE's own, with cheaper ways in and out for many callers and one output thread, and
-// with what a bounded ring and a forked child need. Blocks count sizeof(OutDataUnit) bytes each against the
-// water marks.
-class VELT_EXPORT VeltRecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
- public:
-  VeltRecordQueue();
-
-  // Puts `block` at the end. Waits until `deadline` while the queue is at its water mark. Returns true when
-  // it was queued; false, with errno EWOULDBLOCK after a wait in vain, leaves it the caller's.
-  bool EnqueueRecord(ACE_Message_Block* block, ACE_Time_Value& deadline);
-
-  // For the one thread that empties the queue. Takes all blocks as a chain (by next()), waiting until there
-  // is one or until `deadline` when it is not null. The first of them is uncounted; the others stay counted,
-  // in message_count() and against the water mark, until they are settled: a list in hand must not double
-  // what the queue may hold. Returns null, with errno EWOULDBLOCK, when the deadline passed, and null when
-  // the queue is deactivated or pulsed or its lock fails.
-  ACE_Message_Block* TakeAll(ACE_Time_Value* deadline);
-
-  // Uncounts `count` more blocks of the list in hand, and lets as many waiting callers in.
-  void Settle(std::size_t count);
-
-  // Whether a caller waits for room now; then it is worth settling early.
-  bool CallersWait() const noexcept { return m_nCallersWaiting.load(std::memory_order_relaxed) != 0; }
-
-  // Puts the rest of a chain that TakeAll gave, none of it uncounted, back at the head.
-  void PutBack(ACE_Message_Block* chain);
-
-  // Puts `block` at the end after taking the oldest blocks out while `capacity` or more are queued; `evicted`
-  // gets those as a chain (null when there are none), for the caller to release. One lock for all of it, so
-  // that neither a second caller nor a drain can come between. Waits until `deadline` while the queue is
-  // above its water mark. Returns true when `block` was queued; false leaves it the caller's.
-  bool EnqueueEvicting(ACE_Message_Block* block, std::size_t capacity, ACE_Time_Value& deadline,
-                       ACE_Message_Block*& evicted);
-
-  // Takes the head if there is one; never waits. Returns null when there is none or the lock could not be
-  // taken.
-  ACE_Message_Block* TryDequeue();
-
-  // For a child process only, where a lock or a waiter of the parent may have been copied in any state:
-  // forgets what is queued (it stays allocated) and makes the lock and conditions anew, so that destruction
-  // cannot hang.
-  void Abandon();
-
- private:
-  // Under the lock.
-  void Append_i(ACE_Message_Block* block);
-  void Uncount_i(std::size_t count);
-
-  bool m_bTakerWaits = false;  // under the lock: somebody must signal it
-  std::atomic<unsigned>
-      m_nCallersWaiting;  // written under the lock; relaxed readers only decide when to settle
 };
 
 // VeltDebugInfo writes the log files <directory>/<prefix><YYYYMMDD_HHMMSS>.log from a thread of its own. A
@@ -210,8 +150,8 @@ class VELT_EXPORT VeltDebugInfo {
   // before the channel's end. A record of level 0 that is not `fromDiscard` brings the ring out first.
   bool OutputString(OutDataUnit const* rec, bool fromDiscard);
 
-  // Writes the records that the ring holds when the call begins, printed and logged, and deletes them. At most
-  // that many: records that are filtered meanwhile stay in the ring.
+  // Writes the records that the ring holds when the call begins, printed and logged, and deletes them. At
+  // most that many: records that are filtered meanwhile stay in the ring.
   void OutputDiscardQueue();
 
   // The output thread's entry; `channel` is a VeltDebugInfo. Returns null, at once for a null channel.
@@ -256,52 +196,9 @@ class VELT_EXPORT VeltDebugInfo {
   std::string const& LogPath() const;
 
  private:
-  friend class VeltDebugMgr;
+  friend struct velt::ChannelState;
 
-  bool TraceText(std::string const& module, VeltLogLevel level, char const* text, std::size_t length,
-                 AsnType const* asn, bool bPrint, bool bLog);
-  bool InheritedByFork() const noexcept;
-  std::unique_ptr<OutDataUnit> MakeRecord(std::string const& module, VeltLogLevel level, char const* text,
-                                          std::size_t length, AsnType const* asn,
-                                          ACE_Time_Value const& now) const;
-  bool Enqueue(std::unique_ptr<OutDataUnit>& rec, ACE_Message_Block* block, ACE_Time_Value const& now);
-
-  bool OpenFileUntilExit();
-  void WriteStartLines();
-  bool HandleNextRecords();
-  bool HandleRecord(std::unique_ptr<OutDataUnit> rec);
-  ACE_Message_Block* TakeRecords();
-  bool LogRecord(OutDataUnit const& rec, std::string_view lineHead, std::string_view asnText);
-  void AppendTogether(std::string_view const* pieces, std::size_t count);
-  bool RotateWhenOutgrown();
-  bool Append(char const* text, std::size_t length);
-
-  void StopOutputThread();
-  bool EnqueueStopMarker();
-  void WriteShutdownLine(char const* format, int count);
-  void ClearOutputQueue();
-
-  std::atomic<bool> m_bThreadExited;  // written last by the output thread (release), polled by the destructor
-  std::atomic<bool> m_bExit;          // written by the destructor, polled by the output thread
-  std::string m_strFirstFileName;     // output thread
-  std::string m_strFilePrefix;        // never changes
-  std::string m_strLogPath;           // never changes
-  uint32_t m_nCurFileSize = 0;        // output thread
-  std::string m_strFileHeader;        // never changes
-  std::unique_ptr<std::ofstream> m_pFile;  // output thread; null while no file is open
-  std::string m_strCurFileName;            // output thread
-  bool m_bPrint;                           // never changes, like the limits below
-  bool m_bLog;
-  uint32_t m_nFiltLogBufSize;
-  uint32_t m_nEachFileMaxSize;
-  std::atomic<bool> m_bThreadStarted;  // written by Init, read by every tracing thread
-  uint32_t m_nEachProcessMaxZipNum;
-  uint32_t m_nZipFileIncludeFileNum;
-  VeltRecordQueue m_OutputQueue;   // locked by itself
-  VeltRecordQueue m_DiscardQueue;  // locked by itself
-  ACE_Thread_Mutex m_mutex;        // guards the start of the output thread
-  uint32_t m_nForkGeneration;      // never changes; differs from the process's own in a forked child
-  int m_nFileDescriptor = -1;      // output thread; of m_pFile, which owns it
+  velt::ChannelState* m_pState;  // owned; never null
 };
 
 #endif

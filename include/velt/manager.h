@@ -3,15 +3,10 @@
 #ifndef VELT_MANAGER_H
 #define VELT_MANAGER_H
 
-#include <atomic>
 #include <bitset>
-#include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
-
-#include <ace/RW_Thread_Mutex.h>
-#include <ace/Thread_Mutex.h>
 
 #include "velt/channel.h"
 #include "velt/export.h"
@@ -28,8 +23,9 @@ VELT_EXPORT extern char const* MAXZIPNUMINPROCITEM;  // "nEachProcessMaxZipNum",
 VELT_EXPORT extern char const* FILENUMINZIPITEM;     // "nZipFileIncludeFileNum", kept and unused
 
 namespace velt {
-struct StaticLocks;
-}
+struct ManagerState;
+struct SubModInfoState;
+}  // namespace velt
 
 // One module's level set and output set.
 //
@@ -55,15 +51,9 @@ class VELT_EXPORT VeltDebugSubModInfo {
   bool SetOutputSet(std::bitset<32> const& outputs);
 
  private:
-  friend class VeltDebugMgr;
+  friend struct velt::SubModInfoState;
 
-  bool SetBit(std::bitset<32>& set, unsigned int index, bool on);
-  bool Replace(std::bitset<32>& set, std::bitset<32> const& value);
-
-  ACE_RW_Thread_Mutex m_lock;   // guards writes to the two sets
-  std::bitset<32> m_levelSet;   // levels that pass
-  std::bitset<32> m_outputSet;  // outputs that receive what passes
-  std::string m_strText;        // kept and unused
+  velt::SubModInfoState* m_pState;  // owned; never null
 };
 
 // What a host implements to take over all tracing of the process. Once registered it receives every call with
@@ -254,67 +244,12 @@ class VELT_EXPORT VeltDebugMgr {
                         std::string& outputText, std::string& primary, ModuleSets& modules);
 
  private:
-  friend struct velt::StaticLocks;
-
-  struct Flags {
-    bool print;
-    bool log;
-  };
-  enum class Lookup { kFound, kAbsent, kRefused };
+  friend struct velt::ManagerState;
 
   VeltDebugMgr();
   ~VeltDebugMgr();
 
-  bool InheritedByFork() const noexcept;
-  void RememberCfgFile(std::string const& file, bool overwrite);
-  bool RegSubModuleInfo_i(std::string const& name, std::bitset<32> const& levels,
-                          std::bitset<32> const& outputs, bool inheritDebug);
-  bool GetSubModuleInfo_i(std::string const& name, std::bitset<32>& levels, std::bitset<32>& outputs);
-  VeltDebugSubModInfo* FindModule_i(std::string const& name) const;
-  void StoreBoundedLimits(int filtLogBufSize, int maxFileNum, int maxFileSize, int eachProcessMaxZipNum,
-                          int zipFileIncludeFileNum);
-  static void ReadModuleSets(std::string& primary, std::string const& secondary, bool primary_only,
-                             ModuleSets& modules);
-  bool ReadNamedModules(std::string& file, ModuleSets& modules);
-  std::string CfgFile();
-  void RegisterConfiguredModules_i(ModuleSets const& modules);
-  bool OpenMainChannel(std::string const& directory, std::string const& fileHeader, bool channelFlag);
-  void DeleteChannels();
-  bool TraceText(std::string const& module, VeltLogLevel level, char const* text, std::size_t length,
-                 AsnType const* asn, Flags asked);
-  Flags ResolveFlags(std::string const& module, VeltLogLevel level, Flags asked);
-  std::string ChannelKey(std::string const& subName) const;
-  Lookup FindChannel(std::string const& key, VeltDebugInfo*& channel);
-  Lookup FindOrCreateChannel(std::string const& key, std::string const& fileHeader, VeltDebugInfo*& channel);
-
-  static std::atomic<VeltDebugMgr*> m_pInstance;  // release when made, acquire where used
-  static ACE_Thread_Mutex m_pInstLock;            // creation and destruction of the instance
-  static VeltDebugMgr* m_pParked;  // under m_pInstLock: managers that a child inherited and gave up
-
-  std::atomic<bool>
-      m_bInit;            // set last in Init (release), so that a reader that sees it sees all of Init's work
-  int m_nFiltLogBufSize;  // written by Init before m_bInit, like the next four
-  int m_nMaxFileNum;
-  int m_nEachFileMaxSize;
-  int m_nEachProcessMaxZipNum;
-  int m_nZipFileIncludeFileNum;
-  std::atomic<bool> m_bSilent;
-  std::string m_strSpare;                   // kept and unused
-  std::string m_strCfgFile;                 // m_cfgFileLock
-  std::atomic<VeltDebugEngine*> m_pEngine;  // written under the table lock; owned
-  VeltDebugInfo* m_pChannel =
-      nullptr;                      // the main channel; written by Init before m_bInit; owned by m_channels
-  ACE_RW_Thread_Mutex m_tableLock;  // taken before a module's own lock and before m_channelLock
-  std::map<std::string, VeltDebugSubModInfo*> m_modules;  // table lock; owns
-  std::string m_strDefaultModule;                         // never changes; empty stands for "debug"
-  VeltLogLevel m_defaultLevel;                            // never changes
-  std::map<std::string, VeltDebugInfo*> m_channels;       // channel-table lock; owns
-  ACE_RW_Thread_Mutex m_channelLock;  // never held while a channel is made or a record queued
-  std::string m_strName;              // written by Init before m_bInit
-  ACE_Thread_Mutex m_cfgFileLock;
-  ACE_Thread_Mutex m_channelCreation;  // makes channels on demand one at a time; taken before m_channelLock
-  uint32_t m_nForkGeneration = 0;      // of the process that initialised this manager; written before m_bInit
-  VeltDebugMgr* m_pNextParked = nullptr;  // under m_pInstLock
+  velt::ManagerState* m_pState;  // owned; never null
 };
 
 #endif

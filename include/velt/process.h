@@ -5,15 +5,13 @@
 
 #include <atomic>
 
-#include <ace/Condition_Thread_Mutex.h>
-#include <ace/Recursive_Thread_Mutex.h>
-#include <ace/Thread_Mutex.h>
-
 #include "velt/export.h"
 #include "velt/types.h"
 
+class ACE_Recursive_Thread_Mutex;  // a host that locks one includes <ace/Recursive_Thread_Mutex.h>
+
 namespace velt {
-struct StaticLocks;
+struct ServiceWaitState;
 }
 
 // The names of the one-byte message types 0 to 34. Types without a name have the empty text, never null.
@@ -69,17 +67,11 @@ class VELT_EXPORT BaseUtilInternal {
   void ServiceExit();
 
  private:
-  friend struct velt::StaticLocks;
+  friend struct velt::ServiceWaitState;
 
   BaseUtilInternal();
 
-  static std::atomic<BaseUtilInternal*> m_pInstance;  // release when made, acquire where used
-  static ACE_Thread_Mutex m_instMutex;                // creation and destruction
-  static BaseUtilInternal* m_pParked;                 // what a forked child inherited: kept, never used
-
-  ACE_Thread_Mutex* m_pMutex;                          // owned; the mutex of the condition
-  ACE_Condition<ACE_Thread_Mutex>* m_pCond = nullptr;  // owned
-  BaseUtilInternal* m_pNextParked = nullptr;           // in a forked child
+  velt::ServiceWaitState* m_pState;  // owned; never null
 };
 
 // BaseUtilInternal::Instance()->ServiceExit().

@@ -2,7 +2,7 @@
 #ifndef VELT_TYPES_H
 #define VELT_TYPES_H
 
-#include <ostream>
+#include <iosfwd>
 #include <string>
 #include <utility>
 

@@ -74,7 +74,7 @@ link service_wait.cpp
 expect 12 'VeltsvcdServiceExit'
 
 start grown_class
-change include/velt/process.h 's/^  ACE_Thread_Mutex\* m_pMutex;/  long m_nGrown = 0;\n&/'
+change include/velt/process.h 's/^  velt::ServiceWaitState\* m_pState;/  long m_nGrown = 0;\n&/'
 # shellcheck disable=SC2086  # one word for each source
 link $services
 expect 4 'm_nGrown'

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <future>
 #include <numeric>
 #include <thread>
@@ -12,6 +13,8 @@
 
 #include "velt/channel.h"
 
+#include "debug/channel/record_queue.h"
+
 #include "tests/support/process.h"
 
 namespace velt::test {
@@ -19,14 +22,11 @@ namespace {
 
 ACE_Message_Block* NewBlock() { return new ACE_Message_Block(sizeof(OutDataUnit)); }
 
-ACE_Time_Value In(time_t seconds) { return ACE_OS::gettimeofday() + ACE_Time_Value(seconds); }
-
-std::vector<ACE_Message_Block*> Fill(VeltRecordQueue& queue, int count) {
+std::vector<ACE_Message_Block*> Fill(RecordQueue& queue, int count) {
   std::vector<ACE_Message_Block*> blocks;
   for (int i = 0; i < count; ++i) {
     blocks.push_back(NewBlock());
-    ACE_Time_Value deadline = In(60);
-    EXPECT_TRUE(queue.EnqueueRecord(blocks.back(), deadline));
+    EXPECT_TRUE(queue.EnqueueRecord(blocks.back()));
   }
   return blocks;
 }
@@ -42,7 +42,7 @@ void Release(std::vector<ACE_Message_Block*> const& blocks) {
 }
 
 TEST(RecordQueueListTest, TakingAllGivesEveryBlockInTheOrderTheyCame) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   std::vector<ACE_Message_Block*> const blocks = Fill(queue, 3);
 
   ACE_Message_Block* const list = queue.TakeAll(nullptr);
@@ -53,15 +53,15 @@ TEST(RecordQueueListTest, TakingAllGivesEveryBlockInTheOrderTheyCame) {
 }
 
 TEST(RecordQueueListTest, WhatIsInHandIsCountedButForTheFirst) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   std::vector<ACE_Message_Block*> const blocks = Fill(queue, 5);
 
   queue.TakeAll(nullptr);
   EXPECT_EQ(queue.message_count(), 4U);
   EXPECT_EQ(queue.message_bytes(), 4 * sizeof(OutDataUnit));
-  queue.Settle(3);
+  queue.GiveBack(3);
   EXPECT_EQ(queue.message_count(), 1U);
-  queue.Settle(1);
+  queue.GiveBack(1);
 
   EXPECT_EQ(queue.message_count(), 0U);
   EXPECT_EQ(queue.message_bytes(), 0U);
@@ -69,7 +69,7 @@ TEST(RecordQueueListTest, WhatIsInHandIsCountedButForTheFirst) {
 }
 
 TEST(RecordQueueListTest, WhatIsPutBackComesBeforeWhatCameMeanwhile) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   std::vector<ACE_Message_Block*> blocks = Fill(queue, 3);
   ACE_Message_Block* const list = queue.TakeAll(nullptr);
   std::vector<ACE_Message_Block*> const later = Fill(queue, 1);
@@ -87,7 +87,7 @@ TEST(RecordQueueListTest, WhatIsPutBackComesBeforeWhatCameMeanwhile) {
 }
 
 TEST(RecordQueueListTest, PuttingBackIntoAnEmptyQueueLeavesItsEndRight) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   std::vector<ACE_Message_Block*> const blocks = Fill(queue, 2);
   ACE_Message_Block* const list = queue.TakeAll(nullptr);
 
@@ -102,7 +102,7 @@ TEST(RecordQueueListTest, PuttingBackIntoAnEmptyQueueLeavesItsEndRight) {
 }
 
 TEST(RecordQueueListTest, TakingFromAnEmptyQueueEndsAtTheDeadline) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(0, 20'000);
 
   errno = 0;
@@ -115,20 +115,19 @@ TEST(RecordQueueListTest, TakingFromAnEmptyQueueEndsAtTheDeadline) {
 }
 
 TEST(RecordQueueListTest, ADeactivatedQueueGivesNothingAndTakesNothing) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   queue.deactivate();
   ACE_Message_Block* const block = NewBlock();
-  ACE_Time_Value deadline = In(60);
 
   EXPECT_EQ(queue.TakeAll(nullptr), nullptr);
-  EXPECT_FALSE(queue.EnqueueRecord(block, deadline));
+  EXPECT_FALSE(queue.EnqueueRecord(block));
   EXPECT_EQ(errno, ESHUTDOWN);
 
   block->release();
 }
 
 TEST(RecordQueueListTest, ABlockWakesTheThreadThatWaits) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   auto taken = std::async(std::launch::async, [&queue] { return queue.TakeAll(nullptr); });
 
   std::vector<ACE_Message_Block*> const blocks = Fill(queue, 1);
@@ -137,14 +136,14 @@ TEST(RecordQueueListTest, ABlockWakesTheThreadThatWaits) {
   Release(blocks);
 }
 
-TEST(RecordQueueListTest, AFullQueueRefusesAtTheDeadlineAndLeavesTheBlockToTheCaller) {
-  VeltRecordQueue queue;
+TEST(RecordQueueListTest, AFullQueueRefusesAfterTheWaitAndLeavesTheBlockToTheCaller) {
+  RecordQueue queue;
   queue.high_water_mark(2 * sizeof(OutDataUnit));
   std::vector<ACE_Message_Block*> const blocks = Fill(queue, 2);
   ACE_Message_Block* const third = NewBlock();
-  ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(0, 20'000);
+  queue.SetWait(std::chrono::milliseconds(20));
 
-  bool const queued = queue.EnqueueRecord(third, deadline);
+  bool const queued = queue.EnqueueRecord(third);
   int const reason = errno;
 
   EXPECT_FALSE(queued);
@@ -156,8 +155,8 @@ TEST(RecordQueueListTest, AFullQueueRefusesAtTheDeadlineAndLeavesTheBlockToTheCa
   Release(blocks);
 }
 
-TEST(RecordQueueListTest, SettlingLetsAsManyWaitingCallersInAsThereIsRoomFor) {
-  VeltRecordQueue queue;
+TEST(RecordQueueListTest, GivingBackLetsAsManyWaitingCallersInAsThereIsRoomFor) {
+  RecordQueue queue;
   queue.high_water_mark(4 * sizeof(OutDataUnit));
   queue.low_water_mark(4 * sizeof(OutDataUnit));
   std::vector<ACE_Message_Block*> const blocks = Fill(queue, 4);
@@ -168,13 +167,12 @@ TEST(RecordQueueListTest, SettlingLetsAsManyWaitingCallersInAsThereIsRoomFor) {
   waiting.reserve(late.size());
   for (ACE_Message_Block* const block : late) {
     waiting.push_back(std::async(std::launch::async, [&queue, block] {
-      ACE_Time_Value deadline = In(60);
-      return queue.EnqueueRecord(block, deadline);
+          return queue.EnqueueRecord(block);
     }));
   }
   ASSERT_TRUE(WaitUntil([&queue] { return queue.CallersWait(); }));
 
-  queue.Settle(3);
+  queue.GiveBack(3);
 
   for (auto& caller : waiting) EXPECT_TRUE(caller.get());
   EXPECT_EQ(queue.message_count(), 4U);
@@ -188,18 +186,17 @@ constexpr unsigned long kThreads = 4;
 constexpr unsigned long kEach = 5000;
 
 // Blocks whose priority tells the thread and the place in its order.
-void Produce(VeltRecordQueue& queue, unsigned long thread) {
+void Produce(RecordQueue& queue, unsigned long thread) {
   for (unsigned long i = 0; i < kEach; ++i) {
     ACE_Message_Block* const block = NewBlock();
     block->msg_priority(i * kThreads + thread);
-    ACE_Time_Value deadline = In(60);
-    EXPECT_TRUE(queue.EnqueueRecord(block, deadline));
+      EXPECT_TRUE(queue.EnqueueRecord(block));
   }
 }
 
 // Takes one list, and counts in `next` what came of each thread. Returns the number of blocks, 0 when one of
 // them was out of order.
-unsigned long Consume(VeltRecordQueue& queue, std::vector<unsigned long>& next) {
+unsigned long Consume(RecordQueue& queue, std::vector<unsigned long>& next) {
   std::vector<ACE_Message_Block*> const list = BlocksOf(queue.TakeAll(nullptr));
   bool in_order = true;
   for (ACE_Message_Block* const block : list) {
@@ -207,12 +204,12 @@ unsigned long Consume(VeltRecordQueue& queue, std::vector<unsigned long>& next) 
     in_order = in_order && block->msg_priority() / kThreads == place;
     block->release();
   }
-  if (list.size() > 1) queue.Settle(list.size() - 1);
+  if (list.size() > 1) queue.GiveBack(list.size() - 1);
   return in_order ? list.size() : 0;
 }
 
 TEST(RecordQueueListTest, BlocksOfManyThreadsAllComeOutEachThreadsInOrder) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   queue.high_water_mark(100 * sizeof(OutDataUnit));
   queue.low_water_mark(100 * sizeof(OutDataUnit));
   std::vector<std::thread> threads;

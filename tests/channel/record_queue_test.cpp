@@ -1,11 +1,13 @@
-// The queue of a channel: the bounded ring, taking without waiting, and giving up in a forked child.
+// The queue of a channel: the bounded ring, taking without waiting, and what a forked child has of it.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <future>
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -14,7 +16,10 @@
 
 #include "velt/channel.h"
 
+#include "debug/channel/record_queue.h"
+
 #include "tests/support/channel.h"
+#include "tests/support/files.h"
 #include "tests/support/process.h"
 
 namespace velt::test {
@@ -28,8 +33,6 @@ ACE_Message_Block* NewBlock(int priority = 0) {
   return block;
 }
 
-ACE_Time_Value Deadline(int seconds) { return ACE_OS::gettimeofday() + ACE_Time_Value(seconds); }
-
 std::size_t ReleaseChain(ACE_Message_Block* chain) {
   std::size_t count = 0;
   for (; chain != nullptr; ++count) {
@@ -42,21 +45,20 @@ std::size_t ReleaseChain(ACE_Message_Block* chain) {
 }
 
 // Puts a new block into a ring of `capacity`; returns how many it pushed out.
-std::size_t Push(VeltRecordQueue& queue, std::size_t capacity, ACE_Message_Block* block) {
-  ACE_Time_Value deadline = Deadline(60);
+std::size_t Push(RecordQueue& queue, std::size_t capacity, ACE_Message_Block* block) {
   ACE_Message_Block* evicted = nullptr;
-  EXPECT_TRUE(queue.EnqueueEvicting(block, capacity, deadline, evicted));
+  EXPECT_TRUE(queue.EnqueueEvicting(block, capacity, evicted));
   return ReleaseChain(evicted);
 }
 
 TEST(RecordQueueTest, TakingFromAnEmptyQueueGivesNothingAtOnce) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
 
   EXPECT_EQ(queue.TryDequeue(), nullptr);
 }
 
 TEST(RecordQueueTest, TakingGivesTheBlocksInTheOrderTheyCame) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   ACE_Message_Block* const first = NewBlock();
   ACE_Message_Block* const second = NewBlock();
   queue.enqueue(first);
@@ -71,7 +73,7 @@ TEST(RecordQueueTest, TakingGivesTheBlocksInTheOrderTheyCame) {
 }
 
 TEST(RecordQueueTest, ATakenBlockIsLinkedToNoOther) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   queue.enqueue(NewBlock());
   queue.enqueue(NewBlock());
 
@@ -84,7 +86,7 @@ TEST(RecordQueueTest, ATakenBlockIsLinkedToNoOther) {
 }
 
 TEST(RecordQueueTest, ARingBelowItsCapacityPushesNothingOut) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
 
   EXPECT_EQ(Push(queue, 3, NewBlock()), 0U);
   EXPECT_EQ(Push(queue, 3, NewBlock()), 0U);
@@ -93,15 +95,14 @@ TEST(RecordQueueTest, ARingBelowItsCapacityPushesNothingOut) {
 }
 
 TEST(RecordQueueTest, ARingAtItsCapacityPushesOutTheOldest) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   ACE_Message_Block* const oldest = NewBlock();
   ACE_Message_Block* const newest = NewBlock();
   Push(queue, 2, oldest);
   Push(queue, 2, NewBlock());
-  ACE_Time_Value deadline = Deadline(60);
   ACE_Message_Block* evicted = nullptr;
 
-  bool const queued = queue.EnqueueEvicting(newest, 2, deadline, evicted);
+  bool const queued = queue.EnqueueEvicting(newest, 2, evicted);
 
   EXPECT_TRUE(queued);
   EXPECT_EQ(evicted, oldest);
@@ -111,7 +112,7 @@ TEST(RecordQueueTest, ARingAtItsCapacityPushesOutTheOldest) {
 }
 
 TEST(RecordQueueTest, ARingOfOneKeepsTheNewest) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   ACE_Message_Block* const newest = NewBlock();
   Push(queue, 1, NewBlock());
 
@@ -123,7 +124,7 @@ TEST(RecordQueueTest, ARingOfOneKeepsTheNewest) {
 }
 
 TEST(RecordQueueTest, ARingThatHoldsTooManyPushesOutAllOfTheSurplus) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   for (int i = 0; i < 5; ++i) Push(queue, 5, NewBlock());
 
   EXPECT_EQ(Push(queue, 2, NewBlock()), 4U);
@@ -131,13 +132,12 @@ TEST(RecordQueueTest, ARingThatHoldsTooManyPushesOutAllOfTheSurplus) {
 }
 
 TEST(RecordQueueTest, ADeactivatedRingRefusesAndLeavesTheBlockToTheCaller) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   queue.deactivate();
-  ACE_Time_Value deadline = Deadline(60);
   ACE_Message_Block* evicted = nullptr;
   ACE_Message_Block* const block = NewBlock();
 
-  bool const queued = queue.EnqueueEvicting(block, 3, deadline, evicted);
+  bool const queued = queue.EnqueueEvicting(block, 3, evicted);
   int const reason = errno;
 
   EXPECT_FALSE(queued);
@@ -148,16 +148,17 @@ TEST(RecordQueueTest, ADeactivatedRingRefusesAndLeavesTheBlockToTheCaller) {
 }
 
 TEST(RecordQueueTest, ARingAboveItsWaterMarkRefusesWhenTheDeadlinePasses) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   queue.high_water_mark(2 * kBlockBytes);
   queue.low_water_mark(2 * kBlockBytes);
   Push(queue, 100, NewBlock());
   Push(queue, 100, NewBlock());
-  ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(0, 50'000);
+  queue.SetWait(std::chrono::milliseconds(50));
+  ACE_Time_Value const deadline = ACE_OS::gettimeofday() + ACE_Time_Value(0, 50'000);
   ACE_Message_Block* evicted = nullptr;
   ACE_Message_Block* const block = NewBlock();
 
-  bool const queued = queue.EnqueueEvicting(block, 100, deadline, evicted);
+  bool const queued = queue.EnqueueEvicting(block, 100, evicted);
 
   EXPECT_FALSE(queued);
   EXPECT_EQ(evicted, nullptr);
@@ -167,7 +168,7 @@ TEST(RecordQueueTest, ARingAboveItsWaterMarkRefusesWhenTheDeadlinePasses) {
 }
 
 TEST(RecordQueueTest, ABlockOfARingWakesAWaitingReader) {
-  VeltRecordQueue queue;
+  RecordQueue queue;
   std::atomic<bool> got{false};
   std::thread reader([&queue, &got] {
     ACE_Message_Block* block = nullptr;
@@ -184,7 +185,7 @@ TEST(RecordQueueTest, ABlockOfARingWakesAWaitingReader) {
 TEST(RecordQueueTest, ManyWritersNeverLeaveMoreThanTheCapacityInTheRing) {
   constexpr std::size_t kCapacity = 7;
   constexpr int kPerThread = 2000;
-  VeltRecordQueue queue;
+  RecordQueue queue;
   std::atomic<std::size_t> pushed_out{0};
   std::vector<std::thread> writers;
   writers.reserve(8);
@@ -199,96 +200,87 @@ TEST(RecordQueueTest, ManyWritersNeverLeaveMoreThanTheCapacityInTheRing) {
   EXPECT_EQ(pushed_out, 8000 - kCapacity);
 }
 
-TEST(RecordQueueTest, AnAbandonedQueueIsEmptyAndItsBlocksStayAllocated) {
-  VeltRecordQueue queue;
-  ACE_Message_Block* const first = NewBlock();
-  ACE_Message_Block* const second = NewBlock();
-  queue.enqueue(first);
-  queue.enqueue(second);
-
-  queue.Abandon();
-
-  EXPECT_EQ(queue.message_count(), 0U);
-  EXPECT_EQ(queue.message_bytes(), 0U);
-  EXPECT_TRUE(queue.is_empty());
-  EXPECT_EQ(first->size(), kBlockBytes);
-  EXPECT_EQ(second->size(), kBlockBytes);
+// A channel without a thread, whose queue belongs to the test, destroyed in a forked child.
+int DestroyInChild(VeltDebugInfo* channel) {
+  return InFork([channel] {
+    delete channel;
+    return 0;
+  });
 }
 
-TEST(RecordQueueTest, AnAbandonedEmptyQueueWorksOn) {
-  VeltRecordQueue queue;
-
-  queue.Abandon();
-  queue.enqueue(NewBlock());
-  ACE_Message_Block* const block = queue.TryDequeue();
-
-  ASSERT_NE(block, nullptr);
-  block->release();
-  EXPECT_EQ(queue.TryDequeue(), nullptr);
-}
-
-TEST(RecordQueueTest, AbandoningTwoQueuesKeepsTheBlocksOfBoth) {
-  VeltRecordQueue one;
-  VeltRecordQueue two;
-  ACE_Message_Block* const of_one = NewBlock();
-  ACE_Message_Block* const of_two = NewBlock();
-  one.enqueue(of_one);
-  two.enqueue(of_two);
-
-  one.Abandon();
-  two.Abandon();
-
-  EXPECT_EQ(of_one->size(), kBlockBytes);
-  EXPECT_EQ(of_two->size(), kBlockBytes);
-}
-
-TEST(RecordQueueTest, AChildCanDestroyAQueueWhoseLockAThreadOfTheParentHolds) {
-  auto* const inherited = new VeltRecordQueue;
-  inherited->enqueue(NewBlock());
+TEST(RecordQueueTest, AChildCanDestroyAChannelWhoseQueueAThreadOfTheParentHasLocked) {
+  ScratchDir const directory;
+  std::unique_ptr<VeltDebugInfo> inherited = MakeIdleChannel(ChannelSetup(directory.Path()));
+  OutDataUnit* rec = NewRecord(" kept\n");
+  ASSERT_TRUE(inherited->TraceInner(rec));
   std::promise<void> held;
   std::promise<void> forked;
   std::thread holder([&] {
-    inherited->lock().acquire();
+    OutputQueueOf(*inherited).lock().acquire();
     held.set_value();
     forked.get_future().wait();
-    inherited->lock().release();
+    OutputQueueOf(*inherited).lock().release();
   });
   held.get_future().wait();
 
-  int const code = InFork([inherited] {
-    inherited->Abandon();
-    bool const empty = inherited->message_count() == 0;
-    delete inherited;
-    return empty ? 0 : 1;
-  });
+  int const code = DestroyInChild(inherited.get());
 
   forked.set_value();
   holder.join();
-  delete inherited;
   EXPECT_EQ(code, 0);
 }
 
-TEST(RecordQueueTest, AChildCanDestroyAQueueOnWhichAThreadOfTheParentWaits) {
-  auto* const inherited = new VeltRecordQueue;
+TEST(RecordQueueTest, AChildCanDestroyAChannelOnWhoseQueueAThreadOfTheParentWaits) {
+  ScratchDir const directory;
+  std::unique_ptr<VeltDebugInfo> inherited = MakeIdleChannel(ChannelSetup(directory.Path()));
   std::atomic<int> thread{0};
-  std::thread reader([inherited, &thread] {
+  std::thread reader([&inherited, &thread] {
     thread = gettid();
     ACE_Message_Block* block = nullptr;
-    inherited->dequeue_head(block);
+    OutputQueueOf(*inherited).dequeue_head(block);
     if (block != nullptr) block->release();
   });
   ASSERT_TRUE(WaitUntil([&thread] { return thread != 0 && StateOf(thread) == 'S'; }));
 
-  int const code = InFork([inherited] {
-    inherited->Abandon();
-    delete inherited;
-    return 0;
-  });
+  int const code = DestroyInChild(inherited.get());
 
-  inherited->enqueue(NewBlock());
+  OutputQueueOf(*inherited).enqueue(NewBlock());
   reader.join();
-  delete inherited;
   EXPECT_EQ(code, 0);
+}
+
+TEST(RecordQueueTest, TheThreadThatEmptiesTheQueueIsRefusedAtOnceWhenItIsFull) {
+  RecordQueue queue;
+  queue.high_water_mark(2 * kBlockBytes);
+  queue.low_water_mark(2 * kBlockBytes);
+  ASSERT_TRUE(queue.EnqueueRecord(NewBlock()));
+  ReleaseChain(queue.TakeAll(nullptr));
+  ASSERT_TRUE(queue.EnqueueRecord(NewBlock()));
+  ASSERT_TRUE(queue.EnqueueRecord(NewBlock()));
+  queue.SetWait(std::chrono::hours(1));  // a wait would outlast the test
+  ACE_Message_Block* const block = NewBlock();
+
+  bool const queued = queue.EnqueueRecord(block);
+  int const reason = errno;
+
+  EXPECT_FALSE(queued);
+  EXPECT_EQ(reason, EWOULDBLOCK);
+  block->release();
+}
+
+TEST(RecordQueueTest, AWaitOfZeroRefusesAtOnce) {
+  RecordQueue queue;
+  queue.high_water_mark(kBlockBytes);
+  queue.low_water_mark(kBlockBytes);
+  ASSERT_TRUE(queue.EnqueueRecord(NewBlock()));
+  queue.SetWait(std::chrono::milliseconds(0));
+  ACE_Message_Block* const block = NewBlock();
+
+  EXPECT_FALSE(queue.EnqueueRecord(block));
+
+  EXPECT_EQ(errno, EWOULDBLOCK);
+  EXPECT_FALSE(queue.CallersWait());
+  block->release();
 }
 
 }  // namespace

@@ -133,7 +133,7 @@ TEST_F(ShutdownTest, AStalledThreadIsWaitedFor) {
   Gate gate;
   StallAt(gate, *channel);
   for (int i = 0; i < 100; ++i) Trace("waits");
-  VeltRecordQueue& queue = OutputQueueOf(*channel);
+  RecordQueue& queue = OutputQueueOf(*channel);
   std::thread opener([&gate, &queue] {
     EXPECT_TRUE(WaitUntil([&queue] { return queue.message_count() == 101; })) << "the stop marker";
     gate.Open();

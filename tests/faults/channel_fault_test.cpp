@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -41,20 +42,17 @@ Function Next(char const* name) {
 
 }  // namespace
 
-// Stand in for the system's functions in this whole program; file streams open with the one or the other.
-// Lowering the limit itself would blind the sanitizers, which need descriptors of their own.
-extern "C" FILE* fopen64(char const* path, char const* mode) {
-  if (!no_descriptors) return Next<FILE* (*)(char const*, char const*)>("fopen64")(path, mode);
+// Stand in for the system's functions in this whole program. Lowering the limit itself would blind the
+// sanitizers, which need descriptors of their own.
+extern "C" int open(char const* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  mode_t const mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  if (!no_descriptors) return Next<int (*)(char const*, int, ...)>("open")(path, flags, mode);
   ++refused_opens;
   errno = EMFILE;
-  return nullptr;
-}
-
-extern "C" FILE* fopen(char const* path, char const* mode) {
-  if (!no_descriptors) return Next<FILE* (*)(char const*, char const*)>("fopen")(path, mode);
-  ++refused_opens;
-  errno = EMFILE;
-  return nullptr;
+  return -1;
 }
 
 extern "C" DIR* opendir(char const* path) {

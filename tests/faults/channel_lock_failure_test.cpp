@@ -33,22 +33,17 @@ class QueueLockFailureTest : public ::testing::Test {
 
   static ACE_Message_Block* NewBlock() { return new ACE_Message_Block(sizeof(OutDataUnit)); }
 
-  bool Enqueue(ACE_Message_Block* block) {
-    ACE_Time_Value deadline = Soon();
-    return queue_.EnqueueRecord(block, deadline);
-  }
+  bool Enqueue(ACE_Message_Block* block) { return queue_.EnqueueRecord(block); }
 
-  VeltRecordQueue queue_;
+  RecordQueue queue_;
 };
 
 TEST_F(QueueLockFailureTest, NothingIsQueuedWithoutTheLock) {
   ACE_Message_Block* const block = NewBlock();
   ACE_Message_Block* evicted = block;
-  ACE_Time_Value deadline = Soon();
 
   EXPECT_EQ(With(Lock::kMutexLock, 1, [&] { return Enqueue(block); }), kRefused);
-  EXPECT_EQ(With(Lock::kMutexLock, 1, [&] { return queue_.EnqueueEvicting(block, 10, deadline, evicted); }),
-            kRefused);
+  EXPECT_EQ(With(Lock::kMutexLock, 1, [&] { return queue_.EnqueueEvicting(block, 10, evicted); }), kRefused);
 
   EXPECT_EQ(evicted, nullptr);
   EXPECT_EQ(queue_.message_count(), 0U);
@@ -73,7 +68,7 @@ TEST_F(QueueLockFailureTest, WhatWasTakenIsSettledAndPutBackEvenWithoutTheLock) 
   ACE_Message_Block* const third = second->next();
   {
     Failing const failing(Lock::kMutexLock);
-    queue_.Settle(1);
+    queue_.GiveBack(1);
     queue_.PutBack(third);
   }
 

@@ -33,7 +33,7 @@ class DirectoryFaultTest : public Scenario {
 
   // Counts what the output thread tries to open; the rules themselves harm nobody.
   void CountAttempts() {
-    attempts = shim::AddRule({Call::kFopen, Action::kDelay, 1, 0, 0, 0, "*/logs/t_*.log"});
+    attempts = shim::AddRule({Call::kCreate, Action::kDelay, 1, 0, 0, 0, "*/logs/t_*.log"});
   }
   bool WaitForTwoAttempts() const {
     unsigned const before = shim::MatchedCalls(attempts);
@@ -57,7 +57,7 @@ class NoDescriptors {
  public:
   NoDescriptors() {
     if (kSanitized) {
-      for (Call const call : {Call::kFopen, Call::kOpendir, Call::kOpen})
+      for (Call const call : {Call::kCreate, Call::kOpendir, Call::kOpen})
         shim::AddRule({call, Action::kFail, 1, 0, EMFILE, 0, nullptr});
       return;
     }

@@ -104,7 +104,7 @@ INSTANTIATE_TEST_SUITE_P(
                          true},
                     Step{"WhilePruning", "remove,action=stop,first=1,path=*.log.gz", 1, 3},
                     Step{"BetweenTwoPrunedArchives", "remove,action=stop,first=2,path=*.log.gz", 1, 3},
-                    Step{"BeforeTheNextFileIsOpened", "fopen,action=stop,first=2,path=*.log", 30, 0}),
+                    Step{"BeforeTheNextFileIsOpened", "create,action=stop,first=2,path=*.log", 30, 0}),
     NameOf);
 
 // --- at any moment ---

@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <ace/RW_Thread_Mutex.h>
+#include <ace/Thread_Mutex.h>
+
 #include "velt/manager.h"
 #include "velt/process.h"
 

@@ -1,9 +1,9 @@
 // Each call of the system that every file of a channel takes fails at its n-th time: once, from there on
 // until it is mended, or from there on until the channel has ended.
 //
-// fopen64 of a log file, open and close of both files of a compression (the close of a log file is one within
-// the C library), opendir, remove, write and close of an archive, and where zlib writes them its own two. The
-// library renames nothing at all, so no rename can fail.
+// open and close of a new log file, open and close of both files of a compression, opendir, remove, write and
+// close of an archive, and where zlib writes them its own two. The library renames nothing at all, so no
+// rename can fail.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,7 +36,7 @@ constexpr unsigned kOldSurplus = 10;
 class NthCallFaultTest : public NthCall {
  protected:
   Lasts TheFault() const { return GetParam().lasts; }
-  bool StopsOpening() const { return GetParam().call == Call::kFopen && TheFault() != Lasts::kOnce; }
+  bool StopsOpening() const { return GetParam().call == Call::kCreate && TheFault() != Lasts::kOnce; }
   // Calls without a path are counted over all channels; two rules for each life are as many as there may be.
   std::size_t SideBySide() const {
     return GetParam().call == Call::kGzwrite || GetParam().call == Call::kGzclose ? 1 : 8;
@@ -58,12 +58,13 @@ class NthCallFaultTest : public NthCall {
     if (TheFault() == Lasts::kOnce) return Recorded(life);  // what failed is made up for at the next file
     if (GetParam().of_archives) return life.n - 1;          // one write and one close each
     switch (GetParam().call) {
-      case Call::kFopen:
+      case Call::kCreate:
       case Call::kGzwrite:
         return life.n - 1;
       case Call::kOpen:
         return (life.n - 1) / 2;
-      case Call::kClose:
+      case Call::kClose:  // of the log file, its archive, and the log file again as the source
+        return life.n / 3;
       case Call::kGzclose:
         return life.n / 2;
       case Call::kOpendir:
@@ -105,15 +106,15 @@ class NthCallFaultTest : public NthCall {
   void Begin(Life& life) {
     MakeOldArchives(life);
     char const* const logs = life.pattern.c_str();
-    life.opened = shim::AddRule({Call::kFopen, Action::kDelay, 1, 0, 0, 0, logs});
+    life.opened = shim::AddRule({Call::kCreate, Action::kDelay, 1, 0, 0, 0, logs});
     life.rule = AddRule(life, SideBySide() == 1);
     life.family.Start();
     EXPECT_TRUE(life.family.Trace(Recorded(life)));
   }
   // Nothing is read and no directory listed here: these calls would meet the rules.
   void WaitForTheFault(Life const& life) {
-    bool const is_fopen = GetParam().call == Call::kFopen;
-    unsigned const all = Recorded(life) + 1 + (is_fopen ? 1 : 0);
+    bool const is_create = GetParam().call == Call::kCreate;
+    unsigned const all = Recorded(life) + 1 + (is_create ? 1 : 0);
     EXPECT_TRUE(test::WaitUntil([&] {
       return StopsOpening() ? life.Applied() >= 2 : shim::MatchedCalls(life.opened) >= all;
     })) << life.n;
@@ -176,7 +177,7 @@ std::vector<Fault> FaultsOfFiles() {
   bool const by_zlib = std::string(ArchiveWriterName()) == "zlib";
   std::vector<Fault> all;
   for (Lasts const lasts : {Lasts::kOnce, Lasts::kUntilMended, Lasts::kUntilTheEnd}) {
-    all.insert(all.end(), {{"Fopen", Call::kFopen, EMFILE, lasts},
+    all.insert(all.end(), {{"Create", Call::kCreate, EMFILE, lasts},
                            {"Open", Call::kOpen, EMFILE, lasts},
                            {"Close", Call::kClose, EIO, lasts},
                            {"Opendir", Call::kOpendir, EMFILE, lasts},

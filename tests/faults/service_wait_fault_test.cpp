@@ -26,7 +26,7 @@ Attempt AskWithout(int nth_allocation) {
 }
 
 TEST(ServiceWaitFaultTest, WhicheverAllocationFailsTheNextCallMakesTheInstance) {
-  for (int const nth : {1, 2, 3}) {  // the object, its lock and its condition
+  for (int const nth : {1, 2, 3, 4}) {  // the object, its state, its lock and its condition
     Attempt const attempt = AskWithout(nth);
     BaseUtilInternal* const after = BaseUtilInternal::Instance();
 
@@ -37,8 +37,8 @@ TEST(ServiceWaitFaultTest, WhicheverAllocationFailsTheNextCallMakesTheInstance) 
   }
 }
 
-TEST(ServiceWaitFaultTest, TheInstanceNeedsThreeAllocations) {
-  Attempt const attempt = AskWithout(4);
+TEST(ServiceWaitFaultTest, TheInstanceNeedsFourAllocations) {
+  Attempt const attempt = AskWithout(5);
 
   EXPECT_FALSE(attempt.failed);
   EXPECT_NE(attempt.made, nullptr);

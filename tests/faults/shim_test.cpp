@@ -79,14 +79,18 @@ TEST_F(ShimTest, ARuleOfItsOwnThreadLeavesTheCallsOfOthersAlone) {
   EXPECT_EQ(shim::MatchedCalls(number), 1U);
 }
 
-TEST_F(ShimTest, FileStreamsOpenThroughItAndAreRefusedUntilTheRulesAreCleared) {
-  shim::AddRule(Failing(Call::kFopen, 1, 0, EMFILE, "*.log"));
-  std::ofstream refused(dir / "a.log");
+TEST_F(ShimTest, AnOpenOfANewLogFileIsRefusedUntilTheRulesAreCleared) {
+  std::string const path = dir / "a.log";
+  shim::AddRule(Failing(Call::kCreate, 1, 0, EMFILE, "*.log"));
+  int const refused = open(path.c_str(), O_WRONLY | O_CREAT, 0600);
+  int const reason = errno;
   shim::ClearRules();
-  std::ofstream opened(dir / "a.log");
+  int const opened = open(path.c_str(), O_WRONLY | O_CREAT, 0600);
 
-  EXPECT_FALSE(refused.is_open());
-  EXPECT_TRUE(opened.is_open());
+  EXPECT_EQ(refused, -1);
+  EXPECT_EQ(reason, EMFILE);
+  EXPECT_NE(opened, -1);
+  close(opened);
 }
 
 TEST_F(ShimTest, ARemovalThatIsRefusedLeavesTheFile) {

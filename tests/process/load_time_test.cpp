@@ -10,8 +10,12 @@
 
 #include <gtest/gtest.h>
 
+#include <ace/Recursive_Thread_Mutex.h>
+#include "debug/manager/manager_state.h"
+#include "process/service_wait.h"
 #include "tests/support/process.h"
 #include "velt/manager.h"
+
 #include "velt/process.h"
 
 namespace velt::test {
@@ -22,20 +26,6 @@ static_assert(sizeof(g_bVeltOnlyTraceSomeMSG) == 4);
 static_assert(std::is_same_v<decltype(g_mutexVeltStaticLock), ACE_Recursive_Thread_Mutex>);
 static_assert(std::is_empty_v<VELTInit>);
 static_assert(std::is_same_v<decltype(g_oVELTInit), VELTInit>);
-
-// Private locks: an explicit instantiation may name what other code may not.
-template <typename Tag, ACE_Thread_Mutex* Lock>
-struct Private {
-  friend ACE_Thread_Mutex* Get(Tag /*which*/) { return Lock; }
-};
-struct ServiceLock {
-  friend ACE_Thread_Mutex* Get(ServiceLock which);
-};
-struct ManagerLock {
-  friend ACE_Thread_Mutex* Get(ManagerLock which);
-};
-template struct Private<ServiceLock, &BaseUtilInternal::m_instMutex>;
-template struct Private<ManagerLock, &VeltDebugMgr::m_pInstLock>;
 
 bool TakeAndRelease() {
   ACE_Recursive_Thread_Mutex* const lock = VELTGetStaticLock();
@@ -193,7 +183,7 @@ TEST(LoadTimeTest, AForkedChildCanTakeALockThatItsParentHeld) {
 }
 
 // Calls `child` in a forked child while another thread of the parent holds `lock`; gives its exit code.
-int InChildWhileHeld(ACE_Thread_Mutex& lock, std::function<int()> const& child) {
+int InChildWhileHeld(Mutex& lock, std::function<int()> const& child) {
   std::promise<void> held;
   std::promise<void> done;
   std::thread holder([&] {
@@ -210,7 +200,7 @@ int InChildWhileHeld(ACE_Thread_Mutex& lock, std::function<int()> const& child) 
 }
 
 TEST(LoadTimeTest, AForkedChildMakesItsServiceWhileAThreadOfTheParentMakesOne) {
-  int const code = InChildWhileHeld(*Get(ServiceLock{}), [] {
+  int const code = InChildWhileHeld(ServiceWaitState::m_instMutex, [] {
     VeltsvcdServiceExit();
     BaseUtilInternal::Destroy();
     return 21;
@@ -220,7 +210,7 @@ TEST(LoadTimeTest, AForkedChildMakesItsServiceWhileAThreadOfTheParentMakesOne) {
 }
 
 TEST(LoadTimeTest, AForkedChildMakesItsManagerWhileAThreadOfTheParentMakesOne) {
-  int const code = InChildWhileHeld(*Get(ManagerLock{}), [] {
+  int const code = InChildWhileHeld(ManagerState::m_pInstLock, [] {
     if (VeltDebugMgr::Instance() == nullptr) return 1;
     return VeltDebugMgr::Destroy() == 0 ? 22 : 2;
   });

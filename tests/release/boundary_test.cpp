@@ -96,10 +96,6 @@ TEST(BoundaryTest, TheFunctionsOfChannelsLink) {
   std::size_t const free_functions =
       CountOfPresent(&VELTIsGlobalVersion, static_cast<void (*)(std::ofstream&)>(&VELTInsertBOM),
                      static_cast<void (*)(FILE*)>(&VELTInsertBOM));
-  std::size_t const queue =
-      CountOfPresent(&VeltRecordQueue::EnqueueRecord, &VeltRecordQueue::TakeAll, &VeltRecordQueue::Settle,
-                     &VeltRecordQueue::PutBack, &VeltRecordQueue::EnqueueEvicting,
-                     &VeltRecordQueue::TryDequeue, &VeltRecordQueue::Abandon);
   std::size_t const channel = CountOfPresent(
       &Info::Init, &Info::DequeueMsg, &Info::Trace, &Info::TraceInner, &Info::FmtTrace,
       static_cast<void (Info::*)(AsnType const*, bool, bool)>(&Info::ASNTrace),
@@ -109,7 +105,6 @@ TEST(BoundaryTest, TheFunctionsOfChannelsLink) {
       &Info::RemoveSpilthFile, &Info::ProcessLogFileBeforeCreateNew, &Info::LogPath);
 
   EXPECT_EQ(free_functions, 3U);
-  EXPECT_EQ(queue, 7U);
   EXPECT_EQ(channel, 20U);
 }
 
@@ -223,20 +218,6 @@ TEST(BoundaryTest, AModuleClassOfTheHostIsCastAndDeletedThroughItsBase) {
 
   info.reset();
   EXPECT_TRUE(gone);
-}
-
-TEST(BoundaryTest, AQueueOfTheHostIsOneOfAceAndCastBack) {
-  VeltRecordQueue queue;
-  ACE_Message_Queue<ACE_MT_SYNCH>* const base = &queue;
-  auto* const block = new ACE_Message_Block(std::size_t{16});
-  ACE_Message_Block* taken = nullptr;
-
-  EXPECT_EQ(dynamic_cast<VeltRecordQueue*>(base), &queue);
-  EXPECT_EQ(base->enqueue_tail(block), 1);
-  EXPECT_EQ(base->dequeue_head(taken), 0);
-
-  EXPECT_EQ(taken, block);
-  block->release();
 }
 
 TEST(BoundaryTest, AFormatThatTheHostBuildsMayCountWhatWasWritten) {

@@ -16,12 +16,15 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "velt/channel.h"
+
+#include "debug/channel/channel_state.h"
 
 namespace velt::test {
 
@@ -228,42 +231,17 @@ int InFork(Body body) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Private members of a channel: an explicit instantiation may name what other code may not.
-namespace reach {
-
-template <typename Tag, typename Tag::Type Member>
-struct Private {
-  friend typename Tag::Type Get(Tag /*which*/) { return Member; }
-};
-
-struct OutputQueue {
-  using Type = VeltRecordQueue VeltDebugInfo::*;
-  friend Type Get(OutputQueue);
-};
-struct ThreadExited {
-  using Type = std::atomic<bool> VeltDebugInfo::*;
-  friend Type Get(ThreadExited);
-};
-struct DiscardQueue {
-  using Type = VeltRecordQueue VeltDebugInfo::*;
-  friend Type Get(DiscardQueue);
-};
-template struct Private<OutputQueue, &VeltDebugInfo::m_OutputQueue>;
-template struct Private<ThreadExited, &VeltDebugInfo::m_bThreadExited>;
-template struct Private<DiscardQueue, &VeltDebugInfo::m_DiscardQueue>;
-
-}  // namespace reach
-
-inline VeltRecordQueue& OutputQueueOf(VeltDebugInfo& channel) { return channel.*Get(reach::OutputQueue{}); }
-inline VeltRecordQueue& RingOf(VeltDebugInfo& channel) { return channel.*Get(reach::DiscardQueue{}); }
+// The inner parts of a channel.
+inline RecordQueue& OutputQueueOf(VeltDebugInfo& channel) { return ChannelState::Of(channel).m_OutputQueue; }
+inline RecordQueue& RingOf(VeltDebugInfo& channel) { return ChannelState::Of(channel).m_DiscardQueue; }
 
 // Whether the output thread has ended; what it wrote is then the caller's to read.
 inline bool ThreadHasEnded(VeltDebugInfo& channel) {
-  return (channel.*Get(reach::ThreadExited{})).load(std::memory_order_acquire);
+  return ChannelState::Of(channel).m_bThreadExited.load(std::memory_order_acquire);
 }
 
 // Takes the oldest record out of a queue; null when it is empty.
-inline std::unique_ptr<OutDataUnit> TakeFrom(VeltRecordQueue& queue) {
+inline std::unique_ptr<OutDataUnit> TakeFrom(RecordQueue& queue) {
   if (queue.is_empty()) return nullptr;
   ACE_Message_Block* block = nullptr;
   if (queue.dequeue_head(block) == -1) return nullptr;

@@ -36,7 +36,7 @@ TEST(VeltpipeDeviceTest, ADiskWithoutRoomIsNamedWhileAFileIsWaitedForAndAtTheEnd
   ScratchDir const scratch;
 
   Outcome const outcome = TraceWith("open,first=1,count=0,errno=ENOSPC,path=" + scratch.Path() +
-                                        "*;fopen,first=1,count=0,errno=ENOSPC,path=" + scratch.Path() + "*",
+                                        "*;create,first=1,count=0,errno=ENOSPC,path=" + scratch.Path() + "*",
                                     scratch.Path());
 
   EXPECT_THAT(outcome.err, HasSubstr("veltpipe: cannot lock the family t_ in " + scratch.Path() +

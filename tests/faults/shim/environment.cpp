@@ -15,7 +15,7 @@ template <typename Value>
 using Name = std::pair<char const*, Value>;
 
 constexpr Name<Call> kCallNames[] = {
-    {"fopen", Call::kFopen},     {"open", Call::kOpen},       {"write", Call::kWrite},
+    {"create", Call::kCreate},   {"open", Call::kOpen},       {"write", Call::kWrite},
     {"close", Call::kClose},     {"rename", Call::kRename},   {"remove", Call::kRemove},
     {"unlink", Call::kUnlink},   {"mkdir", Call::kMkdir},     {"opendir", Call::kOpendir},
     {"gzwrite", Call::kGzwrite}, {"gzclose", Call::kGzclose}, {"pthread_create", Call::kPthreadCreate},

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <string_view>
 
 #include "tests/faults/shim/next.h"
 #include "tests/faults/shim/shim.h"
@@ -28,17 +29,14 @@ bool Fails(Call call, char const* path) {
 
 bool HasMode(int flags) { return (flags & (O_CREAT | O_TMPFILE)) != 0; }
 
+Call OpenOf(char const* path, int flags) {
+  constexpr std::string_view kTail = ".log";
+  std::string_view const name = path;
+  bool const log = name.size() >= kTail.size() && name.substr(name.size() - kTail.size()) == kTail;
+  return log && HasMode(flags) ? Call::kCreate : Call::kOpen;
+}
+
 }  // namespace
-
-VELT_SHIM_EXPORT FILE* fopen64(char const* path, char const* mode) {
-  static auto* const next = Next<FILE*(char const*, char const*)>("fopen64");
-  return Fails(Call::kFopen, path) ? nullptr : next(path, mode);
-}
-
-VELT_SHIM_EXPORT FILE* fopen(char const* path, char const* mode) {
-  static auto* const next = Next<FILE*(char const*, char const*)>("fopen");
-  return Fails(Call::kFopen, path) ? nullptr : next(path, mode);
-}
 
 VELT_SHIM_EXPORT int open64(char const* path, int flags, ...) {
   static auto* const next = Next<int(char const*, int, ...)>("open64");
@@ -47,7 +45,7 @@ VELT_SHIM_EXPORT int open64(char const* path, int flags, ...) {
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not see what va_start does
   mode_t const mode = HasMode(flags) ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  return Fails(Call::kOpen, path) ? -1 : next(path, flags, mode);
+  return Fails(OpenOf(path, flags), path) ? -1 : next(path, flags, mode);
 }
 
 VELT_SHIM_EXPORT int open(char const* path, int flags, ...) {
@@ -57,7 +55,7 @@ VELT_SHIM_EXPORT int open(char const* path, int flags, ...) {
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not see what va_start does
   mode_t const mode = HasMode(flags) ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  return Fails(Call::kOpen, path) ? -1 : next(path, flags, mode);
+  return Fails(OpenOf(path, flags), path) ? -1 : next(path, flags, mode);
 }
 
 VELT_SHIM_EXPORT DIR* opendir(char const* path) {

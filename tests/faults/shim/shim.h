@@ -18,7 +18,7 @@
 namespace velt::shim {
 
 enum class Call {
-  kFopen,  // fopen64 or fopen, as the C++ library's file streams open with
+  kCreate,  // open of a log file that is to be written; every other open is kOpen
   kOpen,   // open64 and open, which zlib opens with
   kWrite,  // write and writev, by the name of the open file
   kClose,

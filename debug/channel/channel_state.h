@@ -1,0 +1,59 @@
+// What the operations of one channel share.
+#ifndef VELT_DEBUG_CHANNEL_CHANNEL_STATE_H
+#define VELT_DEBUG_CHANNEL_CHANNEL_STATE_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "velt/channel.h"
+
+#include "debug/channel/list_in_hand.h"
+#include "debug/channel/log_file.h"
+#include "debug/channel/record_queue.h"
+#include "platform/fork_generation.h"
+#include "platform/inherited.h"
+#include "platform/locks.h"
+
+namespace velt {
+
+// "Output thread" below means: that thread, and whoever destroys the channel after it has ended.
+struct ChannelState {
+  ChannelState(std::string const& logPath, std::string const& filePrefix, std::string const& fileHeader,
+               bool bPrint, bool bLog, unsigned int nFiltLogBufSize, unsigned int nEachFileMaxSize,
+               unsigned int nEachProcessMaxZipNum, unsigned int nZipFileIncludeFileNum);
+
+  static ChannelState& Of(VeltDebugInfo const& channel) { return *channel.m_pState; }
+
+  // Whether this process is a forked child of the one that made the channel: nobody takes records here.
+  bool InheritedByFork() const noexcept { return m_nForkGeneration != ForkGeneration(); }
+
+  std::atomic<bool> m_bThreadExited{false};  // written last by the output thread (release), polled by the end
+  std::atomic<bool> m_bExit{false};          // written by the destructor, polled by the output thread
+  std::string m_strFirstFileName;            // output thread
+  std::string const m_strFilePrefix;
+  std::string const m_strLogPath;
+  std::string const m_strFileHeader;
+  std::unique_ptr<LogFile> m_pFile;  // output thread; null while no file is open
+  std::string m_strCurFileName;      // output thread
+  bool const m_bPrint;
+  bool const m_bLog;
+  std::uint32_t const m_nFiltLogBufSize;
+  std::uint32_t const m_nEachFileMaxSize;
+  std::atomic<bool> m_bThreadStarted{false};  // written under m_mutex, read by every tracing thread
+  std::uint32_t const m_nEachProcessMaxZipNum;
+  std::uint32_t const m_nZipFileIncludeFileNum;
+  RecordQueue m_OutputQueue;   // locked by itself
+  RecordQueue m_DiscardQueue;  // locked by itself
+  Mutex m_mutex;               // guards the start of the output thread
+
+  // Above are the fields of the channel in their given order, below what the rooms need besides.
+  ListInHand m_inHand{m_OutputQueue};     // output thread
+  std::uint32_t const m_nForkGeneration;  // of the process that made the channel
+  Inherited m_inherited;                  // keeps the state in a forked child that gives the channel up
+};
+
+}  // namespace velt
+
+#endif

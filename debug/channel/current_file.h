@@ -1,0 +1,24 @@
+// The file that a channel writes now: its name, its first lines and its last one.
+#ifndef VELT_DEBUG_CHANNEL_CURRENT_FILE_H
+#define VELT_DEBUG_CHANNEL_CURRENT_FILE_H
+
+#include <cstddef>
+
+namespace velt {
+
+struct ChannelState;
+
+inline constexpr std::size_t kLongestWrite = 2'097'152;  // bytes of one text
+
+// The operations of VeltDebugInfo of the same names.
+bool OpenNewFile(ChannelState& state);
+bool WriteFile(ChannelState& state, char const* text);
+void CloseFile(ChannelState& state);
+
+// Appends `length` bytes to the open file. Returns false when the device refuses some of them: the rest is
+// given up.
+bool AppendToFile(ChannelState& state, char const* text, std::size_t length);
+
+}  // namespace velt
+
+#endif

@@ -1,0 +1,39 @@
+// The names of the files of a channel.
+#ifndef VELT_DEBUG_CHANNEL_FAMILY_H
+#define VELT_DEBUG_CHANNEL_FAMILY_H
+
+#include <memory>
+#include <string>
+
+#include <dirent.h>
+
+namespace velt {
+
+struct ChannelState;
+
+// What VeltDebugInfo::GetFileType returns.
+enum FileType : int { kTarArchive = 0, kLogFile = 1, kTar = 2, kLogArchive = 3, kForeign = 4 };
+
+// The operations of VeltDebugInfo of the same names.
+bool CheckFileLength(ChannelState const& state, std::string const& name, int type);
+int GetFileType(ChannelState const& state, std::string const& name);
+
+// What `name` would be to the channel were it a regular file: the name alone decides.
+FileType FileTypeByName(ChannelState const& state, std::string const& name);
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+// Calls `take` with every name of the directory `path`. Returns false when it cannot be opened.
+template <typename Take>
+bool ForEachName(std::string const& path, Take take) {
+  std::unique_ptr<DIR, CloseDirectory> const directory(opendir(path.c_str()));
+  if (directory == nullptr) return false;
+  while (dirent const* const entry = readdir(directory.get())) take(std::string(entry->d_name));
+  return true;
+}
+
+}  // namespace velt
+
+#endif

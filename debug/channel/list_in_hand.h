@@ -1,0 +1,38 @@
+// The room of the records that the output thread has taken off its queue as one list.
+#ifndef VELT_DEBUG_CHANNEL_LIST_IN_HAND_H
+#define VELT_DEBUG_CHANNEL_LIST_IN_HAND_H
+
+#include <chrono>
+#include <cstddef>
+
+#include "debug/channel/record_queue.h"
+
+namespace velt {
+
+// Records of the list count as queued until their room is given back: every 512 records or 10 ms. Once per
+// record costs a context switch each, less often lets blocked callers time out. Output thread only.
+class ListInHand {
+ public:
+  explicit ListInHand(RecordQueue& queue) : queue_(queue) {}
+
+  // A new list was taken; the queue has given back the room of its first record.
+  void Begin();
+
+  // The next record of the list is dealt with from now on.
+  void NextRecord();
+
+  // Gives back the room of all records until now. To be called before anything that may take long or that is
+  // the host's code: a trace call from there waits for this room.
+  void GiveBack();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  RecordQueue& queue_;
+  std::size_t counted_ = 0;  // records dealt with that still count as queued
+  Clock::time_point given_back_at_;
+};
+
+}  // namespace velt
+
+#endif

@@ -1,0 +1,147 @@
+#include "debug/channel/output.h"
+
+#include <array>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include <ace/OS_NS_unistd.h>
+
+#include "debug/channel/channel_state.h"
+#include "debug/channel/current_file.h"
+#include "debug/channel/housekeeping.h"
+#include "debug/channel/line.h"
+#include "debug/channel/ring.h"
+#include "platform/bounded.h"
+
+namespace velt {
+namespace {
+
+constexpr std::size_t kUsualLineBytes = 4096;
+constexpr unsigned kSecondsBetweenAttempts = 1;
+
+// Output threads print one record at a time; the state of std::cout has no lock of its own.
+std::mutex print_lock;
+
+// Standard output belongs to the host: it may throw, when the host has asked it to.
+void PrintRecord(OutDataUnit const& rec, RecordLine const& line_of_rec) try {
+  std::string line(line_of_rec.head);
+  std::string const& asn_text = line_of_rec.asn_text;
+  bool const ends_in_newline = rec.m_pText == nullptr || EndsInNewline(rec.m_pText);
+  if (rec.m_pText != nullptr) {
+    line += rec.m_pText;
+    if (!ends_in_newline) line += '\n';
+    if (!asn_text.empty()) line += asn_text + '\n';
+  }
+  std::lock_guard<std::mutex> const lock(print_lock);
+  std::cout.write(line.data(), static_cast<std::streamsize>(line.size()));
+  if (rec.m_pText == nullptr) {
+    std::cout.setstate(std::ios_base::badbit);  // as the insertion of a null text leaves it
+    return;
+  }
+  if (!ends_in_newline || !asn_text.empty()) std::cout.flush();
+} catch (std::exception const&) {
+  return;  // the log file has the record; nobody waits for this copy
+}
+
+// One write to the file for a record of usual length. A giant one is written as it lies, without a copy.
+// The first write that the device refuses ends the record: what would follow has lost its head.
+template <std::size_t kCount>
+bool AppendTogether(ChannelState& state, std::array<std::string_view, kCount> const& pieces) {
+  std::array<char, kUsualLineBytes> line;
+  std::size_t length = 0;
+  for (std::string_view const piece : pieces) {
+    if (piece.size() > line.size() - length) {
+      if (!AppendToFile(state, line.data(), length)) return false;
+      length = 0;
+    }
+    if (piece.size() > line.size()) {
+      if (!AppendToFile(state, piece.data(), piece.size())) return false;
+    } else if (!piece.empty()) {
+      std::memcpy(line.data() + length, piece.data(), piece.size());
+      length += piece.size();
+    }
+  }
+  return AppendToFile(state, line.data(), length);
+}
+
+void LogRecord(ChannelState& state, OutDataUnit const& rec, RecordLine const& line) {
+  std::array<char, kLineHeadCapacity> day_line;
+  day_line[0] = '\0';
+  if (IsNewDay(rec)) {
+    snprintf_s(day_line.data(), day_line.size(), day_line.size() - 1, "Current date&time:%s\n", StampOf(rec));
+  }
+  std::string_view const text = rec.m_pText == nullptr ? std::string_view() : rec.m_pText;
+  std::string_view const asn_text = line.asn_text;
+  std::array<std::string_view, 6> const pieces = {day_line.data(),
+                                                  line.head,
+                                                  text.substr(0, kLongestWrite),
+                                                  EndsInNewline(text) ? "" : "\n",
+                                                  asn_text.substr(0, kLongestWrite),
+                                                  asn_text.empty() ? "" : "\n"};
+  (void)AppendTogether(state, pieces);
+}
+
+bool RotateWhenOutgrown(ChannelState& state) {
+  // Signed on both sides: a limit of 4294967295 is -1 here, and every record ends its file.
+  if (static_cast<std::int32_t>(state.m_nEachFileMaxSize) >=
+      static_cast<std::int32_t>(state.m_pFile->Size())) {
+    return true;
+  }
+  state.m_inHand.GiveBack();  // compression takes as long as thousands of records
+  CloseFile(state);
+  ProcessLogFileBeforeCreateNew(state);
+  return OpenFileUntilExit(state);
+}
+
+}  // namespace
+
+void RemakePrintLock() { new (&print_lock) std::mutex; }
+
+bool OpenFileUntilExit(ChannelState& state) {
+  while (!OpenNewFile(state)) {
+    if (state.m_bExit.load(std::memory_order_acquire)) return false;
+    ACE_OS::sleep(kSecondsBetweenAttempts);
+  }
+  return true;
+}
+
+// The ring's records come back here, once: they are told to be from the ring.
+// NOLINTNEXTLINE(misc-no-recursion): one level deep, as fromDiscard sees to
+bool OutputString(ChannelState& state, OutDataUnit const& rec, bool fromDiscard) {
+  if (state.m_pFile == nullptr) return false;
+  if (rec.m_nLevel == 0 && !fromDiscard) OutputDiscardQueue(state);
+
+  // The value's print and the stream behind standard output are the host's code and may trace.
+  if (rec.m_pAsn != nullptr || rec.m_bPrint) state.m_inHand.GiveBack();
+  RecordLine line;
+  MakeLine(rec, line);
+  if (rec.m_bLog) {
+    LogRecord(state, rec, line);
+    if (!RotateWhenOutgrown(state)) return false;
+  }
+  StoreDay(rec);
+  if (rec.m_bPrint) PrintRecord(rec, line);
+  return true;
+}
+
+// NOLINTNEXTLINE(misc-no-recursion): see OutputString
+void OutputDiscardQueue(ChannelState& state) {
+  // At most what is there now: records that are filtered meanwhile came after the event that asks for the
+  // ring, and busy threads could add them faster than they are written.
+  for (std::size_t left = RecordsInRing(state); left > 0; --left) {
+    std::unique_ptr<OutDataUnit> rec;
+    if (!TakeFromRing(state, rec)) return;
+    if (rec == nullptr) continue;
+    rec->m_bPrint = true;
+    rec->m_bLog = true;
+    OutputString(state, *rec, true);
+  }
+}
+
+}  // namespace velt

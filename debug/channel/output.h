@@ -1,0 +1,23 @@
+// Where a record goes: the log file, standard output, or both; and rotation.
+#ifndef VELT_DEBUG_CHANNEL_OUTPUT_H
+#define VELT_DEBUG_CHANNEL_OUTPUT_H
+
+#include "velt/channel.h"
+
+namespace velt {
+
+struct ChannelState;
+
+// The operations of VeltDebugInfo of the same names. Output thread.
+bool OutputString(ChannelState& state, OutDataUnit const& rec, bool fromDiscard);
+void OutputDiscardQueue(ChannelState& state);
+
+// Opens the next file, trying once a second. Returns false when the channel ends before one can be opened.
+bool OpenFileUntilExit(ChannelState& state);
+
+// For a forked child: the lock of standard output may have been copied while a thread held it.
+void RemakePrintLock();
+
+}  // namespace velt
+
+#endif

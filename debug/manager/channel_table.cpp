@@ -1,0 +1,83 @@
+#include "debug/manager/channel_table.h"
+
+#include <memory>
+
+#include "velt/config.h"
+
+#include "debug/channel/channel_state.h"
+#include "debug/channel/shutdown.h"
+
+namespace velt {
+namespace {
+
+std::unique_ptr<VeltDebugInfo> MakeChannel(std::string const& key, std::string const& directory,
+                                           std::string const& header, FileLimits const& limits, bool flag) {
+  return std::make_unique<VeltDebugInfo>(
+      directory, key, header, false, false, static_cast<unsigned>(limits.m_nFiltLogBufSize),
+      static_cast<unsigned>(limits.m_nEachFileMaxSize), static_cast<unsigned>(limits.m_nEachProcessMaxZipNum),
+      static_cast<unsigned>(limits.m_nZipFileIncludeFileNum), flag);
+}
+
+}  // namespace
+
+ChannelTable::ChannelTable() { PreferWriters(m_channelLock); }
+
+VeltDebugInfo* ChannelTable::MakeMain(std::string const& key, std::string const& directory,
+                                      std::string const& header, FileLimits const& limits, bool channelFlag) {
+  std::unique_ptr<VeltDebugInfo> made = MakeChannel(key, directory, header, limits, channelFlag);
+  WriteLock const lock(m_channelLock);
+  m_channels.emplace(key, made.get());
+  return made.release();
+}
+
+Lookup ChannelTable::Find(std::string const& key, FileLimits const& limits, VeltDebugInfo*& channel) {
+  ReadLock const lock(m_channelLock);
+  if (!lock.locked()) return Lookup::kRefused;
+  // Before the look-up: with one channel above the cap the known channels are refused as well.
+  if (m_channels.size() > static_cast<std::size_t>(limits.m_nMaxFileNum)) return Lookup::kRefused;
+  auto const found = m_channels.find(key);
+  if (found == m_channels.end()) return Lookup::kAbsent;
+  channel = found->second;
+  return Lookup::kFound;
+}
+
+Lookup ChannelTable::FindOrMake(std::string const& key, std::string const& header, FileLimits const& limits,
+                                VeltDebugInfo const* main, VeltDebugInfo*& channel) {
+  Lookup found = Find(key, limits, channel);
+  if (found != Lookup::kAbsent) return found;
+  // One creation at a time: two channels of one key would write into the same file.
+  MutexLock const creation(m_channelCreation);
+  if (!creation.locked()) return Lookup::kRefused;
+  found = Find(key, limits, channel);  // another thread may have been faster
+  if (found != Lookup::kAbsent) return found;
+
+  std::string const directory = main != nullptr ? main->LogPath() : VeltGetDefaultLogPath();
+  std::unique_ptr<VeltDebugInfo> made = MakeChannel(key, directory, header, limits, true);
+  WriteLock const lock(m_channelLock);
+  if (!lock.locked()) return Lookup::kRefused;
+  m_channels.emplace(key, made.get());
+  channel = made.release();  // the table's now
+  return Lookup::kFound;
+}
+
+VeltDebugInfo* ChannelTable::FindRunning() {
+  WriteLock const lock(m_channelLock);  // goes on without it: nobody but an output thread is here by now
+  for (auto const& [key, channel] : m_channels) {
+    if (!HasEnded(ChannelState::Of(*channel))) return channel;
+  }
+  return nullptr;
+}
+
+void ChannelTable::EndAll() noexcept {
+  // A value's print may trace on an output thread that is ending, and open a channel by that: until none
+  // comes.
+  while (VeltDebugInfo* const channel = FindRunning()) EndOutputThread(ChannelState::Of(*channel));
+  std::map<std::string, VeltDebugInfo*> ended;
+  {
+    WriteLock const lock(m_channelLock);
+    ended.swap(m_channels);
+  }
+  for (auto const& channel : ended) delete channel.second;
+}
+
+}  // namespace velt
