@@ -9,7 +9,8 @@
 namespace velt {
 namespace {
 
-constexpr std::size_t kLargestSize = SIZE_MAX / 2;  // anything above was a negative number once
+// A larger size is taken for a negative number that was converted to unsigned.
+constexpr std::size_t kLargestSize = SIZE_MAX / 2;
 
 bool Overlap(char const* a, std::size_t a_size, char const* b, std::size_t b_size) {
   auto const a_begin = reinterpret_cast<std::uintptr_t>(a);
@@ -71,7 +72,7 @@ int vsnprintf_s(char* dst, std::size_t capacity, std::size_t count, char const* 
   if (dst == nullptr || format == nullptr || count >= capacity) return -1;
   dst[0] = '\0';
   int const length = velt_plain_vsnprintf(dst, count + 1, format, args);
-  dst[count] = '\0';  // an expansion that fails half-way need not have ended what it wrote
+  dst[count] = '\0';  // an expansion that fails half-way may leave no NUL
   return length < 0 || static_cast<std::size_t>(length) > count ? -1 : length;
 }
 

@@ -21,8 +21,7 @@ void InChild() {
 
 void WatchForks(ForkHooks const& hooks) {
   hook_in_child = hooks.in_child;
-  // It fails only for want of memory while the library loads; forks then go unnoticed, as in any other
-  // library.
+  // Fails only if memory runs out while the library loads; forks then go unnoticed.
   (void)pthread_atfork(hooks.before, hooks.in_parent, &InChild);
 }
 

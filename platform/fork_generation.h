@@ -11,8 +11,9 @@ namespace detail {
 extern std::atomic<std::uint32_t> fork_generation;
 }
 
-// A number that is one higher in a forked child than in its parent. An object that keeps the number of its
-// making is inherited when the two differ. Relaxed: it changes only in a child that has one thread yet.
+// A number that is one higher in a forked child than in its parent. An object stores the number when it is
+// made; if the current number differs, the object was inherited over a fork. Relaxed: the number changes only
+// in a new child, which has one thread.
 inline std::uint32_t ForkGeneration() noexcept {
   return detail::fork_generation.load(std::memory_order_relaxed);
 }

@@ -29,14 +29,14 @@ enum class Length { kPlain, kLong, kLongLong };
 
 bool IsDigit(char character) { return character >= '0' && character <= '9'; }
 
-// Reads a number and moves `at` past it. Larger ones are kGiant.
+// Reads a number and moves `at` past it. Numbers from kGiant on are read as kGiant.
 int ReadNumber(char const*& at) {
   int number = 0;
   for (; IsDigit(*at); ++at) number = number >= kGiant / 10 ? kGiant : number * 10 + (*at - '0');
   return number;
 }
 
-// The position of "n$" from 0, and `at` moved past it; kNone, with `at` where it was, for anything else.
+// Reads "n$": returns n - 1 and moves `at` past it. Returns kNone, and leaves `at`, for anything else.
 std::size_t ReadPosition(char const*& at) {
   char const* end = at;
   int const number = ReadNumber(end);
@@ -76,7 +76,7 @@ Kind KindOfInteger(Length length) {
 Kind KindOfOther(char conversion) {
   std::array<char, 3> const alone{'%', conversion, '\0'};
   int unused = 0;
-  // The C library prints a letter that it does not know and takes nothing; "w" is a length in newer ones.
+  // The C library prints an unknown letter and takes no argument. "w" is a length in newer versions of it.
   bool const registered = conversion == 'w' || parse_printf_format(alone.data(), 1, &unused) != 0;
   return registered ? Kind::kUnknown : Kind::kNothing;
 }
@@ -111,7 +111,7 @@ Kind KindOf(char conversion, Length length, bool is_long_double) {
 
 bool TakesText(char conversion) { return conversion == 's' || conversion == 'S' || conversion == 'm'; }
 
-// One argument of the list, as far as an int shows it; 0 for what is no integer.
+// Takes one argument off the list. Returns it converted to int; 0 if it is not an integer.
 int TakeArgument(Kind kind, std::va_list& args) {
   switch (kind) {
     // NOLINTBEGIN(bugprone-branch-clone): they differ by type
@@ -129,7 +129,7 @@ int TakeArgument(Kind kind, std::va_list& args) {
       (void)va_arg(args, void*);
       return 0;
       // NOLINTEND(bugprone-branch-clone)
-    default:  // what a position passes over is an int for the C library, too
+    default:  // the C library, too, takes an int for a position that no conversion names
       return va_arg(args, int);
   }
 }
@@ -147,8 +147,8 @@ class FieldSearch {
 
  private:
   struct Field {
-    int number = 0;            // written out
-    std::size_t star = kNone;  // the position of its argument
+    int number = 0;            // the digits in the format
+    std::size_t star = kNone;  // the position of the argument of a '*'
   };
 
   struct Argument {
@@ -160,7 +160,7 @@ class FieldSearch {
   Argument& At(std::size_t position) {
     if (position >= kMostArguments) {
       too_many_ = true;
-      return arguments_[0];  // never looked at then
+      return arguments_[0];  // not read once too_many_ is set
     }
     if (position >= count_) count_ = position + 1;
     return arguments_[position];
@@ -174,7 +174,8 @@ class FieldSearch {
     return {0, position == kNone ? next_++ : position};
   }
 
-  // `at` points behind a '%' and is moved past the conversion. False where nothing behind it can be told.
+  // `at` points behind a '%' and is moved past the conversion. Returns false when the rest of the format
+  // cannot be read: it ends here, or what the conversion takes is unknown.
   bool ReadConversion(char const*& at) {
     std::size_t position = ReadPosition(at);
     at += std::strspn(at, "-+ #0'I");
@@ -207,14 +208,14 @@ class FieldSearch {
       Argument const& argument = arguments_[i];
       int const number = TakeArgument(argument.kind, args);
       if (argument.is_width && (number >= kGiant || number <= -kGiant)) return true;
-      if (argument.is_precision && number >= kGiant) return true;  // a negative one is none
+      if (argument.is_precision && number >= kGiant) return true;  // a negative precision counts as absent
     }
     return false;
   }
 
   std::array<Argument, kMostArguments> arguments_{};
   std::size_t count_ = 0;
-  std::size_t next_ = 0;  // of those without a position
+  std::size_t next_ = 0;  // position of the next conversion or '*' that has no "n$"
   bool has_star_ = false;
   bool too_many_ = false;
   bool giant_ = false;

@@ -12,7 +12,7 @@ std::atomic<Inherited*> kept{nullptr};
 void KeepInherited(Inherited& link, void* object) noexcept {
   link.object = object;
   link.next = kept.load(std::memory_order_relaxed);
-  // Relaxed: nobody reads the list but a leak checker, when the process has stopped.
+  // Relaxed: only a leak checker reads the list, when the process has stopped.
   while (!kept.compare_exchange_weak(link.next, &link, std::memory_order_relaxed)) {
   }
 }

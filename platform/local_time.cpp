@@ -7,8 +7,8 @@
 namespace velt {
 namespace {
 
-// Held while the C library runs, which may read the file of the time zone; never while code of the host runs.
-// A plain mutex: the thread that forks takes it, and is the thread that releases the child's copy.
+// Held while the C library runs, which may read the time zone's file; never while code of the host runs. A
+// plain mutex will do: the thread that forks takes it, and the same thread releases it in the child.
 std::mutex zone_lock;
 
 }  // namespace
@@ -23,14 +23,14 @@ std::tm LocalTime(std::time_t second) {
 std::size_t FormatLocalTime(char* text, std::size_t capacity, char const* pattern, std::tm const& local) {
   std::lock_guard<std::mutex> const guard(zone_lock);
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // three constants of this library
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // the patterns are constants of this library
   return std::strftime(text, capacity, pattern, &local);
 #pragma GCC diagnostic pop
 }
 
 bool AceTimeStamp(ACE_Time_Value const& instant, char* text, std::size_t capacity) {
   std::lock_guard<std::mutex> const guard(zone_lock);
-  // What the call returns points into the middle of the text.
+  // The returned pointer is into the middle of the text, so only null matters.
   return ACE::timestamp(instant, text, capacity) != nullptr;
 }
 

@@ -1,8 +1,8 @@
-// Local time from the C library, in a way that a forked child survives.
+// Local time from the C library, safe for forked children.
 //
-// The C library guards its time zone with a lock. It does not hold that lock over a fork: a child forked
-// while another thread has it can never take it, and hangs at its first stamp. So the library makes each such
-// call (localtime_r, strftime, ACE::timestamp) under a lock of its own, and a fork waits for that one.
+// The C library guards its time zone with a lock that a fork does not wait for. A child forked while another
+// thread holds that lock can never take it, and hangs at its first stamp. So this library makes each such
+// call (localtime_r, strftime, ACE::timestamp) under a lock of its own, and a fork waits for that lock.
 #ifndef VELT_PLATFORM_LOCAL_TIME_H
 #define VELT_PLATFORM_LOCAL_TIME_H
 

@@ -11,7 +11,7 @@
 namespace velt {
 namespace {
 
-// A text of bounded length that counts what does not fit as cut.
+// A text of bounded length; what does not fit is cut.
 class BoundedText {
  public:
   BoundedText(char* buffer, std::size_t capacity)
@@ -24,7 +24,7 @@ class BoundedText {
     at_ += kept;
   }
   void AddText(char const* text) {
-    if (text == nullptr) text = "(null)";  // as the C library prints it
+    if (text == nullptr) text = "(null)";  // the C library's text for it
     Add(text, strnlen(text, static_cast<std::size_t>(end_ - at_)));
   }
   template <typename Number>
@@ -46,10 +46,10 @@ class BoundedText {
  private:
   char* at_;
   char* begin_;
-  char* end_;  // of the room for characters; the NUL goes there at the latest
+  char* end_;  // the last byte of the buffer, which is kept for the NUL
 };
 
-// The conversion behind an 'l'.
+// Expands the conversion behind an 'l'. Returns false for any but d, i and u.
 inline bool AddLong(BoundedText& out, char kind, std::va_list& args) {
   if (kind == 'd' || kind == 'i') {
     out.AddNumber(va_arg(args, long));
@@ -61,8 +61,8 @@ inline bool AddLong(BoundedText& out, char kind, std::va_list& args) {
   return true;
 }
 
-// Expands one plain conversion; `format` points behind its '%' and is moved past it. False for any other, and
-// for the character NUL.
+// Expands one plain conversion; `format` points behind its '%' and is moved past it. Returns false for any
+// other conversion, and for %c of a NUL.
 inline bool AddConversion(BoundedText& out, char const*& format, std::va_list& args) {
   switch (*format++) {
     case 's':
@@ -77,7 +77,8 @@ inline bool AddConversion(BoundedText& out, char const*& format, std::va_list& a
       return true;
     case 'c': {
       auto const character = static_cast<char>(va_arg(args, int));
-      if (character == '\0') return false;  // the text ends here, and what is kept does not
+      // A NUL ends the text, but the characters behind it still count as kept: left to vsnprintf.
+      if (character == '\0') return false;
       out.Add(&character, 1);
       return true;
     }
@@ -96,7 +97,7 @@ inline bool AddConversion(BoundedText& out, char const*& format, std::va_list& a
 }
 
 // Expands a format of plain %d %i %u %ld %li %lu %zu %c %s and %%, which is what nearly all trace calls use,
-// in half of vsnprintf's time. Returns false, with the buffer in any state, at anything else.
+// in half of vsnprintf's time. Returns false at anything else; the buffer then holds some text.
 bool FormatPlain(BoundedText& out, char const* format, std::va_list& args) {
   while (true) {
     char const* const percent = strchrnul(format, '%');
@@ -125,13 +126,13 @@ Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, st
     return {static_cast<int>(length), length};
   }
 
-  buffer[0] = '\0';  // the attempt above has left its head there
+  buffer[0] = '\0';  // removes what the attempt above wrote
   if (AsksForGiantField(format, args)) {
     errno = EOVERFLOW;
     return {-1, 0};
   }
   int const length = velt_plain_vsnprintf(buffer, capacity, format, args);
-  buffer[capacity - 1] = '\0';  // an expansion that fails half-way need not have ended what it wrote
+  buffer[capacity - 1] = '\0';  // an expansion that fails half-way may leave no NUL
   if (length < 0) return {-1, 0};
   bool const cut = static_cast<std::size_t>(length) >= capacity;
   return {cut ? static_cast<int>(capacity - 1) : length, std::strlen(buffer)};

@@ -14,14 +14,17 @@ struct Message {
   std::size_t length;  // up to the first NUL, which a %c may have put there
 };
 
-// Writes at most `capacity` - 1 characters and a NUL. Unlike vsnprintf_s it tells a cut text from a failed
-// one, which is that of a format that is null, cannot be expanded, or asks for a field of 1,000,000
-// characters or more, written out or by '*' (errno EOVERFLOW; a text's precision is no field); the buffer
-// then holds what the expansion left, possibly nothing. `capacity` is at least 1.
+// Writes at most `capacity` - 1 characters and a NUL; `capacity` is at least 1. A longer text is cut, which
+// is no failure here (vsnprintf_s returns -1 for it). The expansion fails when the format
+// - is null (errno EINVAL),
+// - asks for a field of 1,000,000 characters or more, see AsksForGiantField (errno EOVERFLOW), or
+// - cannot be expanded by the C library.
+//
+// After a failure the buffer holds a text, possibly empty.
 Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args)
     VELT_PRINTF_FORMAT(3, 0);
 
-// The same for callers that want only the number of characters kept.
+// The same; returns Message::kept.
 int FormatMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args)
     VELT_PRINTF_FORMAT(3, 0);
 

@@ -9,10 +9,10 @@
 
 namespace velt {
 
-// As std::vsnprintf. With _FORTIFY_SOURCE the header of the C library replaces that name by a checked
-// function, which ends the process at a %n in a format that can be written to. Formats come from hosts, which
-// may keep them anywhere; and a macro of the command line may be set behind every -U of ours
-// (-Wp,-D_FORTIFY_SOURCE=2).
+// As std::vsnprintf. With _FORTIFY_SOURCE the C library's header replaces that name by a checked function,
+// which ends the process at a %n in a format that lies in writable memory. Formats come from hosts, which may
+// keep them in such memory. The build cannot undefine the macro for certain: -Wp,-D_FORTIFY_SOURCE=2 on the
+// command line takes effect after every -U.
 extern "C" int velt_plain_vsnprintf(char* text, std::size_t capacity, char const* format,
                                     std::va_list args) noexcept __asm__("vsnprintf") VELT_PRINTF_FORMAT(3, 0);
 

@@ -6,7 +6,7 @@
 
 namespace velt {
 
-// What gettid gives. A forked child's thread has a new id, and gets it here.
+// Returns gettid(). In a forked child it returns the child's id, not the parent's.
 std::int64_t ThreadId();
 
 }  // namespace velt

@@ -12,7 +12,7 @@ namespace velt {
 struct ThreadObjectList {
   std::mutex lock;
   ThreadObject* first = nullptr;  // under the lock
-  ThreadObject* gone = nullptr;   // under the lock; of threads that a forked child does not have
+  ThreadObject* gone = nullptr;   // under the lock; objects of threads that exist only in the parent
 
   void Link_i(ThreadObject& object) noexcept {
     object.before_ = nullptr;
@@ -29,7 +29,7 @@ struct ThreadObjectList {
   }
   void KeepOnly_i(ThreadObject* own) noexcept {
     for (ThreadObject* object = own; object != nullptr; object = object->of_thread_) Unlink_i(*object);
-    // What an earlier fork left comes after what this one leaves.
+    // Append what an earlier fork left to what this fork leaves.
     ThreadObject** end = &first;
     while (*end != nullptr) end = &(*end)->after_;
     *end = gone;
@@ -45,7 +45,7 @@ struct ThreadObjectList {
 
 namespace {
 
-// Never destroyed: threads end while the process exits.
+// Never destroyed: threads may still end while the process exits.
 ThreadObjectList objects;
 static_assert(std::is_trivially_destructible_v<ThreadObjectList>);
 
@@ -53,12 +53,12 @@ struct Own {
   ThreadObject* first = nullptr;
   bool ends = false;
 };
-// All thread_local variables of the library are of this kind: reaching one is one instruction. A library that
-// dlopen loads gets the few hundred bytes for them that the C library keeps ready, so they have to be small.
+// All thread_local variables of the library use this TLS model: access takes one instruction. They have to be
+// small: a library loaded by dlopen shares the few hundred bytes that the C library reserves for them.
 [[gnu::tls_model("initial-exec")]] thread_local Own own;
 
 void EndThread(void* /*own*/) noexcept {
-  own.ends = true;  // what runs later may still trace
+  own.ends = true;  // destructors that run later may still trace; they get no new objects
   while (own.first != nullptr) {
     ThreadObject& object = ThreadObjectList::PopOwn(own.first);
     {
@@ -69,12 +69,13 @@ void EndThread(void* /*own*/) noexcept {
   }
 }
 
-// A key and not a thread_local object with a destructor: registering that allocates, once per thread, what a
-// forked child can neither free nor reach. Made under the list's lock, which is held over a fork: a child
-// would wait for ever for a function's own static that another thread was making.
+// Uses a key, not a thread_local object with a destructor: registering a destructor allocates memory for each
+// thread, which a forked child can neither free nor reach. The key is made under the list's lock, which is
+// held over a fork: if another thread were inside the initialisation of a function-local static at the fork,
+// the child would wait for it for ever.
 bool WatchThread_i() noexcept {
   static bool tried = false;
-  static pthread_key_t key = PTHREAD_KEYS_MAX;  // which is none
+  static pthread_key_t key = PTHREAD_KEYS_MAX;  // not a valid key
   if (!tried && pthread_key_create(&key, &EndThread) != 0) key = PTHREAD_KEYS_MAX;
   tried = true;
   return pthread_setspecific(key, &own) == 0;

@@ -1,27 +1,27 @@
-// Objects that a thread keeps until its end, and that others find meanwhile.
+// Objects that belong to one thread until it ends, in a list that other threads can walk.
 #ifndef VELT_PLATFORM_THREAD_OBJECT_H
 #define VELT_PLATFORM_THREAD_OBJECT_H
 
 namespace velt {
 
-// Base of what one thread keeps. A thread reaches its object by a thread_local pointer of its own; this is
-// what frees the object in time.
+// Base of an object that belongs to one thread. The thread finds its object through a thread_local pointer;
+// this base makes sure that the object is deleted when the thread ends.
 //
-// Ownership: KeepUntilThreadEnd hands it over; AtThreadEnd deletes it. The objects of threads that still run
-//            when the process exits stay.
-// Fork:      a child keeps the objects of the thread that forked; those of other threads stay allocated and
-//            reachable, and are never used.
+// Ownership: passes from the caller at KeepUntilThreadEnd; AtThreadEnd deletes the object. Objects of threads
+//            that still run when the process exits are never deleted.
+// Fork:      the child keeps using the objects of the thread that forked; those of other threads stay
+//            allocated and reachable, unused.
 class ThreadObject {
  public:
   ThreadObject() = default;
   ThreadObject(ThreadObject const&) = delete;
   ThreadObject& operator=(ThreadObject const&) = delete;
 
-  // The last call, on the thread whose object it is, after the destructors of its thread_local objects.
+  // The last call, on the object's own thread, after the destructors of its thread_local objects. Deletes it.
   virtual void AtThreadEnd() noexcept = 0;
 
-  // Gives back what the thread does not need at once. Runs on any thread, beside the thread whose object it
-  // is, under the lock of all objects.
+  // Frees memory that the thread does not need at the moment. Runs on any thread, possibly while the object's
+  // own thread uses it, under the lock of the list.
   virtual void Shrink() noexcept = 0;
 
  protected:
@@ -35,18 +35,18 @@ class ThreadObject {
   ThreadObject* of_thread_ = nullptr;  // the thread's next object; that thread only
 };
 
-// Returns false, and leaves the object the caller's, when the end of the thread cannot be watched or has
-// begun.
+// Takes `object` over for the calling thread. Returns false, and the caller keeps it, when the thread has
+// begun to end or its end cannot be watched.
 bool KeepUntilThreadEnd(ThreadObject& object) noexcept;
 
-// Whether AtThreadEnd has run on this thread: its last destructors run, and it keeps nothing any more.
+// Whether this thread has begun to end: KeepUntilThreadEnd takes nothing any more.
 bool ThreadEnds() noexcept;
 
 // Shrinks the objects of all threads.
 void ShrinkThreadObjects() noexcept;
 
-// Around a fork: the list is locked over it, so that the child's copy is whole. The child then sets aside the
-// objects of threads that only the parent has, and unlocks.
+// Around a fork: the list is locked, so that the child gets a consistent copy. The child then sets the
+// objects of threads that only the parent has aside, and unlocks.
 void LockThreadObjects() noexcept;
 void UnlockThreadObjects() noexcept;
 void KeepOwnThreadObjectsInChild() noexcept;

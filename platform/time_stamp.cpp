@@ -12,15 +12,15 @@ namespace {
 constexpr std::size_t kMicrosecondsAt = 20;
 constexpr std::time_t kNoSecond = std::numeric_limits<std::time_t>::min();
 
-// The text of the second that this thread stamped last; its microseconds are rewritten for each record.
+// The text of the last second that this thread stamped; the microseconds are rewritten for each record.
 struct CachedSecond {
   std::time_t second = kNoSecond;
   char text[kTimeStampLength + 1] = "";
 };
 [[gnu::tls_model("initial-exec")]] thread_local CachedSecond cached;
 
-// Asks for the text of `instant`. Keeps it for its second when it has the usual length: ACE takes the zero
-// instant to mean now, counts back before it, and writes more digits after the year 9999.
+// Writes ACE's text of `instant`, and caches it for its second if it has the usual length. Not cached: second
+// 0, which ACE takes to mean now, the time before it, and years after 9999, which have more digits.
 void WriteNewSecond(ACE_Time_Value const& instant, char* text) {
   cached.second = kNoSecond;
   if (!AceTimeStamp(instant, text, kTimeStampRoom)) {

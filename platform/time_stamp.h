@@ -1,4 +1,4 @@
-// The text of an instant as every log line bears it.
+// The time stamp text of a log line.
 #ifndef VELT_PLATFORM_TIME_STAMP_H
 #define VELT_PLATFORM_TIME_STAMP_H
 
@@ -10,11 +10,11 @@ namespace velt {
 
 inline constexpr std::size_t kTimeStampCapacity = 512;  // bytes of every time stamp array
 inline constexpr std::size_t kTimeStampLength = 26;     // characters of "2026-11-15 08:52:13.123456"
-inline constexpr std::size_t kTimeStampRoom = 32;  // bytes of a text with a year of nine digits and its NUL
+inline constexpr std::size_t kTimeStampRoom = 32;       // bytes: a year of nine digits, and the NUL
 
-// Writes the local time of `instant` and a NUL, the bytes that ACE::timestamp gives for it, into `text`,
-// which has room for kTimeStampRoom bytes. Where ACE gives none, the empty text. The text has
-// kTimeStampLength characters up to the year 9999, and more after it; what does not fit is cut.
+// Writes the local time of `instant` and a NUL into `text`, which has room for kTimeStampRoom bytes: the text
+// that ACE::timestamp makes, or the empty text if it makes none. The text has kTimeStampLength characters up
+// to the year 9999, and more after it; what does not fit is cut.
 void WriteTimeStamp(ACE_Time_Value const& instant, char* text);
 
 }  // namespace velt
