@@ -42,7 +42,7 @@ bool Parse(std::string_view line, Item& item) {
   return !line.empty() && line.front() != '#' && Split(line, item);
 }
 
-// The first item of that name. Most lines differ from it in their first characters and are parsed no further.
+// Finds the first item named `name`. Most lines do not begin with it and are not parsed.
 bool Find(LineReader& in, std::string_view name, Item& item) {
   for (std::string_view line; in.Next(line);) {
     line = velt::TrimLeadingBlanks(line);
@@ -57,7 +57,7 @@ bool Find(LineReader& in, std::string_view name, Item& item) {
 int VeltGetNameValue(std::string const& line, std::string& name, std::string& value) {
   Item item;
   if (!Split(line, item)) return -1;
-  // Both before either is assigned: a caller may pass the line itself as one of them.
+  // Make both copies before assigning either: `name` or `value` may be `line` itself.
   std::string new_name(item.name);
   std::string new_value(item.value);
   name = std::move(new_name);
@@ -67,7 +67,7 @@ int VeltGetNameValue(std::string const& line, std::string& name, std::string& va
 
 int VeltGetLine(std::ifstream& in, std::string& name, std::string& value) {
   std::array<char, kLineCount + 1> buffer;
-  buffer[0] = '\0';  // a stream that is already bad writes nothing
+  buffer[0] = '\0';  // a stream that is already bad leaves the buffer as it is
   in.getline(buffer.data(), kLineCount, '\n');
   Item item;
   if (!Parse(buffer.data(), item)) return kNoItem;
@@ -85,7 +85,7 @@ bool VeltGetCfgString(char const* name, char* buf, int& len, char const* file) {
   Item item;
   if (!Find(in, name, item)) return false;
   auto const length = static_cast<int>(item.value.size());
-  // A value that does not fit ends the search: a later line of the same name must not stand in for it.
+  // A value that does not fit ends the search: a later line of the same name must not replace it.
   if (capacity <= length) return false;
   std::memcpy(buf, item.value.data(), item.value.size());
   buf[length] = '\0';
@@ -108,8 +108,8 @@ bool VeltAllCfgItem(std::map<std::string, std::string>& items, std::string const
   if (!in.IsOpen()) return false;
 
   Item item;
-  std::string key;          // one for all lines: the map copies it when it is new
-  auto hint = items.end();  // behind the item before, where the next one of a sorted file goes
+  std::string key;          // reused for every line; the map copies it when the key is new
+  auto hint = items.end();  // behind the last item placed: the right place if the file is sorted
   for (std::string_view line; in.Next(line);) {
     if (!Parse(line, item)) continue;
     if (!marker.empty()) {
@@ -119,7 +119,7 @@ bool VeltAllCfgItem(std::map<std::string, std::string>& items, std::string const
     }
     key = item.name;
     auto const placed = items.insert_or_assign(hint, key, item.value);
-    // The last one is known to be the last; stepping from it to the end climbs the whole tree.
+    // std::next of the last item would climb the whole tree to reach end().
     hint = placed == std::prev(items.end()) ? items.end() : std::next(placed);
   }
   return true;

@@ -14,11 +14,11 @@ LineReader::LineReader(char const* path) noexcept
     : fd_(OpenAboveStandard(path, O_RDONLY)), ended_(fd_ == -1) {}
 
 LineReader::~LineReader() {
-  if (fd_ != -1) (void)close(fd_);  // nothing was written that a failing close could lose
+  if (fd_ != -1) (void)close(fd_);  // only read from: a failing close loses nothing
 }
 
 bool LineReader::Next(std::string_view& line) noexcept {
-  std::size_t looked_at = 0;  // of the line's characters
+  std::size_t looked_at = 0;  // characters of this line that were searched for the newline
   while (!ended_) {
     char const* const first = buffer_.data() + begin_;
     std::size_t const available = end_ - begin_;
@@ -37,7 +37,8 @@ bool LineReader::Next(std::string_view& line) noexcept {
   return false;
 }
 
-// Reads more behind what is not yet given. Returns false at the end of the file and on an error.
+// Moves the unread rest to the front of the buffer and reads more behind it. Returns false at the end of the
+// file and on an error.
 bool LineReader::Fill() noexcept {
   std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
   end_ -= begin_;

@@ -8,13 +8,13 @@
 
 namespace velt {
 
-inline constexpr std::size_t kLongestLine = 2047;  // characters, the newline not counted
+inline constexpr std::size_t kLongestLine = 2047;  // characters, without the newline
 
-// LineReader gives the lines of one file in their order. It lives on the stack of a look-up.
+// LineReader reads the lines of one file, first to last. A look-up has one on its stack.
 //
 // Ownership: owns the descriptor and closes it on destruction.
 // Threads:   one reader belongs to one thread.
-// Errors:    nothing throws and nothing is allocated. A read error ends the file where it happens.
+// Errors:    nothing throws and nothing is allocated. A read error counts as the end of the file.
 class LineReader {
  public:
   explicit LineReader(char const* path) noexcept;
@@ -22,11 +22,11 @@ class LineReader {
   LineReader(LineReader const&) = delete;
   LineReader& operator=(LineReader const&) = delete;
 
-  // Whether the file could be opened. A directory can be; it has no lines.
+  // Whether the file could be opened. A directory opens, but has no lines.
   bool IsOpen() const noexcept { return fd_ != -1; }
 
-  // Gives the next line without its newline; it is valid until the next call. A longer line gives its first
-  // kLongestLine characters and is the last. Returns false behind the last line.
+  // Sets `line` to the next line without its newline, valid until the next call. A line over kLongestLine
+  // characters is cut to that many, and ends the file. Returns false when there are no more lines.
   bool Next(std::string_view& line) noexcept;
 
  private:
@@ -37,9 +37,9 @@ class LineReader {
 
   int fd_;
   bool ended_ = false;
-  std::size_t begin_ = 0;  // of what is read and not yet given
+  std::size_t begin_ = 0;  // the part of the buffer that Next has not returned yet
   std::size_t end_ = 0;
-  std::array<char, kCapacity> buffer_;  // not zeroed: only what was read is looked at
+  std::array<char, kCapacity> buffer_;  // not zeroed: only bytes that were read are looked at
 };
 
 }  // namespace velt

@@ -37,8 +37,8 @@ std::string VeltGetLogPath() { return DirectoryOf("_APP_LOG_DIR"); }
 std::string VeltGetDefaultTempPath() { return DirectoryOf("_APP_TMP_DIR"); }
 
 std::string VeltGetTraceDir() {
-  // Published once and never freed: a trace call during exit may still ask for it. Acquire pairs with the
-  // release of the publishing exchange, so that the string is seen whole.
+  // Stored once and never freed: a trace call during exit may still need it. Acquire pairs with the release
+  // of the exchange below, so that the whole string is seen.
   static std::atomic<std::string const*> known{nullptr};
   if (std::string const* const directory = known.load(std::memory_order_acquire)) return *directory;
 

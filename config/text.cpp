@@ -24,7 +24,7 @@ void VeltStrTrim(char* text) {
   }
   std::size_t end = length;
   while (text[end - 1] == ' ' || text[end - 1] == '\t') --end;
-  if (first == 0 && end == length) return;  // the buffer may be read-only when there is nothing to do
+  if (first == 0 && end == length) return;  // no write: a text without blanks may be read-only
   std::size_t const count = end - first;
   velt::memmove_s(text, count, text + first, count);
   text[count] = '\0';

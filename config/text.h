@@ -1,4 +1,4 @@
-// The characters that count as blank around names, values and environment variables, and views without them.
+// The characters that are trimmed from names, values and environment variables, and the trimming of views.
 #ifndef VELT_CONFIG_TEXT_H
 #define VELT_CONFIG_TEXT_H
 

@@ -8,7 +8,7 @@ void SetVeltAppExit(bool exit) {
   try {
     VeltOutputFrmtString("===================SetVeltAppExit (%d)==================", exit ? 1 : 0);
   } catch (...) {
-    g_VeltAppExitFlag.store(exit);  // the process ends whether or not its trace has room
+    g_VeltAppExitFlag.store(exit);  // the flag is set even when the banner cannot be traced
     throw;
   }
   g_VeltAppExitFlag.store(exit);

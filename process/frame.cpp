@@ -6,7 +6,8 @@
 #include "platform/bounded.h"
 
 char* VeltFrameGetNStr(char* dst, unsigned long dstMax, char const* src, unsigned long count) {
-  (void)velt::strncpy_s(dst, dstMax, src, count);  // a caller that must know looks at the field
+  (void)velt::strncpy_s(dst, dstMax, src,
+                        count);  // after an error the field is empty, which tells the caller
   return dst;
 }
 
@@ -23,7 +24,8 @@ void* VeltFrameResetBody(void* dst, int value, unsigned long size) {
 int VeltFrameGetStr(char* dst, unsigned long dstMax, char const* format, ...) {
   std::va_list args;
   va_start(args, format);
-  // A capacity of 0 makes the count wrap; the formatter refuses it like every count not below the capacity.
+  // With a capacity of 0 the count wraps around; the formatter refuses a count that is not below the
+  // capacity.
   int const length = velt::vsnprintf_s(dst, dstMax, dstMax - 1, format, args);
   va_end(args);
   return length;

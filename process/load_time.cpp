@@ -1,6 +1,6 @@
-// The objects that are built when the library is loaded, in the order of this file: every one that has a
-// constructor stands here, because the order across files is the linker's. Texts and numbers are constants
-// and need no order.
+// All objects with constructors that run when the library is loaded. They are constructed in the order of
+// this file; across several files the linker would choose the order. Texts and numbers are constants and need
+// no constructor.
 #include <new>
 
 #include <ace/Init_ACE.h>
@@ -21,8 +21,8 @@ namespace velt {
 
 namespace {
 
-// Every lock with static storage, in one place for a forked child: its copies may be held by threads that
-// only the parent has. Making one anew in place frees nothing and allocates nothing.
+// Makes every static lock usable in a forked child, whose copies may be held by threads that only the parent
+// has. Constructing a lock again in place frees nothing and allocates nothing.
 void RemakeInChild() {
   new (&ServiceWaitState::m_instMutex) Mutex;
   new (&g_mutexVeltStaticLock) ACE_Recursive_Thread_Mutex;
@@ -34,7 +34,8 @@ void RemakeInChild() {
   ServiceWaitState::KeepInheritedInstance();
 }
 
-// In the order in which they are taken elsewhere: idle nodes under thread objects. Local time is taken alone.
+// The lock order is that of the rest of the library: idle nodes after thread objects. Elsewhere the lock of
+// local time is never held with another.
 void BeforeFork() {
   LockThreadObjects();
   LockIdleNodes();

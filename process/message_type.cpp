@@ -7,7 +7,7 @@ constexpr unsigned char kLastNamedType = 34;
 
 }  // namespace
 
-// The gaps are part of the numbering.
+// Numbers without a name have the empty text.
 char const* const g_vecVeltMsgTypeString[35] = {
     "",                    // 0
     "REQUESTBC",           // 1

@@ -1,4 +1,4 @@
-// The short trace functions of the process family, all under the module "MRB".
+// The short trace functions, all under the module "MRB".
 #include <array>
 #include <atomic>
 #include <cstdarg>
@@ -19,7 +19,7 @@ constexpr VeltLogLevel kLevel{2};
 constexpr std::size_t kMessageCapacity = 2048;
 
 // Two threads may both read the file at first use; they store the same values.
-std::atomic<bool> loaded{false};  // release after the switches, acquire before them
+std::atomic<bool> loaded{false};  // stored with release after the switches, loaded with acquire before them
 std::atomic<bool> print_enabled{false};
 std::atomic<bool> log_enabled{true};
 
@@ -31,7 +31,7 @@ void LoadSwitch(char const* key, std::atomic<bool>& enabled) {
 
 void TraceUnderModule(VeltLogLevel level, char const* text, bool print, bool log) {
   VeltDebugMgr* const manager = VeltDebugMgr::Instance();
-  if (manager == nullptr) return;  // its lock failed; there is nobody to tell
+  if (manager == nullptr) return;  // its lock failed; these functions report no errors
   manager->Trace(kModule, level, text, nullptr, print, log);
 }
 
@@ -41,7 +41,7 @@ void VeltMrbTraceSatus() {
   if (loaded.load(std::memory_order_acquire)) return;
   LoadSwitch(kPrintKey, print_enabled);
   LoadSwitch(kLogKey, log_enabled);
-  loaded.store(true, std::memory_order_release);  // also when there was no file: it is looked for once
+  loaded.store(true, std::memory_order_release);  // even without a file: it is looked for only once
 }
 
 void VeltMrbTrace(char const* text, int print, int log) {

@@ -15,7 +15,7 @@ ServiceWaitState::ServiceWaitState() : m_pMutex(new Mutex) {
 }
 
 ServiceWaitState::~ServiceWaitState() {
-  delete m_pMutex;  // first: destroying the condition does not touch it
+  delete m_pMutex;  // may go first: destroying the condition does not touch it
   m_pMutex = nullptr;
   delete m_pCond;
 }
@@ -38,7 +38,7 @@ BaseUtilInternal* BaseUtilInternal::Instance() {
   // Acquire: what the creating thread wrote is seen with the pointer.
   BaseUtilInternal* instance = State::m_pInstance.load(std::memory_order_acquire);
   if (instance != nullptr) return instance;
-  // Goes on unguarded when the lock fails: a service must be able to wait.
+  // Goes on without the lock if it cannot be taken: a service must be able to wait.
   velt::MutexLock const lock(State::m_instMutex);
   instance = State::m_pInstance.load(std::memory_order_acquire);
   if (instance == nullptr) {
@@ -56,8 +56,8 @@ void BaseUtilInternal::Destroy() {
 }
 
 void BaseUtilInternal::ServiceWait() {
-  velt::MutexLock const lock(*m_pState->m_pMutex);  // a condition wants its mutex held, for the wait alone
-  (void)m_pState->m_pCond->wait();                  // errno tells of a failure
+  velt::MutexLock const lock(*m_pState->m_pMutex);  // wait() releases it while the thread sleeps
+  (void)m_pState->m_pCond->wait();                  // a failure leaves its code in errno
 }
 
 void BaseUtilInternal::ServiceExit() { (void)m_pState->m_pCond->signal(); }

@@ -1,4 +1,4 @@
-// What the service wait works on.
+// The state behind BaseUtilInternal.
 #ifndef VELT_PROCESS_SERVICE_WAIT_H
 #define VELT_PROCESS_SERVICE_WAIT_H
 
@@ -19,10 +19,11 @@ struct ServiceWaitState {
   ServiceWaitState(ServiceWaitState const&) = delete;
   ServiceWaitState& operator=(ServiceWaitState const&) = delete;
 
-  static std::atomic<BaseUtilInternal*> m_pInstance;  // release when made, acquire where used
-  static Mutex m_instMutex;                           // creation and destruction
+  static std::atomic<BaseUtilInternal*> m_pInstance;  // stored with release, loaded with acquire
+  static Mutex m_instMutex;                           // held while the instance is made or destroyed
 
-  // For a forked child: a condition with waiters in the parent can be neither signalled nor destroyed here.
+  // For a forked child: sets the inherited instance aside. Its condition may have waiters in the parent, so
+  // the child can neither signal nor destroy it.
   static void KeepInheritedInstance() noexcept;
 
   Mutex* m_pMutex;                          // owned; the mutex of the condition
