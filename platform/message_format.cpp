@@ -11,26 +11,35 @@
 namespace velt {
 namespace {
 
-// A text of bounded length; what does not fit is cut.
+// A text of bounded length; what does not fit is cut. A text that outgrows its buffer moves to the larger one
+// first, if there is one.
 class BoundedText {
  public:
-  BoundedText(char* buffer, std::size_t capacity)
-      : at_(buffer), begin_(buffer), end_(buffer + capacity - 1) {}
+  BoundedText(char* buffer, std::size_t capacity, char* larger, std::size_t larger_capacity)
+      : at_(buffer),
+        begin_(buffer),
+        end_(buffer + capacity - 1),
+        larger_(larger),
+        larger_end_(larger == nullptr ? nullptr : larger + larger_capacity - 1) {}
 
   void Add(char const* text, std::size_t length) {
-    auto const room = static_cast<std::size_t>(end_ - at_);
-    std::size_t const kept = length < room ? length : room;
-    std::memcpy(at_, text, kept);
-    at_ += kept;
+    if (length > Room()) {
+      if (larger_ != nullptr) MoveToLarger();
+      if (length > Room()) length = Room();
+    }
+    std::memcpy(at_, text, length);
+    at_ += length;
   }
   void AddText(char const* text) {
     if (text == nullptr) text = "(null)";  // the C library's text for it
-    Add(text, strnlen(text, static_cast<std::size_t>(end_ - at_)));
+    // As far as can be kept, in the larger buffer too: behind that there may be no end of it.
+    auto const larger = static_cast<std::size_t>(larger_end_ - larger_);
+    Add(text, strnlen(text, larger_ == nullptr ? Room() : larger));
   }
   template <typename Number>
   void AddNumber(Number number) {
-    constexpr std::ptrdiff_t kMostDigits = 24;
-    if (end_ - at_ >= kMostDigits) {
+    constexpr std::size_t kMostDigits = 24;
+    if (Room() >= kMostDigits) {
       at_ = std::to_chars(at_, end_, number).ptr;
       return;
     }
@@ -42,11 +51,25 @@ class BoundedText {
     *at_ = '\0';
     return static_cast<std::size_t>(at_ - begin_);
   }
+  bool IsIn(char const* buffer) const { return begin_ == buffer; }
 
  private:
+  std::size_t Room() const { return static_cast<std::size_t>(end_ - at_); }
+
+  void MoveToLarger() {
+    auto const length = static_cast<std::size_t>(at_ - begin_);
+    std::memcpy(larger_, begin_, length);
+    begin_ = larger_;
+    at_ = larger_ + length;
+    end_ = larger_end_;
+    larger_ = nullptr;
+  }
+
   char* at_;
   char* begin_;
-  char* end_;  // the last byte of the buffer, which is kept for the NUL
+  char* end_;     // the last byte of the buffer, which is kept for the NUL
+  char* larger_;  // null when there is none, or the text is there
+  char* larger_end_;
 };
 
 // Expands the conversion behind an 'l'. Returns false for any but d, i and u.
@@ -108,25 +131,15 @@ bool FormatPlain(BoundedText& out, char const* format, std::va_list& args) {
   }
 }
 
-}  // namespace
-
-Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args) {
-  buffer[0] = '\0';
+// Expands by the C library what is not plain, and a null format not at all.
+Message ExpandOther(char* buffer, std::size_t capacity, char const* format, std::va_list args)
+    VELT_PRINTF_FORMAT(3, 0);
+Message ExpandOther(char* buffer, std::size_t capacity, char const* format, std::va_list args) {
+  buffer[0] = '\0';  // removes what an attempt to expand it plainly wrote
   if (format == nullptr) {
     errno = EINVAL;
     return {-1, 0};
   }
-  std::va_list plain;
-  va_copy(plain, args);
-  BoundedText text(buffer, capacity);
-  bool const done = FormatPlain(text, format, plain);
-  va_end(plain);
-  if (done) {
-    std::size_t const length = text.Finish();
-    return {static_cast<int>(length), length};
-  }
-
-  buffer[0] = '\0';  // removes what the attempt above wrote
   if (AsksForGiantField(format, args)) {
     errno = EOVERFLOW;
     return {-1, 0};
@@ -136,6 +149,37 @@ Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, st
   if (length < 0) return {-1, 0};
   bool const cut = static_cast<std::size_t>(length) >= capacity;
   return {cut ? static_cast<int>(capacity - 1) : length, std::strlen(buffer)};
+}
+
+// Returns false, with some text in the buffer, for what ExpandOther is for.
+bool ExpandPlain(BoundedText& text, char const* format, std::va_list args) VELT_PRINTF_FORMAT(2, 0);
+bool ExpandPlain(BoundedText& text, char const* format, std::va_list args) {
+  if (format == nullptr) return false;
+  std::va_list plain;
+  va_copy(plain, args);
+  bool const done = FormatPlain(text, format, plain);
+  va_end(plain);
+  return done;
+}
+
+Message Finished(BoundedText& text) {
+  std::size_t const length = text.Finish();
+  return {static_cast<int>(length), length};
+}
+
+}  // namespace
+
+Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args) {
+  BoundedText text(buffer, capacity, nullptr, 0);
+  if (ExpandPlain(text, format, args)) return Finished(text);
+  return ExpandOther(buffer, capacity, format, args);
+}
+
+PlacedMessage ExpandMessageInto(char* near, std::size_t near_capacity, char* far, std::size_t far_capacity,
+                                char const* format, std::va_list args) {
+  BoundedText text(near, near_capacity, far, far_capacity);
+  if (ExpandPlain(text, format, args)) return {Finished(text), text.IsIn(near)};
+  return {ExpandOther(far, far_capacity, format, args), false};
 }
 
 int FormatMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args) {

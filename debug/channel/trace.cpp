@@ -3,6 +3,8 @@
 #include <sys/time.h>
 
 #include <array>
+#include <cerrno>
+#include <cstdarg>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -16,6 +18,7 @@
 #include "debug/channel/record.h"
 #include "debug/channel/record_node.h"
 #include "debug/channel/ring.h"
+#include "platform/message_format.h"
 #include "platform/thread_id.h"
 #include "platform/time_stamp.h"
 
@@ -23,7 +26,8 @@ namespace velt {
 namespace {
 
 constexpr std::size_t kLongestMessage = 2048;
-constexpr std::size_t kTextOverhead = 18;  // spaces, tag and NUL, with room to spare
+constexpr std::size_t kLongestPrinted = 2046;  // of an expanded one
+constexpr std::size_t kTextOverhead = 18;      // spaces, tag and NUL, with room to spare
 constexpr std::size_t kLongestModule =
     INT32_MAX - kLongestMessage - kTextOverhead;  // a text's size is an int
 constexpr std::size_t kTagLength = 3;
@@ -49,12 +53,10 @@ char* AppendText(char* at, char const* text, std::size_t length) {
   return at + length;
 }
 
-std::unique_ptr<OutDataUnit> MakeRecord(std::string const& module, VeltLogLevel level, char const* text,
-                                        std::size_t length, AsnType const* asn) {
+// A record without its stamp and text. It has the arrays of its node for both.
+std::unique_ptr<OutDataUnit> MakeRecord(std::string const& module, VeltLogLevel level, bool print, bool log) {
   auto rec = std::make_unique<OutDataUnit>();
-  RecordNode* const node = NodeOf(rec.get());
-  node->LendArrays(*rec);
-  WriteTimeStamp(TimeOfDay(), rec->m_pTimeStamp);
+  NodeOf(rec.get())->LendArrays(*rec);
   rec->m_nThreadId = ThreadId();
   rec->m_nLevel = level < 4 || level == kCheckedOutLevel ? static_cast<int32_t>(level) : kDefaultLevel;
   if (module.size() == 1 && module.front() == ' ') {
@@ -62,18 +64,28 @@ std::unique_ptr<OutDataUnit> MakeRecord(std::string const& module, VeltLogLevel 
   } else {
     rec->m_strModule = module;
   }
-  std::size_t const text_size = length + module.size() + kTextOverhead;
-  if (text_size > sizeof node->text) rec->m_pText = new char[text_size];
-  char* at = rec->m_pText;
+  rec->m_bPrint = print;
+  rec->m_bLog = log;
+  return rec;
+}
+
+void Stamp(OutDataUnit& rec) { WriteTimeStamp(TimeOfDay(), rec.m_pTimeStamp); }
+
+// Writes what comes before the message; returns its end.
+char* WriteTextHead(char* at, std::string const& module, VeltLogLevel level) {
   *at++ = ' ';
   at = AppendText(at, module.data(), module.size());
   *at++ = ' ';
   std::string_view const tag = TagOf(level);
-  if (!tag.empty()) at = AppendText(at, tag.data(), kTagLength);
-  at = AppendText(at, text, length);
+  return tag.empty() ? at : AppendText(at, tag.data(), kTagLength);
+}
+
+void WriteText(OutDataUnit& rec, std::string const& module, VeltLogLevel level, char const* text,
+               std::size_t length) {
+  std::size_t const text_size = length + module.size() + kTextOverhead;
+  if (text_size > kNodeTextBytes) rec.m_pText = new char[text_size];
+  char* const at = AppendText(WriteTextHead(rec.m_pText, module, level), text, length);
   *at = '\0';
-  if (asn != nullptr) rec->m_pAsn = asn->Clone();
-  return rec;
 }
 
 // Queues `rec`, whose block is `block`, and releases it to the queue. Returns false, with the record still
@@ -96,23 +108,51 @@ bool Enqueue(ChannelState& state, std::unique_ptr<OutDataUnit>& rec, ACE_Message
 
 }  // namespace
 
+bool TakesRecords(ChannelState const& state) {
+  // Relaxed: the queue's lock orders everything that a record carries.
+  return state.m_bThreadStarted.load(std::memory_order_relaxed) && !state.InheritedByFork();
+}
+
+bool KeepsFiltered(ChannelState const& state) {
+  return state.m_nFiltLogBufSize != 0 || state.m_bPrint || state.m_bLog;
+}
+
 bool TraceText(ChannelState& state, std::string const& module, VeltLogLevel level, char const* text,
                std::size_t length, AsnType const* asn, bool print, bool log) {
-  // Relaxed: the queue's lock orders everything that a record carries.
-  if (text == nullptr || !state.m_bThreadStarted.load(std::memory_order_relaxed) || state.InheritedByFork()) {
-    return false;
-  }
+  if (text == nullptr || !TakesRecords(state)) return false;
   if (module.size() > kLongestModule) return false;
-  print = print || state.m_bPrint;
-  log = log || state.m_bLog;
-  if (!print && !log && state.m_nFiltLogBufSize == 0)
-    return true;  // nobody will see it: nothing is made for it
+  if (!print && !log && !KeepsFiltered(state)) return true;  // nobody will see it: nothing is made for it
 
   if (length == std::string::npos) length = strnlen(text, kLongestMessage);
-  std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, text, length, asn);
-  made->m_bPrint = print;
-  made->m_bLog = log;
+  std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, print || state.m_bPrint, log || state.m_bLog);
+  Stamp(*made);
+  WriteText(*made, module, level, text, length);
+  if (asn != nullptr) made->m_pAsn = asn->Clone();
   return Enqueue(state, made, &NodeOf(made.get())->block);
+}
+
+Printed TraceFormat(ChannelState& state, std::string const& module, VeltLogLevel level, char const* fmt,
+                    std::va_list args, bool print, bool log) {
+  if (module.size() > kLongestModule) return Printed::kRefused;
+  std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, print || state.m_bPrint, log || state.m_bLog);
+  std::array<char, kLongestPrinted + 1> elsewhere;
+  PlacedMessage placed{};
+  if (module.size() + kTextOverhead < kNodeTextBytes) {
+    char* const at = WriteTextHead(made->m_pText, module, level);
+    auto const room = static_cast<std::size_t>(made->m_pText + kNodeTextBytes - at);
+    placed = ExpandMessageInto(at, room, elsewhere.data(), elsewhere.size(), fmt, args);
+  } else {
+    placed.message = ExpandMessage(elsewhere.data(), elsewhere.size(), fmt, args);
+  }
+  if (placed.message.kept <= 0) {
+    int const error = errno;
+    made.reset();
+    errno = error;
+    return Printed::kNotExpanded;
+  }
+  if (!placed.near) WriteText(*made, module, level, elsewhere.data(), placed.message.length);
+  Stamp(*made);
+  return Enqueue(state, made, &NodeOf(made.get())->block) ? Printed::kTraced : Printed::kRefused;
 }
 
 bool TraceRecord(ChannelState& state, OutDataUnit*& rec) {

@@ -2,6 +2,7 @@
 #ifndef VELT_DEBUG_CHANNEL_TRACE_H
 #define VELT_DEBUG_CHANNEL_TRACE_H
 
+#include <cstdarg>
 #include <cstddef>
 #include <string>
 
@@ -17,6 +18,23 @@ inline constexpr char const* kUnnamedModule = " ";
 // VeltDebugInfo::Trace. `length` is strlen(text) if known, else npos.
 bool TraceText(ChannelState& state, std::string const& module, VeltLogLevel level, char const* text,
                std::size_t length, AsnType const* asn, bool print, bool log);
+
+// Whether the channel takes records: its thread was started, by this process.
+bool TakesRecords(ChannelState const& state);
+
+// Whether the channel has a use for a record that its module wants on no output.
+bool KeepsFiltered(ChannelState const& state);
+
+enum class Printed {
+  kTraced,
+  kRefused,      // as where TraceText returns false
+  kNotExpanded,  // nothing was traced; errno says why, unless the text is only empty
+};
+
+// Expands `fmt` to at most 2046 characters and traces it, like ExpandMessage and TraceText. A usual message
+// is expanded in the array of its record: no second copy of it is made. The channel must take records.
+Printed TraceFormat(ChannelState& state, std::string const& module, VeltLogLevel level, char const* fmt,
+                    std::va_list args, bool print, bool log) VELT_PRINTF_FORMAT(4, 0);
 
 // VeltDebugInfo::TraceInner.
 bool TraceRecord(ChannelState& state, OutDataUnit*& rec);

@@ -19,6 +19,7 @@
 namespace {
 
 constexpr int kLargestLevel = 32;
+constexpr int kLevels = 32;                 // that a set has
 constexpr std::size_t kSubNameLimit = 129;  // the first length that is refused
 constexpr std::size_t kLongestKey = 511;
 constexpr std::size_t kMessageCapacity = 2047;
@@ -31,13 +32,6 @@ using velt::ManagerState;
 bool TraceToMain(ManagerState& state, std::string const& module, VeltLogLevel level, char const* text,
                  std::size_t length, AsnType const* asn, velt::OutputFlags asked);
 
-using Buffer = std::array<char, kMessageCapacity>;
-
-velt::Message Format(Buffer& buffer, char const* fmt, std::va_list args) VELT_PRINTF_FORMAT(2, 0);
-velt::Message Format(Buffer& buffer, char const* fmt, std::va_list args) {
-  return velt::ExpandMessage(buffer.data(), buffer.size(), fmt, args);
-}
-
 // Standard output belongs to the host: it may throw, when the host has asked it to.
 void SayThatPrintfFailed(int error) try {
   std::cout << "Printf failed. errno:" << error << std::endl;
@@ -45,43 +39,78 @@ void SayThatPrintfFailed(int error) try {
   return;
 }
 
+// What becomes of a Printf call.
+enum class Way {
+  kUsual,    // into the main channel, with known flags
+  kNowhere,  // no output and no ring wants it
+  kOther,    // decided when the text is there
+};
+
+Way WayOf(ManagerState& state, VeltLogLevel level, std::string const& module, velt::OutputFlags& flags) {
+  // Relaxed: only whether there is an engine counts here.
+  bool const usual = state.m_pEngine.load(std::memory_order_relaxed) == nullptr &&
+                     state.m_pChannel != nullptr && level >= 0 && level < kLevels &&
+                     velt::TakesRecords(velt::ChannelState::Of(*state.m_pChannel));
+  if (!usual) return Way::kOther;
+  flags = velt::ResolveFlags(state, module, level, {});
+  bool const wanted =
+      flags.print || flags.log || velt::KeepsFiltered(velt::ChannelState::Of(*state.m_pChannel));
+  return wanted ? Way::kUsual : Way::kNowhere;
+}
+
+// Returns false, with errno as the expansion left it, when there is no message.
+bool ExpandAndTrace(ManagerState& state, std::string const& module, VeltLogLevel level, char const* fmt,
+                    std::va_list args) VELT_PRINTF_FORMAT(4, 0);
+bool ExpandAndTrace(ManagerState& state, std::string const& module, VeltLogLevel level, char const* fmt,
+                    std::va_list args) {
+  std::array<char, kMessageCapacity> buffer;
+  velt::Message const message = velt::ExpandMessage(buffer.data(), buffer.size(), fmt, args);
+  if (message.kept <= 0) return false;
+  TraceToMain(state, module, level, buffer.data(), message.length, nullptr, {});
+  return true;
+}
+
+// Returns false as ExpandAndTrace does; a message that nobody wants is expanded only if `mustExpand`.
+bool Print(ManagerState& state, std::string const& module, VeltLogLevel level, bool mustExpand,
+           char const* fmt, std::va_list args) VELT_PRINTF_FORMAT(5, 0);
+bool Print(ManagerState& state, std::string const& module, VeltLogLevel level, bool mustExpand,
+           char const* fmt, std::va_list args) {
+  velt::OutputFlags flags{};
+  Way const way = WayOf(state, level, module, flags);
+  if (way == Way::kUsual) {
+    return velt::TraceFormat(velt::ChannelState::Of(*state.m_pChannel), module, level, fmt, args, flags.print,
+                             flags.log) != velt::Printed::kNotExpanded;
+  }
+  if (way == Way::kNowhere && !mustExpand) return true;
+  return ExpandAndTrace(state, module, level, fmt, args);
+}
+
 }  // namespace
 
 void VeltDebugMgr::Printf(VeltLogLevel level, char const* fmt, ...) {
   if (!IsInit()) return;
-  Buffer buffer;
   std::va_list args;
   va_start(args, fmt);
-  velt::Message const message = Format(buffer, fmt, args);
+  bool const expanded = Print(*m_pState, m_pState->m_strDefaultModule, level, true, fmt, args);
   int const error = errno;  // before anything else can change it
   va_end(args);
-  if (message.kept <= 0) {
-    SayThatPrintfFailed(error);
-    return;
-  }
-  TraceToMain(*m_pState, m_pState->m_strDefaultModule, level, buffer.data(), message.length, nullptr, {});
+  if (!expanded) SayThatPrintfFailed(error);
 }
 
 void VeltDebugMgr::Printf(VeltLogLevel level, VeltInterString const& module, char const* fmt, ...) {
   if (!IsInit()) return;
-  Buffer buffer;
   std::va_list args;
   va_start(args, fmt);
-  velt::Message const message = Format(buffer, fmt, args);
+  (void)Print(*m_pState, module, level, false, fmt, args);  // this form says nothing of a failure
   va_end(args);
-  if (message.kept > 0) TraceToMain(*m_pState, module, level, buffer.data(), message.length, nullptr, {});
 }
 
 void VeltDebugMgr::Printf(char const* fmt, ...) {
   if (!IsInit()) return;
-  Buffer buffer;
   std::va_list args;
   va_start(args, fmt);
-  velt::Message const message = Format(buffer, fmt, args);
+  (void)Print(*m_pState, m_pState->m_strDefaultModule, m_pState->m_defaultLevel, false, fmt, args);
   va_end(args);
-  if (message.kept <= 0) return;
-  TraceToMain(*m_pState, m_pState->m_strDefaultModule, m_pState->m_defaultLevel, buffer.data(),
-              message.length, nullptr, {});
 }
 
 bool VeltDebugMgr::Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,

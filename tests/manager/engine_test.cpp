@@ -104,6 +104,21 @@ class EngineTest : public ::testing::Test {
 
 // --- what an engine receives ---
 
+TEST_F(EngineTest, PrintfGivesTheEngineWhatNoOutputAndNoRingWouldTake) {
+  WriteFile(host_.ConfigFile(), "nFiltLogBufSize = 0\nnet_level = 1\ndebug_level = 1\n");
+  ASSERT_TRUE(host_.Init());
+  ASSERT_TRUE(Manager()->RegDebugEngine(new NotingEngine(log_)));
+
+  Manager()->Printf(VeltLogLevel{3}, VeltInterString("net"), "%s %d", "text", 1);
+  Manager()->Printf(VeltLogLevel{32}, VeltInterString("net"), "level %d", 32);
+  Manager()->Printf(VeltLogLevel{3}, "default");
+
+  ASSERT_EQ(log_.calls.size(), 3U);
+  EXPECT_EQ(log_.calls[0].text, "text 1");
+  EXPECT_EQ(log_.calls[1].text, "level 32");
+  EXPECT_EQ(log_.calls[2].text, "default");
+}
+
 TEST_F(EngineTest, ATraceGoesToTheEngineWithTheCallersOwnArguments) {
   ASSERT_TRUE(host_.Init());
   ASSERT_TRUE(Manager()->RegDebugEngine(new NotingEngine(log_)));

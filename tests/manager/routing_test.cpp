@@ -469,7 +469,87 @@ TEST_F(RoutingTest, OddFormatsGiveWhatTheCLibraryGives) {
   EXPECT_EQ(Logged(), (Strings{"  I: b a", "  I: (null)"}));
 }
 
+// --- formats that nobody would see ---
+
+// Without a ring; "net" has level 0 alone, as has the default module.
+constexpr char const* kNothingKept = "nFiltLogBufSize = 0\nnet_level = 1\nnet_output = 01\ndebug_level = 1\n";
+
+TEST_F(RoutingTest, AFormatThatNobodyWouldSeeIsNotExpanded) {
+  Start(kNothingKept);
+  int written = -1;
+  char const* const counting = "four%n";
+
+  Manager()->Printf(kLevel3, VeltInterString("net"), counting, &written);
+  EXPECT_EQ(written, -1) << "with a module";
+  Manager()->Printf(counting, &written);
+  EXPECT_EQ(written, -1) << "format alone";
+  Manager()->Printf(kLevel0, VeltInterString("net"), counting, &written);
+  EXPECT_EQ(written, 4) << "wanted";
+
+  EXPECT_EQ(Logged(), (Strings{" net A: four"}));
+  EXPECT_EQ(output_.Text(), "");
+}
+
+TEST_F(RoutingTest, AFormatThatTheRingTakesIsExpandedAtOnce) {
+  Start("nFiltLogBufSize = 1\nnet_level = 1\nnet_output = 01\n");
+  std::string text = "before";
+
+  Manager()->Printf(kLevel3, VeltInterString("net"), "%s", text.c_str());
+  text = "behind";
+  Manager()->Printf(kLevel0, VeltInterString("net"), "alarm");
+
+  EXPECT_EQ(Logged(), (Strings{" net I: before", " net A: alarm"}));
+}
+
+TEST_F(RoutingTest, WithoutARingTheFirstFormStillSaysThatAFormatFailed) {
+  Start(kNothingKept);
+  char const* const too_wide = "%2147483648d";
+
+  errno = 0;
+  Manager()->Printf(kLevel3, too_wide, 1);
+  Manager()->Printf(kLevel3, VeltInterString("net"), too_wide, 1);
+  Manager()->Printf(too_wide, 1);
+
+  EXPECT_TRUE(Logged().empty());
+  EXPECT_EQ(output_.Text(), "Printf failed. errno:" + std::to_string(EOVERFLOW) + "\n");
+}
+
+TEST_F(RoutingTest, AFormatThatFailsHidesALevelThatThrows) {
+  Start(kNothingKept);
+  char const* const too_wide = "%2147483648d";
+
+  for (VeltLogLevel const level : {VeltLogLevel{32}, VeltLogLevel{-1}, VeltLogLevel{INT_MIN}}) {
+    EXPECT_NO_THROW(Manager()->Printf(level, too_wide, 1)) << level;
+    EXPECT_NO_THROW(Manager()->Printf(level, VeltInterString("net"), too_wide, 1)) << level;
+    EXPECT_THROW(Manager()->Printf(level, "x"), std::out_of_range) << level;
+    EXPECT_THROW(Manager()->Printf(level, VeltInterString("net"), "x"), std::out_of_range) << level;
+  }
+  EXPECT_NO_THROW(Manager()->Printf(VeltLogLevel{33}, VeltInterString("net"), "x"));
+
+  EXPECT_TRUE(Logged().empty());
+  EXPECT_EQ(CountOf(output_.Text(), "Printf failed. errno:"), 3U);
+}
+
 #pragma GCC diagnostic pop
+
+// A usual message is expanded where its record keeps it, a longer one elsewhere.
+TEST_F(RoutingTest, PrintfKeepsMessagesOfEveryLengthWhole) {
+  Start();
+  Strings expected;
+  for (std::size_t length = 1; length <= 420; ++length) {
+    std::string text(length, '.');
+    for (std::size_t i = 0; i < length; ++i) text[i] = static_cast<char>('a' + i % 26);
+    Manager()->Printf(kLevel3, VeltInterString("net"), "%s%d%s", text.c_str(), 7, "end");
+    expected.push_back(" net I: " + text + "7end");
+  }
+  for (std::size_t const length : {180, 200, 203, 204, 300}) {
+    std::string const module(length, 'm');
+    Manager()->Printf(kLevel0, VeltInterString(module), "%s", "message");
+    expected.push_back(' ' + module + " A: message");
+  }
+
+  EXPECT_EQ(Logged(), expected);
+}
 
 // --- AppTrace ---
 

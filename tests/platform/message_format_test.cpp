@@ -27,6 +27,80 @@ int Expand(char* buffer, std::size_t capacity, char const* format, ...) {
   return result;
 }
 
+PlacedMessage ExpandInto(char* near, std::size_t near_capacity, char* far, std::size_t far_capacity,
+                         char const* format, ...) {
+  std::va_list args;
+  va_start(args, format);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  PlacedMessage const result = ExpandMessageInto(near, near_capacity, far, far_capacity, format, args);
+#pragma GCC diagnostic pop
+  va_end(args);
+  return result;
+}
+
+// What a message of 5 + 10 + 1 + `tail` characters comes to with room for `near` and 64 bytes.
+struct Expanded {
+  bool near;
+  std::string text;
+};
+Expanded ExpandTail(std::size_t near_capacity, std::size_t tail) {
+  std::string near(near_capacity + 1, '#');
+  std::string far(65, '#');
+  std::string const text(tail, 'x');
+  PlacedMessage const placed =
+      ExpandInto(near.data(), near_capacity, far.data(), 64, "head %d,%s", -123456789, text.c_str());
+  EXPECT_EQ(near[near_capacity], '#') << "written behind its end";
+  EXPECT_EQ(far[64], '#') << "written behind its end";
+  std::string const& buffer = placed.near ? near : far;
+  EXPECT_EQ(static_cast<std::size_t>(placed.message.kept), placed.message.length);
+  EXPECT_EQ(placed.message.length, std::strlen(buffer.c_str()));
+  return {placed.near, buffer.c_str()};
+}
+
+TEST(MessageFormatTest, AMessageIsExpandedNearWhereItFits) {
+  Expanded const fits = ExpandTail(21, 4);
+  Expanded const outgrows = ExpandTail(21, 5);
+
+  EXPECT_TRUE(fits.near);
+  EXPECT_EQ(fits.text, "head -123456789,xxxx");
+  EXPECT_FALSE(outgrows.near);
+  EXPECT_EQ(outgrows.text, "head -123456789,xxxxx");
+}
+
+TEST(MessageFormatTest, AMessageMayOutgrowTheNearBufferAnywhere) {
+  for (std::size_t capacity = 1; capacity <= 20; ++capacity) {
+    Expanded const expanded = ExpandTail(capacity, 4);
+
+    EXPECT_FALSE(expanded.near) << capacity;
+    EXPECT_EQ(expanded.text, "head -123456789,xxxx") << capacity;
+  }
+}
+
+TEST(MessageFormatTest, AMessageThatOutgrowsBothBuffersIsCutInTheFarOne) {
+  Expanded const whole = ExpandTail(21, 47);
+  Expanded const cut = ExpandTail(21, 48);
+
+  EXPECT_EQ(whole.text, "head -123456789," + std::string(47, 'x'));
+  EXPECT_FALSE(cut.near);
+  EXPECT_EQ(cut.text, "head -123456789," + std::string(47, 'x'));
+}
+
+TEST(MessageFormatTest, OtherConversionsAndFailuresGoToTheFarBuffer) {
+  char near[32];
+  char far[64];
+
+  PlacedMessage const hex = ExpandInto(near, sizeof near, far, sizeof far, "%s %04x", "a", 255);
+  EXPECT_FALSE(hex.near);
+  EXPECT_EQ(hex.message.kept, 6);
+  EXPECT_STREQ(far, "a 00ff");
+  errno = 0;
+  PlacedMessage const failed = ExpandInto(near, sizeof near, far, sizeof far, nullptr);
+  EXPECT_FALSE(failed.near);
+  EXPECT_EQ(failed.message.kept, -1);
+  EXPECT_EQ(errno, EINVAL);
+}
+
 TEST(MessageFormatTest, ReturnsTheLengthOfAMessageThatFits) {
   char buffer[16] = "unset";
 
