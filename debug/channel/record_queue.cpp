@@ -73,8 +73,11 @@ bool RecordQueue::EnqueueWithin(ACE_Message_Block* block, std::chrono::milliseco
       errno = ESHUTDOWN;
       return false;
     }
-    if (cur_bytes_ >= high_water_mark_ && !WaitForRoom_i(wait)) return false;
-    Append_i(block);
+    if (cur_bytes_ < high_water_mark_) {
+      Append_i(block);
+    } else if (!AppendWhenRoom_i(block, wait)) {
+      return false;
+    }
     wake = taker_waits_;
     taker_waits_ = false;
   }
@@ -83,7 +86,7 @@ bool RecordQueue::EnqueueWithin(ACE_Message_Block* block, std::chrono::milliseco
   return true;
 }
 
-bool RecordQueue::WaitForRoom_i(std::chrono::milliseconds wait) {
+bool RecordQueue::AppendWhenRoom_i(ACE_Message_Block* block, std::chrono::milliseconds wait) {
   bool const own_thread = has_taker_ && pthread_equal(taker_, pthread_self()) != 0;
   if (own_thread || wait.count() <= 0) {
     errno = EWOULDBLOCK;
@@ -92,10 +95,42 @@ bool RecordQueue::WaitForRoom_i(std::chrono::milliseconds wait) {
   // The wait begins here: what a caller did to make its record does not shorten it.
   ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(wait);
   NoCancellation const none;
-  callers_waiting_.fetch_add(1, std::memory_order_relaxed);
-  int const waited = wait_not_full_cond(&deadline);
-  callers_waiting_.fetch_sub(1, std::memory_order_relaxed);
-  return waited != -1;
+  Caller caller{block, lock_};
+  (last_caller_ == nullptr ? first_caller_ : last_caller_->next) = &caller;
+  last_caller_ = &caller;
+  callers_wait_.store(true, std::memory_order_relaxed);
+  while (!caller.queued) {
+    if (caller.queued_cond.wait(&deadline) != -1 || caller.queued) continue;
+    if (errno == ETIME) errno = EWOULDBLOCK;
+    RemoveCaller_i(caller);
+    return false;
+  }
+  return true;
+}
+
+void RecordQueue::GiveRoomToCallers_i() {
+  if (first_caller_ == nullptr || cur_bytes_ > low_water_mark_) return;
+  bool const was_empty = head_ == nullptr;
+  while (first_caller_ != nullptr && cur_bytes_ < high_water_mark_) {
+    Caller& caller = *first_caller_;
+    RemoveCaller_i(caller);
+    Append_i(caller.block);
+    caller.queued = true;
+    (void)caller.queued_cond.signal();  // before the lock is released: it ends with its caller's wait
+  }
+  if (was_empty) (void)not_empty_cond_.broadcast();  // who waits has found it empty
+}
+
+void RecordQueue::RemoveCaller_i(Caller const& caller) {
+  Caller* before = nullptr;
+  Caller** link = &first_caller_;
+  while (*link != &caller) {
+    before = *link;
+    link = &before->next;
+  }
+  *link = caller.next;
+  if (last_caller_ == &caller) last_caller_ = before;
+  callers_wait_.store(first_caller_ != nullptr, std::memory_order_relaxed);
 }
 
 ACE_Message_Block* RecordQueue::TakeAll(ACE_Time_Value* deadline) {
@@ -121,8 +156,8 @@ ACE_Message_Block* RecordQueue::TakeAll(ACE_Time_Value* deadline) {
   taker_ = pthread_self();
   has_taker_ = true;
   ACE_Message_Block* const all = head_;
-  GiveBack_i(1);  // the one that is dealt with now is queued no longer
   head_ = tail_ = nullptr;
+  GiveBack_i(1);  // the one that is dealt with now is queued no longer
   return all;
 }
 
@@ -134,9 +169,7 @@ void RecordQueue::GiveBack(std::size_t count) {
 void RecordQueue::GiveBack_i(std::size_t count) {
   cur_count_ -= count;
   cur_bytes_ -= count * sizeof(OutDataUnit);
-  if (callers_waiting_.load(std::memory_order_relaxed) != 0 && cur_bytes_ <= low_water_mark_) {
-    (void)not_full_cond_.broadcast();
-  }
+  GiveRoomToCallers_i();
 }
 
 void RecordQueue::PutBack(ACE_Message_Block* chain) {
@@ -175,9 +208,12 @@ bool RecordQueue::EnqueueEvicting(ACE_Message_Block* block, std::size_t capacity
     oldest->next(evicted);
     evicted = oldest;
   }
-  if (cur_bytes_ >= high_water_mark_ && !WaitForRoom_i(Wait())) return false;
   bool const was_empty = head_ == nullptr;
-  Append_i(block);
+  if (cur_bytes_ < high_water_mark_) {
+    Append_i(block);
+  } else if (!AppendWhenRoom_i(block, Wait())) {
+    return false;
+  }
   if (was_empty) (void)not_empty_cond_.broadcast();  // who waits has found it empty
   return true;
 }
@@ -199,6 +235,7 @@ ACE_Message_Block* RecordQueue::TryDequeue() {
   QueueLock const guard(lock_);
   ACE_Message_Block* block = nullptr;
   if (!guard.locked() || head_ == nullptr || dequeue_head_i(block) == -1) return nullptr;
+  GiveRoomToCallers_i();
   return block;
 }
 

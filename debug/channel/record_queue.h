@@ -26,8 +26,9 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   void SetWait(std::chrono::milliseconds wait) noexcept;
 
   // Puts `block` at the end. Waits for room while the queue is at its water mark, but not on the thread that
-  // empties it: nobody else would make room. Returns true when it was queued; false, with errno EWOULDBLOCK
-  // after a wait in vain, leaves it the caller's.
+  // empties it: nobody else would make room. Callers get room in the order in which they came: on a slow
+  // device one of them would else be passed over until its time is up. Returns true when it was queued;
+  // false, with errno EWOULDBLOCK after a wait in vain, leaves it the caller's.
   bool EnqueueRecord(ACE_Message_Block* block);
 
   // The same with a wait of its own.
@@ -44,7 +45,7 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   void GiveBack(std::size_t count);
 
   // Whether a caller waits for room now; then it is worth giving room back early.
-  bool CallersWait() const noexcept { return callers_waiting_.load(std::memory_order_relaxed) != 0; }
+  bool CallersWait() const noexcept { return callers_wait_.load(std::memory_order_relaxed); }
 
   // Puts the rest of a chain that TakeAll gave, all of it still counted, back at the head.
   void PutBack(ACE_Message_Block* chain);
@@ -60,16 +61,28 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   ACE_Message_Block* TryDequeue();
 
  private:
+  // A caller that waits for room, on its stack. All under the lock.
+  struct Caller {
+    ACE_Message_Block* const block;
+    ACE_Condition_Thread_Mutex queued_cond;
+    bool queued = false;  // by the thread that made the room
+    Caller* next = nullptr;
+  };
+
   std::chrono::milliseconds Wait() const noexcept;
 
   // Under the lock.
-  bool WaitForRoom_i(std::chrono::milliseconds wait);
+  bool AppendWhenRoom_i(ACE_Message_Block* block, std::chrono::milliseconds wait);
+  void GiveRoomToCallers_i();
+  void RemoveCaller_i(Caller const& caller);
   void Append_i(ACE_Message_Block* block);
   void GiveBack_i(std::size_t count);
 
-  bool taker_waits_ = false;  // under the lock: somebody must signal it
-  // Written under the lock; relaxed readers only decide when to give room back.
-  std::atomic<unsigned> callers_waiting_{0};
+  bool taker_waits_ = false;        // under the lock: somebody must signal it
+  Caller* first_caller_ = nullptr;  // under the lock: who waits for room, in the order of their coming
+  Caller* last_caller_ = nullptr;   // under the lock
+  // first_caller_ is not null. Written under the lock; relaxed readers only decide when to give room back.
+  std::atomic<bool> callers_wait_{false};
   pthread_t taker_{};                        // under the lock: who called TakeAll last
   bool has_taker_ = false;                   // under the lock
   std::atomic<std::int64_t> wait_ms_{1000};  // relaxed: a setting, it orders nothing

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <ace/Message_Block.h>
@@ -133,6 +134,37 @@ TEST_F(ChannelLockFailureTest, ACallerWaitsForRoomUntilOneSecondAfterItsCall) {
   auto const whole = waits[0].asked_at - before + waits[0].remaining;
   EXPECT_LE(waits[0].remaining, milliseconds(1000));
   EXPECT_GE(whole, milliseconds(990)) << "the clocks of the two may differ a little";
+}
+
+// Takes most of a second to be copied into a record.
+class AsnSlowToClone : public AsnType {
+ public:
+  AsnType* Clone() const override {
+    std::this_thread::sleep_for(std::chrono::milliseconds(900));
+    return new AsnSlowToClone;
+  }
+  void Print(std::ostream& /*out*/, int, int) const override {}
+};
+
+TEST_F(ChannelLockFailureTest, TheSecondOfWaitingBeginsAfterTheValueWasCloned) {
+  using std::chrono::milliseconds;
+  auto channel = MakeChannel(ChannelSetup(dir_.Path()));
+  OutputQueueOf(*channel).high_water_mark(sizeof(OutDataUnit));
+  OutputQueueOf(*channel).low_water_mark(sizeof(OutDataUnit));
+  Gate gate;
+  StallAt(gate, *channel);
+  ASSERT_TRUE(channel->Trace("m", kLevel3, "fills it", nullptr, false, true));
+  AsnSlowToClone const value;
+  std::vector<TimedWait> waits;
+  {
+    TimedWaitsEndAtOnce const record(waits);
+    EXPECT_FALSE(channel->Trace("m", kLevel3, "one too many", &value, false, true));
+  }
+  gate.Open();
+
+  ASSERT_EQ(waits.size(), 1U);
+  EXPECT_GE(waits[0].remaining, milliseconds(900)) << "a busy machine may take a little of it";
+  EXPECT_LE(waits[0].remaining, milliseconds(1000));
 }
 
 TEST_F(ChannelLockFailureTest, AChannelThatCouldNotLockItsStartIsStartedByInit) {

@@ -14,6 +14,7 @@
 using velt::shim::Ask;
 using velt::shim::Call;
 using velt::shim::Next;
+using velt::shim::NoteOpen;
 using velt::shim::Verdict;
 using velt::shim::Watched;
 
@@ -38,6 +39,14 @@ Call OpenOf(char const* path, int flags) {
 
 }  // namespace
 
+// What the C++ library opens its file streams with.
+VELT_SHIM_EXPORT FILE* fopen64(char const* path, char const* mode) {
+  static auto* const next = Next<FILE*(char const*, char const*)>("fopen64");
+  FILE* const opened = next(path, mode);
+  if (opened != nullptr) NoteOpen(path, std::string_view(mode).find('e') != std::string_view::npos);
+  return opened;
+}
+
 VELT_SHIM_EXPORT int open64(char const* path, int flags, ...) {
   static auto* const next = Next<int(char const*, int, ...)>("open64");
   va_list arguments;
@@ -45,7 +54,10 @@ VELT_SHIM_EXPORT int open64(char const* path, int flags, ...) {
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not see what va_start does
   mode_t const mode = HasMode(flags) ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  return Fails(OpenOf(path, flags), path) ? -1 : next(path, flags, mode);
+  if (Fails(OpenOf(path, flags), path)) return -1;
+  int const opened = next(path, flags, mode);
+  if (opened != -1) NoteOpen(path, (flags & O_CLOEXEC) != 0);
+  return opened;
 }
 
 VELT_SHIM_EXPORT int open(char const* path, int flags, ...) {
@@ -55,7 +67,10 @@ VELT_SHIM_EXPORT int open(char const* path, int flags, ...) {
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not see what va_start does
   mode_t const mode = HasMode(flags) ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  return Fails(OpenOf(path, flags), path) ? -1 : next(path, flags, mode);
+  if (Fails(OpenOf(path, flags), path)) return -1;
+  int const opened = next(path, flags, mode);
+  if (opened != -1) NoteOpen(path, (flags & O_CLOEXEC) != 0);
+  return opened;
 }
 
 VELT_SHIM_EXPORT DIR* opendir(char const* path) {

@@ -40,6 +40,9 @@ struct Slot {
   std::atomic<unsigned> applied{0};
 };
 std::array<Slot, kMostRules> slots;
+std::atomic<char const*> opens_pattern{nullptr};
+std::atomic<unsigned> opens_seen{0};
+std::atomic<unsigned> opens_inheritable{0};
 std::atomic<std::size_t> next_slot{0};
 
 bool Meets(Slot const& slot, Call call, char const* path) {
@@ -90,6 +93,21 @@ void ClearRules() {
 
 unsigned MatchedCalls(int rule) { return slots[static_cast<std::size_t>(rule)].matched.load(); }
 unsigned AppliedCalls(int rule) { return slots[static_cast<std::size_t>(rule)].applied.load(); }
+
+void WatchOpens(char const* pattern) {
+  opens_seen.store(0);
+  opens_inheritable.store(0);
+  opens_pattern.store(pattern);
+}
+
+Opens WatchedOpens() { return {opens_seen.load(), opens_inheritable.load()}; }
+
+void NoteOpen(char const* path, bool close_on_exec) {
+  char const* const pattern = opens_pattern.load();
+  if (pattern == nullptr || fnmatch(pattern, path, 0) != 0) return;
+  ++opens_seen;
+  if (!close_on_exec) ++opens_inheritable;
+}
 
 Verdict Ask(Call call, char const* path) {
   Verdict verdict;

@@ -19,8 +19,8 @@ namespace velt::shim {
 
 enum class Call {
   kCreate,  // open of a log file that is to be written; every other open is kOpen
-  kOpen,   // open64 and open, which zlib opens with
-  kWrite,  // write and writev, by the name of the open file
+  kOpen,    // open64 and open, which zlib opens with
+  kWrite,   // write and writev, by the name of the open file
   kClose,
   kRename,
   kRemove,
@@ -59,6 +59,17 @@ int AddRule(Rule const& rule);
 void ClearRules();                // also forgets the counts
 unsigned MatchedCalls(int rule);  // calls that the rule's kind and path met since it was added
 unsigned AppliedCalls(int rule);  // those that it was applied to
+
+// Opens that succeeded for reading or writing, of paths that match the pattern given last.
+struct Opens {
+  unsigned all = 0;
+  unsigned inheritable = 0;  // without O_CLOEXEC at the open itself
+};
+void WatchOpens(char const* pattern);  // fnmatch pattern over the whole path, kept by the caller; null: none
+Opens WatchedOpens();                  // since then
+
+// What the wrappers tell.
+void NoteOpen(char const* path, bool close_on_exec);
 
 // What the wrappers ask.
 struct Verdict {

@@ -1,0 +1,85 @@
+// The manager destroyed while output threads print values that trace through it.
+#include <atomic>
+#include <chrono>
+#include <ostream>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "velt/manager.h"
+
+#include "tests/support/files.h"
+#include "tests/support/manager_host.h"
+#include "tests/support/process.h"
+
+namespace velt::test {
+namespace {
+
+constexpr VeltLogLevel kLevel3{3};
+constexpr int kRecords = 30;
+constexpr std::chrono::milliseconds kLimit(30'000);
+
+bool TraceTo(std::string const& sub_name, AsnType const* value = nullptr) {
+  return VeltDebugMgr::Instance()->AppTrace("m", kLevel3, "text", value, false, true, sub_name);
+}
+
+// Traces to known sub-names, or to one that no channel has yet, while it is printed: long enough for Destroy
+// to come in the middle of a call.
+class AsnThatTraces : public AsnType {
+ public:
+  explicit AsnThatTraces(bool new_names) : new_names_(new_names) {}
+  AsnType* Clone() const override { return new AsnThatTraces(new_names_); }
+  void Print(std::ostream& out, int, int) const override {
+    int const number = ++printed_;
+    if (new_names_) (void)TraceTo("new" + std::to_string(number));
+    for (int i = 0; i < 200 && !new_names_; ++i) (void)TraceTo("gw" + std::to_string((number + i) % 3));
+    out << "value";
+  }
+
+ private:
+  bool new_names_;
+  inline static std::atomic<int> printed_{0};
+};
+
+// The life of a host. Returns 0 when everything went as it is to go.
+int TraceAndDestroy(ManagerHost const& host, std::string const& name, bool new_names, int run) {
+  if (!host.Init(name)) return 1;
+  AsnThatTraces const value(new_names);
+  for (int i = 0; i < kRecords; ++i) {
+    if (!TraceTo("gw" + std::to_string(i % 3), &value)) return 2;
+  }
+  // Sooner or later in the work of the output threads.
+  std::this_thread::sleep_for(std::chrono::milliseconds(run % 5 * 4));
+  if (VeltDebugMgr::Destroy() != 0) return 3;
+  if (TraceTo("gw0") || TraceTo("after")) return 4;
+  if (VeltDebugMgr::Instance()->Trace("m", kLevel3, "text", nullptr, false, true)) return 5;
+  return 0;
+}
+
+class DestroyTest : public ::testing::TestWithParam<bool> {
+ protected:
+  ManagerHost const host_{"nMaxFileNum=100\n"};
+};
+
+TEST_P(DestroyTest, ComesToItsEndWhileValuesTraceAndEveryRecordIsWritten) {
+  constexpr int kRuns = 10;
+  for (int run = 0; run < kRuns; ++run) {
+    std::string const name = "run" + std::to_string(run) + "_";
+    auto const outcome = RunInChild([&] { return TraceAndDestroy(host_, name, GetParam(), run); }, kLimit);
+
+    ASSERT_EQ(outcome.signal, 0) << "run " << run << " hung or died: " << outcome.err;
+    ASSERT_EQ(outcome.exit_code, 0) << "run " << run << ": " << outcome.err;
+    std::size_t values = 0;
+    for (int i = 0; i < 3; ++i) {
+      values += CountOf(host_.Text(name + "gw" + std::to_string(i) + "_"), "ASN Trace:\nvalue\n");
+    }
+    EXPECT_EQ(values, static_cast<std::size_t>(kRecords)) << "run " << run;
+  }
+}
+
+std::string NameOf(testing::TestParamInfo<bool> const& info) { return info.param ? "New" : "Known"; }
+INSTANTIATE_TEST_SUITE_P(ToSubNames, DestroyTest, ::testing::Bool(), NameOf);
+
+}  // namespace
+}  // namespace velt::test
