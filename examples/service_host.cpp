@@ -1,5 +1,5 @@
-// service_host: a small service that uses the library as a host does, from its installation root to an
-// orderly end.
+// service_host: a small service that uses the library, from setting up its installation root to an orderly
+// end.
 //
 // Usage: service_host [ROOT]
 // ROOT is made when it is missing; without it, a fresh directory under TMPDIR. The service works for a
@@ -33,8 +33,8 @@ namespace {
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 
-constexpr char const* kName = "demo";   // what the file names of the main family begin with
-constexpr char const* kGateway = "gw";  // a family of its own beside it
+constexpr char const* kName = "demo";   // prefix of the main family's file names
+constexpr char const* kGateway = "gw";  // sub-name of the second family
 constexpr int kWorkers = 4;
 constexpr int kItems = 1500;              // of each worker in each round: two rounds cross one limit of 1 MB
 constexpr std::size_t kRingRecords = 20;  // nFiltLogBufSize in conf/default_debug.cfg
@@ -44,7 +44,7 @@ using velt::kError;
 using velt::kInfo;
 using velt::kWarning;
 
-// One object a module; copies of them name the same.
+// One object for each module; copies mean the same module.
 velt::Module const& Sched() {
   static velt::Module const module("sched");
   return module;
@@ -53,7 +53,7 @@ velt::Module const& Net() {
   static velt::Module const module("net");
   return module;
 }
-velt::Module const& GatewayNet() {  // traces to the family beside the main one
+velt::Module const& GatewayNet() {  // traces to the second family
   static velt::Module const module("net", kGateway);
   return module;
 }
@@ -61,7 +61,7 @@ velt::Module const& GatewayNet() {  // traces to the family beside the main one
 std::atomic<bool> stop_requested{false};
 std::atomic<bool> stop_answered{false};
 
-// What must be found in the log families afterwards.
+// The messages that must be in the log families afterwards.
 struct Journal {
   std::vector<std::string> main;
   std::vector<std::string> gateway;
@@ -80,7 +80,7 @@ fs::path ScratchRoot() {
   return pattern;
 }
 
-// The environment is set before the first thread starts: the library reads it from any of them.
+// Sets the environment before the first thread starts, since the library reads it on any thread.
 void SetUpRoot(fs::path const& root) {
   fs::path const conf = root / "conf";
   fs::path const log = root / "log";
@@ -153,8 +153,8 @@ std::string Message(int worker, int round, int item, char const* what) {
   return text.data();
 }
 
-// One item of a worker's day, traced in one of the ways that the library offers. `store_informs` is whether
-// the module "store" has level 3 by now.
+// Traces one item of a worker, in one of the ways that the library offers. `store_informs` says whether the
+// module "store" has level 3 by now.
 void TraceItem(int worker, int round, int item, bool store_informs, Journal& journal) {
   VeltDebugMgr* const manager = VeltDebugMgr::Instance();
   switch (item % 6) {
@@ -201,8 +201,7 @@ void RunRound(int round, bool store_informs, Journal& journal) {
   for (auto const& own : journals) journal.Add(own);
 }
 
-// Records that no output wanted come into the log after all when something grave happens: the newest of them,
-// before the record of level 0.
+// A record of level 0 makes the library write the newest filtered records first, those in the ring.
 void RaiseAlert(Journal& journal) {
   for (std::size_t i = 0; i < kFilteredRecords; ++i) {
     std::string const message = "filtered record " + std::to_string(i) + ", kept in the ring";
@@ -224,7 +223,7 @@ sigset_t BlockStopSignals() {
   return signals;
 }
 
-// A wake-up that comes while nobody waits is lost, so it is repeated until the main thread has answered.
+// A wake-up that comes while no thread waits is lost, so it is repeated until the main thread has reacted.
 void AwaitStopSignal(sigset_t signals) {
   int received = 0;
   sigwait(&signals, &received);
@@ -296,7 +295,7 @@ int main(int argc, char** argv) {
   try {
     fs::path const root = fs::absolute(argc > 1 ? fs::path(argv[1]) : ScratchRoot());
     sigset_t const stop_signals =
-        BlockStopSignals();  // one that comes early waits until the service asks for it
+        BlockStopSignals();  // a signal that comes early stays pending until the service waits for it
     SetUpRoot(root);
     Serve(root, stop_signals);
     BaseUtilInternal::Destroy();

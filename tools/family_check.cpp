@@ -30,7 +30,7 @@ bool EndsIn(std::string const& text, std::string const& tail) {
   return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
-// Plain and compressed alike; false when the file cannot be read to its end.
+// Reads a plain or compressed file. False when it cannot be read to its end.
 bool ReadWhole(fs::path const& path, std::string& text) {
   std::unique_ptr<gzFile_s, GzipCloser> in(gzopen(path.c_str(), "rb"));
   if (in == nullptr) return false;
@@ -39,12 +39,12 @@ bool ReadWhole(fs::path const& path, std::string& text) {
   while ((count = gzread(in.get(), block.data(), static_cast<unsigned>(block.size()))) > 0) {
     text.append(block, 0, static_cast<std::size_t>(count));
   }
-  // That an archive ends too early is said by its closing alone.
+  // Only gzclose reports an archive that ends too early.
   return gzclose(in.release()) == Z_OK && count == 0;
 }
 
-// "11-15 08:52:13.123456.T4711 module I: message": where the message begins; npos for a line that is no
-// record.
+// Where the message of a line begins, such as "11-15 08:52:13.123456.T4711 module I: message"; npos when the
+// line is not a record.
 std::size_t MessageStart(std::string const& line) {
   std::size_t const thread = 21;  // behind the stamp
   if (line.size() < thread + 2 || line[2] != '-' || line[5] != ' ' || line[14] != '.' ||
@@ -71,7 +71,7 @@ void TallyRecords(std::string const& content, Tallies& tallies) {
   }
 }
 
-// The names of the family's files, a file that is there in both forms as its archive.
+// The names of the family's files. Of a file that exists both plain and compressed, only the archive.
 std::set<std::string> FamilyFiles(fs::path const& directory, std::string const& prefix) {
   std::size_t const log_length = prefix.size() + 19;  // the time and ".log"
   std::set<std::string> logs;

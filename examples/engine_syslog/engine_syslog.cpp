@@ -1,4 +1,4 @@
-// The engine: which records are wanted, the buffer between the callers and the daemon, and its thread.
+// The engine: it picks the wanted records, buffers them, and sends them from a thread of its own.
 #include "engine_syslog.h"
 
 #include <pthread.h>
@@ -26,7 +26,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds kPause{100};  // between attempts at a daemon that does not take messages
+constexpr milliseconds kPause{100};  // between two attempts while the daemon takes no messages
 constexpr milliseconds kNoticeInterval{1000};
 constexpr int kWarning = 2;
 
@@ -40,11 +40,11 @@ std::string TextOf(AsnType const& value) {
     value.Print(text, 0, 1);
     return "ASN Trace:\n" + text.str();
   } catch (...) {
-    return "ASN Trace:";  // the host's own code; its exception must not end the host's trace call
+    return "ASN Trace:";  // Print is the host's code; its exception must not leave the trace call
   }
 }
 
-// A record as its caller left it; no more of the text is copied than a datagram can hold.
+// Copies the arguments of a trace call into a record; of the text no more than a datagram can hold.
 SyslogRecord MakeRecord(std::string const& module, int level, char const* text, AsnType const* asn,
                         std::string const& sub_name, std::size_t most_bytes) {
   SyslogRecord record;
@@ -72,7 +72,7 @@ class SyslogEngine::Sender {
         formatter_(options.format, options.ident, options.facility, options.most_datagram_bytes),
         socket_(options.socket_path),
         owner_(getpid()) {
-    // No signal of the host's is delivered to this thread.
+    // The new thread must not receive the host's signals.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
@@ -80,7 +80,7 @@ class SyslogEngine::Sender {
     try {
       thread_ = std::thread([this] { Run(); });
     } catch (std::system_error const&) {
-      stopping_ = true;  // no record is accepted that nobody would send
+      stopping_ = true;  // from now on no record is accepted
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
   }
@@ -93,7 +93,7 @@ class SyslogEngine::Sender {
     bool const room = buffer_.size() < options_.most_records && bytes <= options_.most_bytes - bytes_;
     if (stopping_ || !room) {
       ++counters_.dropped;
-      if (buffer_.empty()) wake_.notify_one();  // no record will: it has to be told of
+      if (buffer_.empty()) wake_.notify_one();  // the thread sleeps while the buffer is empty
       return false;
     }
     buffer_.push_back(std::move(record));
@@ -121,7 +121,7 @@ class SyslogEngine::Sender {
       deadline_ = Clock::now() + options_.stop_limit;
       stopping_ = true;
     }
-    std::thread ending = std::move(thread_);  // of several calls one ends it
+    std::thread ending = std::move(thread_);  // only one of several calls joins it
     lock.unlock();
     wake_.notify_one();
     if (ending.joinable()) ending.join();
@@ -158,8 +158,8 @@ class SyslogEngine::Sender {
 
   bool IsTimeUp() const { return stopping_ && Clock::now() >= deadline_; }
 
-  // True when the daemon has the record. Called and left with the lock held, but works without it: nobody
-  // else touches the record at the front, and pushing at the back moves none.
+  // True when the daemon has the record. The lock is held on entry and on return, and released in between:
+  // only this thread touches the record at the front, and a push at the back does not move it.
   bool Deliver(std::unique_lock<std::mutex>& lock, SyslogRecord const& record) {
     lock.unlock();
     std::optional<std::string> const datagram = Format(record);
@@ -176,7 +176,7 @@ class SyslogEngine::Sender {
     }
   }
 
-  // A stop that comes meanwhile ends it, for one more attempt.
+  // Waits before the next attempt. A stop ends the wait at once.
   void Pause(std::unique_lock<std::mutex>& lock) {
     bool const was_stopping = stopping_;
     auto const until = stopping_ ? std::min(deadline_, Clock::now() + kPause) : Clock::now() + kPause;
@@ -203,7 +203,7 @@ class SyslogEngine::Sender {
       notice.text = "records dropped: " + std::to_string(dropped - announced_);
       if (Deliver(lock, notice)) announced_ = dropped;
     } catch (std::bad_alloc const&) {
-      return;  // said with the next record
+      return;  // the next record tries again
     }
   }
 
@@ -212,15 +212,15 @@ class SyslogEngine::Sender {
   SyslogSocket socket_;              // sender thread
   pid_t const owner_;
 
-  mutable std::mutex mutex_;  // guards all below
+  mutable std::mutex mutex_;  // guards everything below
   std::condition_variable wake_;
   std::deque<SyslogRecord> buffer_;
-  std::size_t bytes_ = 0;  // of what is buffered
+  std::size_t bytes_ = 0;  // of the buffered records
   SyslogCounters counters_;
   std::uint64_t announced_ = 0;    // drops that the daemon was told of
-  Clock::time_point next_notice_;  // not before this
+  Clock::time_point next_notice_;  // earliest time to tell it of drops again
   bool stopping_ = false;
-  Clock::time_point deadline_;  // once stopping
+  Clock::time_point deadline_;  // the end of sending, once stopping
   std::thread thread_;
 };
 
@@ -229,7 +229,7 @@ SyslogEngine::SyslogEngine(SyslogOptions const& options)
 
 SyslogEngine::~SyslogEngine() {
   if (sender_->IsInherited()) {
-    (void)sender_.release();  // its thread, and perhaps the holder of its lock, are in the parent
+    (void)sender_.release();  // its thread, and maybe the holder of its lock, exist only in the parent
     return;
   }
   Stop();
@@ -246,14 +246,14 @@ bool SyslogEngine::AppTrace(std::string const& module, VeltLogLevel level, char 
   try {
     if (!IsWanted(module, level, print, log)) return true;
     return sender_->Push(MakeRecord(module, level, text, asn, sub_name, options_.most_datagram_bytes));
-  } catch (...) {  // no memory; a host's trace call does not end with that
+  } catch (...) {  // no memory: the exception must not leave the host's trace call
     sender_->CountDrop();
     return false;
   }
 }
 
-// The decision that the manager leaves to an engine: the caller's flags, or the module's sets, those of
-// "debug" for a module that is not registered.
+// An engine decides by itself which records it wants. This one does as the manager would: the caller's flags,
+// or the module's sets, or those of "debug" for a module that is not registered.
 bool SyslogEngine::IsWanted(std::string const& module, VeltLogLevel level, bool print, bool log) const {
   if (!options_.follow_module_sets || print || log) return true;
   VeltDebugMgr* const manager = VeltDebugMgr::Instance();

@@ -20,8 +20,7 @@ namespace {
 
 constexpr VeltLogLevel kInformation{3};
 
-// What the buffer has no room for may be tried again, dropped, or written elsewhere: that is the host's
-// choice.
+// A host may try again, drop or write elsewhere what the buffer has no room for. This one tries again.
 void TraceUntilTaken(std::string const& text) {
   while (!VeltDebugMgr::Instance()->Trace("count", kInformation, text.c_str(), nullptr, false, true)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -30,10 +29,10 @@ void TraceUntilTaken(std::string const& text) {
 
 int Run(velt::examples::SyslogOptions const& options, long count) {
   VeltDebugMgr* const manager = VeltDebugMgr::Instance();
-  if (!manager->Init("engine_syslog_host_", "", "", "", false, true)) return 1;  // silent: no files beside it
+  if (!manager->Init("engine_syslog_host_", "", "", "", false, true)) return 1;  // silent: writes no files
   auto owned = std::make_unique<velt::examples::SyslogEngine>(options);
   velt::examples::SyslogEngine* const engine = owned.get();
-  if (!manager->RegDebugEngine(owned.release())) return 1;  // the manager's from now on
+  if (!manager->RegDebugEngine(owned.release())) return 1;  // the manager owns it now
   for (long i = 1; i <= count; ++i)
     TraceUntilTaken("record " + std::to_string(i) + " of " + std::to_string(count));
   engine->Stop();

@@ -18,12 +18,12 @@ struct LevelSeverity {
 };
 
 constexpr std::array<LevelSeverity, 4> kSeverities{{
-    {0, 1, "A: "},  // alert: it also brings the ring out where there is a channel
+    {0, 1, "A: "},  // alert; without an engine it also writes the ring
     {1, 3, "E: "},  // error
     {2, 4, "W: "},  // warning
     {3, 6, "I: "},  // informational
 }};
-constexpr int kOtherSeverity = 7;  // levels without a tag: debug
+constexpr int kOtherSeverity = 7;  // debug: levels without a tag
 
 constexpr std::size_t kLongestName = 32;     // of the tag in RFC 3164; less than the 48 of RFC 5424
 constexpr std::size_t kLongestModule = 256;  // leaves room for text in the smallest datagram
@@ -47,7 +47,7 @@ std::string ProgramName(std::string name) {
   return name.empty() ? "-" : name;
 }
 
-// English whatever the locale of the host.
+// English in every locale.
 constexpr std::array<char const*, 12> kMonths{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                               "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
@@ -83,7 +83,7 @@ void AppendEscaped(std::string& out, std::string const& text) {
   }
 }
 
-// Cuts at most `most` bytes from the front, no UTF-8 sequence divided.
+// Shortens `text` to at most `most` bytes without dividing a UTF-8 sequence.
 void CutTo(std::string& text, std::size_t most) {
   if (text.size() <= most) return;
   auto const continues = [&](std::size_t at) {
@@ -109,7 +109,7 @@ SyslogFormatter::SyslogFormatter(SyslogFormat format, std::string ident, int fac
       pid_(getpid()) {}
 
 std::string SyslogFormatter::Head(SyslogRecord const& record) const {
-  // A sub-name has a family of its own in the files, and a program name of its own here.
+  // A sub-name has its own family of log files; here it has its own program name.
   std::string const program = ProgramName(record.sub_name.empty() ? ident_ : ident_ + '_' + record.sub_name);
   std::string head = '<' + std::to_string(facility_ * 8 + SeverityOf(record.level)) + '>';
   if (format_ == SyslogFormat::kRfc5424) {

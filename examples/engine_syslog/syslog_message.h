@@ -1,4 +1,4 @@
-// What a trace record looks like as one syslog datagram.
+// Turns a trace record into one syslog datagram.
 #ifndef VELT_EXAMPLES_SYSLOG_MESSAGE_H
 #define VELT_EXAMPLES_SYSLOG_MESSAGE_H
 
@@ -11,11 +11,11 @@
 
 namespace velt::examples {
 
-// kLocal is what syslog(3) of the C library sends to /dev/log: RFC 3164 without a host name, local time,
-// seconds. kRfc5424 has microseconds in UTC; the receiver must be told to expect it.
+// kLocal is what syslog(3) of the C library sends to /dev/log: RFC 3164 without a host name, in local time to
+// the second. kRfc5424 has UTC with microseconds; the receiver must be configured for it.
 enum class SyslogFormat { kLocal, kRfc5424 };
 
-// One trace call, as its caller left it.
+// The arguments of one trace call.
 struct SyslogRecord {
   std::timespec time{};
   std::int64_t thread = 0;
@@ -23,23 +23,24 @@ struct SyslogRecord {
   std::string module;
   std::string sub_name;
   std::string text;
-  bool cut = false;  // `text` is the head of a longer one
+  bool cut = false;  // `text` is the beginning of a longer text
 };
 
-// The severity of a trace level, 0 (emergency) to 7 (debug). The one place that decides it.
+// The severity of a trace level, 0 (emergency) to 7 (debug).
 int SeverityOf(int level);
 
 // SyslogFormatter turns records into datagrams. It keeps no state between records and may be used by one
 // thread at a time.
 class SyslogFormatter {
  public:
-  // `ident` names the program; characters that a receiver would end the name at become '_'. `facility` is 0
-  // to 23. A datagram has at most `most_bytes` bytes, at least kFewestBytes.
+  // `ident` names the program; characters that would end the name at the receiver become '_'. `facility` is 0
+  // to 23. A datagram has at most `most_bytes` bytes, which is at least kFewestBytes.
   SyslogFormatter(SyslogFormat format, std::string ident, int facility, std::size_t most_bytes);
 
-  // The datagram of one record: head, "T<thread> <module> <tag><text>". A line end at the end of the text is
-  // left out; every other control character but the tab becomes '#' and three octal digits, so that a text
-  // cannot pass for a second message. A text that does not fit is cut between characters and ends in "...".
+  // The datagram of one record: the head and "T<thread> <module> <tag><text>". A line end at the end of the
+  // text is left out. Every other control character except the tab becomes '#' and three octal digits, so
+  // that a text cannot look like two messages. A text that does not fit is cut between characters and ends in
+  // "...".
   std::string Format(SyslogRecord const& record) const;
 
   static constexpr std::size_t kFewestBytes = 480;

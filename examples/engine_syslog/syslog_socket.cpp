@@ -1,4 +1,4 @@
-// Connecting to the daemon's socket, sending, and telling the kinds of failure apart.
+// Connects to the daemon's socket, sends, and tells the kinds of failure apart.
 #include "syslog_socket.h"
 
 #include <poll.h>
@@ -34,7 +34,7 @@ bool SyslogSocket::Connect() {
 }
 
 SyslogSocket::Result SyslogSocket::Send(std::string const& datagram) {
-  // A daemon that was restarted has a new socket at the old path: one more attempt finds it at once.
+  // A daemon that was restarted has a new socket at the same path, which the second attempt connects to.
   for (int attempt = 0; attempt < 2; ++attempt) {
     if (descriptor_ == -1 && !Connect()) return Result::kUnreachable;
     ssize_t sent = -1;
@@ -44,7 +44,7 @@ SyslogSocket::Result SyslogSocket::Send(std::string const& datagram) {
     if (sent != -1) return Result::kSent;
     if (errno == EMSGSIZE) return Result::kRefused;
     if (errno == EAGAIN || errno == EWOULDBLOCK) return Result::kFull;
-    if (errno == ENOBUFS || errno == ENOMEM) return Result::kUnreachable;  // not to be waited for with poll
+    if (errno == ENOBUFS || errno == ENOMEM) return Result::kUnreachable;  // poll cannot wait for memory
     Close();
   }
   return Result::kUnreachable;
@@ -52,7 +52,7 @@ SyslogSocket::Result SyslogSocket::Send(std::string const& datagram) {
 
 void SyslogSocket::WaitForRoom(std::chrono::milliseconds limit) const {
   pollfd entry{descriptor_, POLLOUT, 0};
-  (void)poll(&entry, 1, static_cast<int>(limit.count()));  // a wait that ends early leads to one more attempt
+  (void)poll(&entry, 1, static_cast<int>(limit.count()));  // if it ends early, the caller tries once more
 }
 
 }  // namespace velt::examples

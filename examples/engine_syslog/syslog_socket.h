@@ -1,4 +1,4 @@
-// A datagram socket to a syslog daemon that never waits by itself.
+// A datagram socket to a syslog daemon; sending never blocks.
 #ifndef VELT_EXAMPLES_SYSLOG_SOCKET_H
 #define VELT_EXAMPLES_SYSLOG_SOCKET_H
 
@@ -7,18 +7,18 @@
 
 namespace velt::examples {
 
-// SyslogSocket sends to a unix datagram socket by path. It connects when it first sends, and anew after the
+// SyslogSocket sends to a unix datagram socket by path. It connects at the first Send, and again after the
 // daemon has gone.
 //
 // Threads: one at a time.
-// Errors:  nothing throws; Send says what became of the datagram.
+// Errors:  nothing throws; Send returns what happened to the datagram.
 class SyslogSocket {
  public:
   enum class Result {
     kSent,         // in the daemon's receive queue
     kFull,         // that queue has no room now
-    kUnreachable,  // nobody listens at the path, or the system has no memory: worth another attempt later
-    kRefused,      // this datagram can never be sent: larger than the socket takes
+    kUnreachable,  // no daemon at the path, or the system has no memory: try again later
+    kRefused,      // this datagram is larger than the socket takes: do not try again
   };
 
   explicit SyslogSocket(std::string path);
@@ -26,10 +26,10 @@ class SyslogSocket {
   SyslogSocket(SyslogSocket const&) = delete;
   SyslogSocket& operator=(SyslogSocket const&) = delete;
 
-  // Sends one datagram, or nothing of it. Returns at once.
+  // Sends the whole datagram or nothing. Returns at once.
   Result Send(std::string const& datagram);
 
-  // Returns when there may be room again or the daemon has gone, after `limit` at the latest.
+  // Returns when there may be room again, when the daemon has gone, or after `limit`.
   void WaitForRoom(std::chrono::milliseconds limit) const;
 
  private:

@@ -1,4 +1,4 @@
-// The engine: the flags that a module's sets give a record, and its two ways.
+// The engine: it decides by the module's sets what the file gets, and passes every record on.
 #include "engine_tee.h"
 
 #include <bitset>
@@ -23,8 +23,8 @@ bool TeeEngine::AppTrace(std::string const& module, VeltLogLevel level, char con
   return other_->AppTrace(module, level, text, asn, print, log, sub_name) && kept;
 }
 
-// What the manager does without an engine: a level that the module lets through goes to the module's outputs,
-// any other into the ring.
+// Does what the manager does without an engine: a record of a level in the module's set goes to the module's
+// outputs, any other into the ring.
 bool TeeEngine::Keep(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
                      bool print, bool log) {
   std::bitset<32> levels;

@@ -1,4 +1,4 @@
-// A trace engine that keeps the log files of the library and hands every record on to another engine.
+// A trace engine that writes the library's log files and passes every record on to another engine.
 #ifndef VELT_EXAMPLES_ENGINE_TEE_H
 #define VELT_EXAMPLES_ENGINE_TEE_H
 
@@ -9,7 +9,7 @@
 
 namespace velt::examples {
 
-// Where a TeeEngine keeps its files, and within which limits.
+// Where a TeeEngine writes its files, and their limits.
 struct TeeFiles {
   std::string directory;  // must exist; ends with '/'
   std::string prefix;     // what the names begin with
@@ -19,11 +19,12 @@ struct TeeFiles {
   unsigned archives = 30;
 };
 
-// TeeEngine has a channel of its own, since an engine takes the place of the manager's: each record goes into
-// that, where its module's sets want it, and to the other engine, which decides for itself.
+// TeeEngine has a channel of its own, since the manager's channels get no records while an engine is
+// registered. A record goes into that channel as its module's sets say, and always to the other engine, which
+// decides for itself.
 //
 // Use:     RegDebugEngine(new TeeEngine(files, std::move(other))) on a manager that was initialised silent.
-// Threads: every operation may be called from any thread; deleted once tracing has stopped, which writes
+// Threads: every operation may be called from any thread. Delete it once tracing has stopped: that writes
 //          what the channel has accepted and then deletes the other engine.
 // Errors:  what the other engine or a value throws reaches the caller, after the file has the record.
 class TeeEngine : public VeltDebugEngine {
@@ -31,12 +32,11 @@ class TeeEngine : public VeltDebugEngine {
   // Owns `other`, which must not be null.
   TeeEngine(TeeFiles const& files, std::unique_ptr<VeltDebugEngine> other);
 
-  // True when both took the record. A refusal of one keeps it from neither.
+  // Returns true when both took the record. Each gets it even if the other refuses it.
   bool Trace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn, bool print,
              bool log) override;
 
-  // The same. The files are those of Trace: a sub-name, which the other engine gets, makes no family of its
-  // own.
+  // The same. The record goes to the same files: a sub-name is passed on, but has no family of its own here.
   bool AppTrace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
                 bool print, bool log, std::string const& sub_name) override;
 
@@ -45,7 +45,7 @@ class TeeEngine : public VeltDebugEngine {
             bool log);
 
   std::unique_ptr<VeltDebugEngine> other_;
-  VeltDebugInfo channel_;  // ends first
+  VeltDebugInfo channel_;  // declared last, so destroyed first
 };
 
 }  // namespace velt::examples

@@ -19,7 +19,7 @@ namespace {
 
 int Run(std::string const& directory, std::string const& socket, long count) {
   VeltDebugMgr* const manager = VeltDebugMgr::Instance();
-  if (!manager->Init("engine_tee_host_", "", "", "", false, true)) return 1;  // silent: the tee has the files
+  if (!manager->Init("engine_tee_host_", "", "", "", false, true)) return 1;  // silent: only the tee writes
   velt::Module const net("net");
   net.Register(velt::UpTo(velt::kInfo), velt::kToFile);
 
@@ -32,11 +32,11 @@ int Run(std::string const& directory, std::string const& socket, long count) {
   files.header = "engine_tee_host, an example\n";
   auto syslog = std::make_unique<velt::examples::SyslogEngine>(options);
   auto tee = std::make_unique<velt::examples::TeeEngine>(files, std::move(syslog));
-  if (!manager->RegDebugEngine(tee.release())) return 1;  // the manager's from now on
+  if (!manager->RegDebugEngine(tee.release())) return 1;  // the manager owns it now
 
   long refused = 0;
   for (long i = 1; i <= count; ++i) refused += net.Info("record {} of {}", i, count) ? 0 : 1;
-  VeltDebugMgr::Destroy();  // deletes the tee: the file is written, then the daemon gets what is buffered
+  VeltDebugMgr::Destroy();  // deletes the tee, which writes its file and sends what is buffered
   std::printf("%ld of %ld records were refused by one of the two\n", refused, count);
   return refused == 0 ? 0 : 1;
 }

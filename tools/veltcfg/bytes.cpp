@@ -1,11 +1,11 @@
-// Bytes of unknown origin, made fit for a terminal or for JSON.
+// Makes any bytes safe to print on a terminal or to put into JSON.
 #include "tools/veltcfg/bytes.h"
 
 namespace velt::tools::cfg {
 namespace {
 
-// What a first byte says about the bytes behind it; the second one has bounds of its own, which keep overlong
-// forms, surrogates and what is above U+10FFFF out.
+// The length of a UTF-8 sequence and the range of its second byte. The range excludes overlong forms,
+// surrogates and characters above U+10FFFF.
 struct Sequence {
   std::size_t length;
   unsigned char second_low;
@@ -24,7 +24,7 @@ Sequence SequenceOf(unsigned char lead) {
   return {0, 0, 0};
 }
 
-// The length of the character that `text` begins with; 0 when its first byte begins none.
+// The length of the UTF-8 character that `text` begins with; 0 when it does not begin with a valid one.
 std::size_t CharacterLength(std::string_view text) {
   auto const byte = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
   Sequence const sequence = SequenceOf(byte(0));
@@ -43,7 +43,7 @@ std::string Hexadecimal(char const* prefix, char byte) {
   return std::string(prefix) + kDigits[value >> 4U] + kDigits[value & 0xFU];
 }
 
-// U+0080 to U+009F, which terminals obey like their forms with an escape.
+// Terminals also obey U+0080 to U+009F: they mean the same as ESC and a letter.
 bool IsControl(std::string_view character) {
   auto const first = static_cast<unsigned char>(character[0]);
   if (character.size() == 1) return first < 0x20 || first == 0x7F;

@@ -1,4 +1,5 @@
-// Texts of level and output sets, and items whose names register another module than they seem to.
+// Checks the texts of level and output sets, and finds items whose names register another module than it
+// looks.
 #include <strings.h>
 
 #include <algorithm>
@@ -62,7 +63,7 @@ void CheckName(Item const& item, Report& report) {
   if (only.module.empty()) warn("module-nameless", Quoted(item.name) + " names no module and is skipped");
 }
 
-// All lines of a set but the last are for nothing.
+// Of several lines that give a module the same set, only the last has an effect.
 void CheckDuplicates(Report& report) {
   std::map<std::pair<std::string, SetKind>, Item> last;
   auto const& items = report.sources.first.items;
@@ -83,8 +84,8 @@ struct CaselessLess {
   }
 };
 
-// Names of modules are case-sensitive: what looks like one module with both its sets may be two with one
-// each.
+// Module names are case-sensitive: two items that differ in case register two modules with one set each, not
+// one module with both.
 void CheckCase(Report& report) {
   std::map<std::string, std::pair<std::string, int>, CaselessLess> first;  // a module and the line it is on
   std::set<std::string> noted;
@@ -99,7 +100,7 @@ void CheckCase(Report& report) {
   }
 }
 
-// The two items that are also looked up in the second file do not arrive from there.
+// debug_level and debug_output are also looked up in the second file, but a value found there is not used.
 void CheckDebugItem(char const* key, SetKind kind, Report& report) {
   Sources const& sources = report.sources;
   if (!sources.main_is_second || FirstOf(sources.first, key) != nullptr) return;

@@ -1,4 +1,4 @@
-// Names that stand twice, stand in the wrong file, or are unknown.
+// Finds names that occur twice, are in the wrong file, or are unknown.
 #include <strings.h>
 
 #include <algorithm>
@@ -24,7 +24,7 @@ bool IsLimit(Report const& report, std::string const& name) {
                      [&name](LimitView const& view) { return view.number.key == name; });
 }
 
-// Of the sets of module "debug", which both files are asked for.
+// Whether `name` is one of the two items of module "debug", which are looked up in both files.
 bool IsDebugKey(std::string const& name) { return name == DEBUGLEVELITEM || name == DEBUGOUPUTTITEM; }
 
 std::vector<std::string> KnownKeys(Report const& report) {
@@ -34,7 +34,7 @@ std::vector<std::string> KnownKeys(Report const& report) {
   return keys;
 }
 
-// The known key that `name` is but for its case; empty when there is none, or it is the key itself.
+// The known key that differs from `name` only in case; empty when there is none.
 std::string OtherCase(Report const& report, std::string const& name) {
   for (auto const& key : KnownKeys(report)) {
     if (name == key) return {};
@@ -43,11 +43,11 @@ std::string OtherCase(Report const& report, std::string const& name) {
   return {};
 }
 
-// Where module items do not count, every name is looked up by its first line.
+// Of a name that occurs twice the first line counts, except for module items (checked in check_modules.cpp).
 void CheckDuplicates(ConfigFile const& file, bool with_module_items, Findings& findings) {
   std::map<std::string, int> first_lines;
   for (auto const& item : file.items) {
-    if (with_module_items && !ModuleItemsOf(item).empty()) continue;  // of those the last line counts
+    if (with_module_items && !ModuleItemsOf(item).empty()) continue;  // of a module item the last line counts
     auto const [first, is_first] = first_lines.try_emplace(item.name, item.line);
     if (is_first) continue;
     AddFinding(
@@ -81,7 +81,7 @@ void CheckFirst(Report& report) {
   }
 }
 
-// velt.cfg may hold whatever a host looks up by itself; only what seems to be meant for traces is looked at.
+// velt.cfg may also hold items of the host. Only names that look like trace settings are checked.
 void CheckMain(Report& report) {
   Sources const& sources = report.sources;
   for (auto const& item : sources.main.items) {

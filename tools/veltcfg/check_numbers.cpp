@@ -1,4 +1,4 @@
-// Numbers that are not what their text says, and those that their bounds replace.
+// Finds numbers that are read differently from their text, and numbers that are out of bounds.
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
@@ -14,7 +14,7 @@ std::string InUnit(Limit limit, int value) {
   return std::to_string(value);
 }
 
-// Whether the text is that number and nothing else.
+// Whether `text` is the decimal form of `number` and nothing else.
 bool SaysExactly(std::string const& text, int number) {
   std::size_t const digits = text.empty() || (text[0] != '+' && text[0] != '-') ? 0 : 1;
   if (digits == text.size()) return false;
@@ -31,7 +31,7 @@ void CheckText(NumberView const& number, Findings& findings) {
              number.key + " = " + Quoted(*number.text) + " is read as " + std::to_string(number.number));
 }
 
-// An item that a look-up of numbers passes over, so that the other file or the default counts.
+// Warns of an item that the look-up of a number skips, so that the other file or the default counts.
 void CheckPassedOver(ConfigFile const& file, NumberView const& number, Findings& findings) {
   Item const* const item = FirstOf(file, number.key);
   if (item == nullptr || (number.text && number.place.file == file.path)) return;

@@ -1,4 +1,4 @@
-// What is replaced, cut or ignored in a configuration that the library was asked about.
+// The checks of a configuration: they find what the library replaces, cuts or ignores.
 #ifndef VELT_TOOLS_VELTCFG_CHECKS_H
 #define VELT_TOOLS_VELTCFG_CHECKS_H
 
@@ -6,15 +6,15 @@
 
 namespace velt::tools::cfg {
 
-// Each adds to the findings of the report.
+// Each check reads the report and adds to its findings.
 
-// Names that stand twice, stand in the wrong file, or are unknown.
+// Names that occur twice, are in the wrong file, or are unknown.
 void CheckNames(Report& report);
 
-// Numbers that are not what their text says, and those that their bounds replace.
+// Numbers that are read differently from their text, and numbers that are out of bounds.
 void CheckNumbers(Report& report);
 
-// Texts of level and output sets, and items whose names register another module than they seem to.
+// The texts of level and output sets, and items whose names register another module than it looks.
 void CheckModules(Report& report);
 
 }  // namespace velt::tools::cfg

@@ -1,4 +1,4 @@
-// A configuration file line by line, as the library reads it.
+// Reads a configuration file line by line, as the library does.
 #include "tools/veltcfg/config_lines.h"
 
 #include <fcntl.h>
@@ -18,7 +18,7 @@ namespace velt::tools::cfg {
 namespace {
 
 constexpr int kItem = 1;
-constexpr std::streamsize kLineCapacity = 2048;  // of the library: 2047 characters and a NUL
+constexpr std::streamsize kLineCapacity = 2048;  // the library's: 2047 characters and a NUL
 constexpr char const* kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kByteOrderMarkLength = 3;
 
@@ -46,7 +46,7 @@ void Examine(ConfigFile& file) {
   if (opened >= 0) close(opened);
 }
 
-// The bytes of a line beside the library's reading of it.
+// Reads the bytes of each line; the library's own functions give the items.
 class RawLines {
  public:
   explicit RawLines(std::string const& path) : in_(path) {}
@@ -54,11 +54,11 @@ class RawLines {
   std::string Next() {
     in_.getline(buffer_.data(), kLineCapacity, '\n');
     auto length = static_cast<std::size_t>(in_.gcount());
-    bool const with_newline = length > 0 && !in_.eof() && !in_.fail();  // which is counted, and not stored
+    bool const with_newline = length > 0 && !in_.eof() && !in_.fail();  // gcount() includes the newline
     return {buffer_.data(), with_newline ? length - 1 : length};
   }
 
-  // How many lines begin after the one that was cut.
+  // The number of lines after the line that was cut.
   long CountRest() {
     constexpr std::streamsize kAll = std::numeric_limits<std::streamsize>::max();
     in_.clear();

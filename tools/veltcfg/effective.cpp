@@ -1,4 +1,4 @@
-// What the library makes of a configuration: it is asked, not imitated.
+// Asks the library itself what it reads from a configuration.
 #include "tools/veltcfg/effective.h"
 
 #include <array>
@@ -29,7 +29,8 @@ Configured ReadConfigured(std::string const& own_file) {
   return read;
 }
 
-// Silent, so that no channel is opened; without a log directory, so that none is made.
+// Initialises the manager silent, so that it opens no channel, and without a log directory, so that it makes
+// none.
 VeltDebugMgr::ModuleSets ReadRegistered(std::string const& host_name, std::string const& own_file) {
   VeltDebugMgr::ModuleSets modules;
   VeltDebugMgr* const manager = VeltDebugMgr::Instance();
@@ -43,7 +44,7 @@ VeltDebugMgr::ModuleSets ReadRegistered(std::string const& host_name, std::strin
 bool LookUp(ConfigFile const& file, NumberView& number) {
   if (!VeltGetCfgInt(number.key.c_str(), number.number, file.path.c_str())) return false;
   Item const* const item = FirstOf(file, number.key);
-  if (item == nullptr) return false;  // the file has just been changed
+  if (item == nullptr) return false;  // the file was changed since it was read
   number.text = item->value;
   number.place = {file.path, item->line};
   return true;

@@ -1,4 +1,4 @@
-// What veltcfg finds worth saying about a configuration.
+// The notes, warnings and errors of veltcfg.
 #include "tools/veltcfg/finding.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ void AddFinding(Findings& findings, Severity severity, char const* kind, Place c
 std::string Quoted(std::string const& value) {
   constexpr std::size_t kShown = 60;
   std::size_t end = std::min(value.size(), kShown);
-  // Not within a UTF-8 sequence.
+  // Do not cut inside a UTF-8 sequence.
   while (end < value.size() && end > 0 && (static_cast<unsigned char>(value[end]) & 0xC0U) == 0x80U) --end;
   return '"' + value.substr(0, end) + (end < value.size() ? "...\"" : "\"");
 }

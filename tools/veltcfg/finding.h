@@ -1,4 +1,4 @@
-// What veltcfg finds worth saying about a configuration.
+// The notes, warnings and errors of veltcfg.
 #ifndef VELT_TOOLS_VELTCFG_FINDING_H
 #define VELT_TOOLS_VELTCFG_FINDING_H
 
@@ -7,13 +7,13 @@
 
 namespace velt::tools::cfg {
 
-// Where something stands. Line 0 is the file as a whole; no file at all is the environment.
+// What a finding is about. Line 0 means the file as a whole; an empty file means the environment.
 struct Place {
   std::string file;
   int line = 0;
 };
 
-// A note is no reason to change anything; an error means that the configuration is not used at all.
+// A note needs no action. An error means that the configuration is not used at all.
 enum class Severity { kNote, kWarning, kError };
 
 struct Finding {
@@ -28,7 +28,7 @@ using Findings = std::vector<Finding>;
 void AddFinding(Findings& findings, Severity severity, char const* kind, Place const& place,
                 std::string const& message);
 
-// The value of a variable or item in quotes, cut where it is long.
+// `value` in quotes, cut after 60 bytes.
 std::string Quoted(std::string const& value);
 
 // "note", "warning" or "error".

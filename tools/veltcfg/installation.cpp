@@ -42,7 +42,7 @@ Location File(char const* name, std::string path) {
   return location;
 }
 
-// The variables that are used untrimmed for files, and trimmed or not at all elsewhere.
+// Checks a variable that becomes part of file paths untrimmed.
 void CheckFileRoot(char const* variable, Findings& findings) {
   auto const value = ValueOf(variable);
   if (!value) return;

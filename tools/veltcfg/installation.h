@@ -15,7 +15,7 @@ struct Variable {
   std::optional<std::string> value;  // absent: not set
 };
 
-// A path as the library makes it, and what it made it of.
+// A path that the library derives, and what it derives it from.
 struct Location {
   std::string name;
   std::string path;  // empty: there is none
@@ -30,7 +30,7 @@ struct Installation {
   Findings findings;
 };
 
-// Reads the environment, and asks the library what it makes of it.
+// Reads the environment, and asks the library for the paths that it derives from it.
 Installation DescribeInstallation();
 
 }  // namespace velt::tools::cfg

@@ -27,7 +27,7 @@ Json List(Entries const& entries, MakeEntry const& make) {
   return list;
 }
 
-// A file that is empty and a line that is 0 say that there is none.
+// An empty file name and a line 0 become null.
 void AddPlace(Place const& place, Json& object) {
   object["file"] = PathOrNull(place.file);
   object["line"] = place.line == 0 ? Json() : Json(place.line);

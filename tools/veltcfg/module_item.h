@@ -19,7 +19,7 @@ struct ModuleItem {
   Item item;
 };
 
-// What an item registers: nothing, one set, or two where both markers are in its name.
+// What an item registers: nothing, one set, or two sets if its name contains both markers.
 std::vector<ModuleItem> ModuleItemsOf(Item const& item);
 
 // The item of `file` that gives `module` this set: the last one.
@@ -34,7 +34,8 @@ char const* NameOf(SetKind kind);
 // The set in the form of the configuration, "1100" for bits 0 and 1; empty for the empty set.
 std::string TextOf(std::bitset<32> const& bits);
 
-// What stands for one bit in the log or on the machine: "A", "log file"; empty where nothing does.
+// The name of a bit: a level's tag in the log, such as "A", or an output, such as "log file"; empty when the
+// bit has none.
 char const* TagOf(SetKind kind, std::size_t bit);
 
 // "0 (A), 1 (E)", or "none".

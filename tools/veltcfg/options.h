@@ -7,10 +7,10 @@
 namespace velt::tools::cfg {
 
 struct Options {
-  std::string file;              // the host's own; empty: it has none
-  std::string name = "server_";  // of the host; never empty
+  std::string file;              // the configuration that the host names; empty: it names none
+  std::string name = "server_";  // the host's name; never empty
   bool json = false;
-  bool quiet = false;  // the findings alone
+  bool quiet = false;  // print the findings only
 };
 
 enum class Request { kRun, kHelp, kVersion, kUsageError };
@@ -20,7 +20,7 @@ struct CommandLine {
   Options options;
 };
 
-// Reads the arguments. What is wrong with them is said on standard error; the request is then kUsageError.
+// Reads the arguments. If they are wrong, prints why on standard error and returns the request kUsageError.
 CommandLine ParseCommandLine(int argc, char** argv);
 
 // The text of --help, ending in a newline.

@@ -8,13 +8,13 @@
 
 namespace velt::tools::cfg {
 
-// Sections with a line for each entry, for people.
+// For people: sections with a line for each entry.
 std::string AsText(Report const& report);
 
-// A line for each finding; empty where there are none.
+// A line for each finding; empty when there are none.
 std::string FindingsAsText(Findings const& findings);
 
-// One object with the same content, for machines.
+// For programs: one JSON object with the same content as AsText.
 std::string AsJson(Report const& report);
 
 }  // namespace velt::tools::cfg

@@ -1,4 +1,4 @@
-// All that veltcfg has to say, before it takes a form.
+// The content of veltcfg's report, independent of its form (text or JSON).
 #ifndef VELT_TOOLS_VELTCFG_REPORT_H
 #define VELT_TOOLS_VELTCFG_REPORT_H
 
@@ -18,26 +18,26 @@ namespace velt::tools::cfg {
 struct Sources {
   ConfigFile first;             // its path is empty when there is none at all
   ConfigFile main;              // velt.cfg, which also has the switches
-  bool main_is_second = false;  // whether what is absent in the first file is looked up there
+  bool main_is_second = false;  // whether items that the first file lacks are looked up in `main`
 
-  // Whether the library can be asked: it has a file, and opening none of them would hold it up.
+  // Whether the library can be asked: it has a file to read, and would not wait in opening one.
   bool AreUsable() const { return first.state == FileState::kReadable && main.state != FileState::kBlocking; }
 };
 
-// A number of the configuration, from the file to what the library does with it.
+// A number of the configuration: its text, and how the library reads it.
 struct NumberView {
   std::string key;
   std::optional<std::string> text;  // absent: no file has it
-  Place place;                      // of the text
-  int number = 0;                   // as read; meaningful with a text
+  Place place;                      // where the text is
+  int number = 0;                   // as the library reads it; set only with a text
 };
 
 struct LimitView {
   NumberView number;
   Limit limit = kRingRecords;
   char const* unit = "";
-  int as_read = 0;  // in the unit of the limit, before the bounds
-  int value = 0;    // what the host works with
+  int as_read = 0;  // in the unit of the limit, before the bounds are applied
+  int value = 0;    // what the host uses
 };
 
 struct SwitchView {
@@ -46,9 +46,9 @@ struct SwitchView {
 };
 
 struct SetView {
-  std::bitset<32> bits;        // what the host works with
-  std::bitset<32> configured;  // before the mask
-  std::optional<Item> item;    // of the file that is read first; absent: a default
+  std::bitset<32> bits;        // what the host uses
+  std::bitset<32> configured;  // before the mask is applied
+  std::optional<Item> item;    // in the file that is read first; absent: the default is used
 };
 
 struct ModuleView {

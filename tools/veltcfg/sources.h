@@ -8,8 +8,8 @@
 
 namespace velt::tools::cfg {
 
-// Reads the files that a host with the configuration `own_file` (empty: it names none) reads, and adds to
-// `findings` what is wrong with them as files and as lines.
+// Reads the files that a host reads which names the configuration `own_file` (empty: it names none). Adds
+// what is wrong with the files and their lines to `findings`.
 Sources ReadSources(std::string const& own_file, Findings& findings);
 
 }  // namespace velt::tools::cfg

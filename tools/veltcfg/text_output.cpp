@@ -8,7 +8,7 @@
 namespace velt::tools::cfg {
 namespace {
 
-// Lines that stay lines whatever a path or a name holds.
+// Builds the text. A path or a name with a line end in it stays on its line.
 class Page {
  public:
   void Add(std::string const& line) { text_ += Printable(line) + '\n'; }

@@ -1,5 +1,5 @@
 // veltcfg: shows what a host reads from its environment and its debug configuration, and what the library
-// replaces or ignores there without a word.
+// silently replaces or ignores there.
 #include <algorithm>
 #include <cstdio>
 #include <exception>

@@ -14,9 +14,9 @@ int OpenLockFile(std::string const& path) {
   constexpr int kFlags = O_CREAT | O_CLOEXEC | O_NOFOLLOW;
   constexpr mode_t kMode = 0644;
   int const descriptor =
-      open(path.c_str(), O_RDWR | kFlags, kMode);  // some file systems lock only what is writable
+      open(path.c_str(), O_RDWR | kFlags, kMode);  // some file systems lock only files opened for writing
   if (descriptor >= 0 || errno != EACCES) return descriptor;
-  return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);  // of an earlier run by another user
+  return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);  // another user's file, from an earlier run
 }
 
 }  // namespace

@@ -6,24 +6,23 @@
 
 namespace velt::tools {
 
-// FamilyLock locks the hidden file `.<name>.lock` of the directory, for as long as it lives. The kernel gives
-// the lock back when the process ends, however it ends. The file stays: were it removed, a third process
-// could lock a new one beside a second that still waits at the old. Neither housekeeping nor a listing
-// without hidden files sees it, and unlike a name in memory it is the same for every container that the
-// directory is mounted in.
+// FamilyLock locks the hidden file `.<name>.lock` of the directory while the object exists. The kernel
+// releases the lock when the process ends, however it ends. The file is not removed: another process could
+// have it open, lock the removed file, and run beside a third one that locks a new file. A file works for all
+// containers that mount the directory; housekeeping and listings without hidden files do not show it.
 class FamilyLock {
  public:
-  // Does not wait.
+  // Tries to take the lock; does not wait.
   FamilyLock(std::string const& directory, std::string const& name);
   ~FamilyLock();
   FamilyLock(FamilyLock const&) = delete;
   FamilyLock& operator=(FamilyLock const&) = delete;
 
-  // Whether another process has it.
+  // Whether another process has the lock.
   bool IsTaken() const { return taken_; }
 
-  // The errno of a lock that can be neither had nor refused: no room for the file, no locks on this file
-  // system; or 0.
+  // The errno when locking itself failed: the file cannot be created, or the file system has no locks. Else
+  // 0.
   int Error() const { return error_; }
 
  private:

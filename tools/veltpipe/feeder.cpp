@@ -9,10 +9,10 @@ namespace velt::tools {
 namespace {
 
 constexpr std::chrono::milliseconds kRetryPause(10);
-constexpr std::chrono::seconds kDropFor(1);  // a call that is refused has waited as long
+constexpr std::chrono::seconds kDropFor(1);  // as long as a refused call has waited
 
-// A record in the file is: "MM-DD hh:mm:ss.uuuuuu", ".T" and the thread id, " module ", the tag, the message,
-// newline.
+// A record in the file is "MM-DD hh:mm:ss.uuuuuu", ".T" and the thread id, " module ", the tag, the message
+// and a newline.
 std::size_t RecordOverhead(Options const& options) {
   std::size_t const stamp = 21;
   std::size_t const thread = 2 + std::to_string(gettid()).size();
@@ -37,7 +37,7 @@ Feeder::Feeder(Options const& options, Limits const& limits, StopSignal& stop, S
   channel_ = std::make_unique<VeltDebugInfo>(family_.Directory(), options.name, "", false, false,
                                              limits.ring_records, limits.file_bytes, limits.archives,
                                              limits.files_per_archive, true);
-  (void)pacer_.WaitForFirstFile(*channel_);  // false: a signal came, and nothing will be read
+  (void)pacer_.WaitForFirstFile(*channel_);  // if a signal ends the wait, no input is read
 }
 
 void Feeder::Feed(std::string const& message) {

@@ -17,24 +17,25 @@
 
 namespace velt::tools {
 
-// Feeder owns the channel: it opens it at a moment when no file can be overwritten, traces each message as
-// one record as fast as the pacer admits them, and closes it.
+// Feeder owns the channel: it opens it in a second in which no file can be overwritten, traces each message
+// as one record, as fast as the pacer admits them, and closes it.
 //
 // Threads: one thread makes every call, the constructor included (its id is part of the length of a record).
 class Feeder {
  public:
-  // May wait for a second that no file bears, and for the first file to open; a stop signal ends the latter.
+  // May wait for a second that is in no file's name, and then for the first file to open. A stop signal ends
+  // the second wait.
   Feeder(Options const& options, Limits const& limits, StopSignal& stop, Statistics& statistics);
 
-  // Traces `message`, trying again for as long as the channel refuses it. Gives it up, and counts that, only
-  // when a stop signal has come and the log does not move. Where records are to be dropped on a stall, one
-  // that the log does not take within a second is dropped and counted, and so are those of the second after.
+  // Traces `message`, and tries again for as long as the channel refuses it. Gives up, and counts that, only
+  // after a stop signal, when the log does not grow either. With --on-stall drop, a record that the log does
+  // not take within a second is dropped and counted, and so are all records of the following second.
   void Feed(std::string const& message);
 
   // Closes the channel, which writes out what it accepted, and completes the statistics.
   void Finish();
 
-  // Why the directory takes no file now; empty when it does.
+  // Why no file can be created in the directory now; empty when one can.
   std::string WhyNoFile() const { return family_.WhyNoFile(); }
 
  private:
@@ -44,12 +45,12 @@ class Feeder {
   VeltLogLevel const level_;
   bool const print_;
   bool const drop_on_stall_;
-  std::size_t const overhead_bytes_;  // of each record in the file, beyond its message
+  std::size_t const overhead_bytes_;  // of a record in the file, without its message
   StopSignal& stop_;
   Statistics& statistics_;
   LogFamily family_;
   Pacer pacer_;
-  StopSignal::Clock::time_point next_try_;  // until then records are dropped
+  StopSignal::Clock::time_point next_try_;  // records are dropped until then
   std::unique_ptr<VeltDebugInfo> channel_;
 };
 

@@ -1,4 +1,4 @@
-// Standard input, read in blocks between two stop signals.
+// Reads standard input until its end or a stop signal.
 #include "tools/veltpipe/input.h"
 
 #include <poll.h>
@@ -18,7 +18,7 @@ constexpr std::size_t kBlockBytes = 65536;
 void WaitForEither(int descriptor, int stop_descriptor, int milliseconds) {
   std::array<pollfd, 2> waited{{{descriptor, POLLIN, 0}, {stop_descriptor, POLLIN, 0}}};
   (void)poll(waited.data(), waited.size(),
-             milliseconds);  // the caller asks both again, whatever ended the wait
+             milliseconds);  // whatever ended the wait, the caller checks both
 }
 
 bool IsTemporary(int reason) { return reason == EINTR || reason == EAGAIN || reason == EWOULDBLOCK; }
@@ -34,7 +34,7 @@ int ReadInput(int descriptor, StopSignal& stop, LineSplitter& lines, Statistics&
     progress.Tick();
     if (stop.Raised()) return 0;
     pollfd input{descriptor, POLLIN, 0};
-    if (poll(&input, 1, 0) == 0) continue;  // a read would wait, deaf to signals
+    if (poll(&input, 1, 0) == 0) continue;  // a read would block and miss the stop signal
     ssize_t const count = read(descriptor, block.data(), block.size());
     if (count == 0) return 0;
     if (count > 0) {

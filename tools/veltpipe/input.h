@@ -1,4 +1,4 @@
-// Standard input, read in blocks between two stop signals.
+// Reads standard input until its end or a stop signal.
 #ifndef VELT_TOOLS_VELTPIPE_INPUT_H
 #define VELT_TOOLS_VELTPIPE_INPUT_H
 
@@ -9,9 +9,9 @@
 
 namespace velt::tools {
 
-// Gives what `descriptor` delivers to `lines` until its end or a stop signal; after a signal nothing more is
-// read, so that what was read can be finished. Counts lines and bytes, and renews the progress line, as it
-// goes. Returns 0, or the errno of a read that failed.
+// Reads `descriptor` and passes the bytes to `lines`, until the input ends or a stop signal comes; after a
+// signal nothing more is read, and the caller writes out what was read. Meanwhile counts lines and bytes and
+// redraws the progress line. Returns 0, or the errno of a read that failed.
 int ReadInput(int descriptor, StopSignal& stop, LineSplitter& lines, Statistics& statistics,
               Progress& progress);
 

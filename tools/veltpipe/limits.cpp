@@ -8,11 +8,11 @@ namespace {
 
 Limits ConfiguredLimits(std::string const& file) {
   int ring_records = 0;
-  int channels = 0;  // veltpipe has one
+  int channels = 0;  // not used: veltpipe has one channel
   int file_bytes = 0;
   int archives = 0;
   int files_per_archive = 0;
-  VeltDebugMgr::ModuleSets modules;  // levels and outputs are the command line's here
+  VeltDebugMgr::ModuleSets modules;  // not used: the command line gives levels and outputs
   VeltDebugMgr::Instance()->GetCfgItem(file, ring_records, channels, file_bytes, archives, files_per_archive,
                                        modules);
   VeltDebugMgr::Destroy();

@@ -14,7 +14,7 @@ struct Limits {
   unsigned int files_per_archive = DefaultOf(kFilesPerArchive);
 };
 
-// What the options say, else the configuration file that they name, else the defaults above.
+// Each limit from the options, else from the configuration file that they name, else the default above.
 Limits LimitsFor(Options const& options);
 
 }  // namespace velt::tools

@@ -12,8 +12,8 @@ std::size_t SequenceLength(unsigned char lead) {
   return lead >= 0xC0 ? 2 : 1;
 }
 
-// Where `text` can end without cutting a UTF-8 sequence that its last bytes begin; its whole length when they
-// complete one, or are no UTF-8.
+// The largest length at which `text` can be cut without dividing the UTF-8 sequence at its end; the whole
+// length when that sequence is complete, or the last bytes are not UTF-8.
 std::size_t WholeSequences(std::string const& text) {
   for (std::size_t back = 1; back <= 3 && back < text.size(); ++back) {
     auto const byte = static_cast<unsigned char>(text[text.size() - back]);
@@ -50,7 +50,7 @@ void LineSplitter::Finish() {
 
 void LineSplitter::AppendByte(char byte) {
   auto const value = static_cast<unsigned char>(byte);
-  // U+0080 to U+009F, which terminals obey like their forms with an escape, are C2 and a byte of that number.
+  // Terminals also obey U+0080 to U+009F. In UTF-8 they are C2 and a byte with that number.
   bool const ends_control = value >= 0x80 && value < 0xA0 && !pending_.empty() && pending_.back() == '\xC2';
   if (escape_ && ends_control) {
     pending_.pop_back();

@@ -10,15 +10,15 @@
 
 namespace velt::tools {
 
-// LineSplitter hands each line, without its newline, to a sink: as one message, or as several where it is
-// longer than the library takes. A NUL byte becomes the two characters \0. On request every control character
-// becomes \xNN for each of its bytes. A message never ends within such a form, nor within a UTF-8 sequence as
-// long as the bytes are UTF-8.
+// LineSplitter passes each line, without its newline, to a sink: as one message, or as several if it is
+// longer than the library takes. A NUL byte becomes the two characters \0. With `escape`, each byte of a
+// control character becomes \xNN. A message never ends inside such an escape, nor inside a UTF-8 sequence if
+// the bytes are UTF-8.
 //
 // Memory: one message, however long a line is.
 class LineSplitter {
  public:
-  static constexpr std::size_t kLongestMessage = 2048;  // bytes that a channel traces of one message
+  static constexpr std::size_t kLongestMessage = 2048;  // bytes; a channel cuts longer messages
 
   using Sink = std::function<void(std::string const& message)>;
 
@@ -27,10 +27,10 @@ class LineSplitter {
   // Takes the next bytes of the stream and calls the sink for every message that they complete.
   void Push(std::string_view bytes);
 
-  // The stream has ended: what came after the last newline, if anything, is a line too.
+  // Call it at the end of the stream: bytes after the last newline become a line.
   void Finish();
 
-  std::uint64_t Lines() const { return lines_; }  // completed so far
+  std::uint64_t Lines() const { return lines_; }  // lines completed so far
 
  private:
   void AppendByte(char byte);
@@ -40,7 +40,7 @@ class LineSplitter {
 
   bool const escape_;
   Sink sink_;
-  std::string pending_;  // of the current line, at most kLongestMessage
+  std::string pending_;  // the message being collected, at most kLongestMessage
   std::uint64_t lines_ = 0;
 };
 

@@ -1,4 +1,4 @@
-// The files of one log family as they lie in its directory.
+// The files of one log family, as its directory shows them.
 #include "tools/veltpipe/log_family.h"
 
 #include <dirent.h>
@@ -24,14 +24,14 @@ struct DirectoryCloser {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 
-// "20261115_085213.log" for this moment. The clock is time's, as in the library: another one may already show
-// the next second.
+// The end of a log file name for the current second, "20261115_085213.log". Uses time(), as the library does:
+// other clocks may show the next second a little earlier.
 std::string LogNameEndNow() {
   std::time_t const now = std::time(nullptr);
   std::tm local{};
   localtime_r(&now, &local);
   std::array<char, kTimeLength + 1> text{};
-  (void)std::strftime(text.data(), text.size(), "%Y%m%d_%H%M%S", &local);  // 0 after the year 9999 only
+  (void)std::strftime(text.data(), text.size(), "%Y%m%d_%H%M%S", &local);  // fails only after the year 9999
   return std::string(text.data()) + LOGFILETAIL;
 }
 
@@ -79,7 +79,7 @@ LogFamily::Footprint LogFamily::Measure() {
   return now;
 }
 
-// With a file that has no name, and is gone when it is closed.
+// Tries it with a file without a name, which disappears when it is closed.
 std::string LogFamily::WhyNoFile() const {
   constexpr mode_t kMode = 0600;
   int const file = open(directory_.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, kMode);

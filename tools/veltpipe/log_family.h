@@ -1,4 +1,4 @@
-// The files of one log family as they lie in its directory.
+// The files of one log family, as its directory shows them.
 #ifndef VELT_TOOLS_VELTPIPE_LOG_FAMILY_H
 #define VELT_TOOLS_VELTPIPE_LOG_FAMILY_H
 
@@ -8,10 +8,10 @@
 
 namespace velt::tools {
 
-// LogFamily looks at the directory that a channel writes to: which file it is writing now, how large that is,
-// and whether a file opened at this moment would take the name of another.
+// LogFamily looks into the directory that a channel writes to: which file the channel is writing, how large
+// it is, and whether a file opened now would get the name of an existing one.
 //
-// Errors: nothing throws but an allocation failure; what cannot be read counts as not there.
+// Errors: nothing throws but an allocation failure; a file that cannot be read counts as missing.
 class LogFamily {
  public:
   // Sizes in bytes, -1 for a file that does not exist.
@@ -23,22 +23,20 @@ class LogFamily {
     }
   };
 
-  // Notes the log files that are there already.
+  // Remembers the log files that exist already.
   LogFamily(std::string const& directory, std::string const& prefix);
 
-  // Whether a log file or an archive bears the current second.
+  // Whether the name of a log file or archive has the current second.
   bool SecondIsTaken() const;
 
-  // Looks for a log file that was not there at the last look. When there is one it is the current file from
-  // now on.
+  // Looks for a log file that did not exist at the last call. If there is one, it becomes the current file.
   bool FindNewerLog();
 
-  // The current log file and its archive; both -1 before the first was found. A log file that has gone counts
-  // as a newer one should its name come again.
+  // The sizes of the current log file and its archive; both -1 before the first file was found. If the log
+  // file is gone and its name appears again, FindNewerLog takes it for a newer file.
   Footprint Measure();
 
-  // Why no file can be made and written to here at this moment; empty when one can, or the file system does
-  // not say.
+  // Why no file can be created and written here now; empty when one can, or the reason is unknown.
   std::string WhyNoFile() const;
 
   std::string const& Directory() const { return directory_; }  // ends in '/'
@@ -49,7 +47,7 @@ class LogFamily {
   std::string directory_;
   std::string prefix_;
   std::set<std::string> known_logs_;
-  std::string current_log_;  // name without directory; empty before the first
+  std::string current_log_;  // file name without directory; empty before the first file
 };
 
 }  // namespace velt::tools

@@ -18,7 +18,7 @@ namespace velt::tools {
 namespace {
 
 constexpr int kHighestLevel = 31;
-constexpr std::size_t kLongestName = 233;  // 255 of a file name less the time, ".log" and ".gz"
+constexpr std::size_t kLongestName = 233;  // 255, the longest file name, less the time, ".log" and ".gz"
 
 enum Key {
   kName = 256,
@@ -60,7 +60,7 @@ bool Complain(std::string const& what) {
   return false;
 }
 
-// The whole text has to be one decimal number of the range; `value` stays as it was otherwise.
+// The number that `text` is, if the whole text is one decimal number in the range.
 std::optional<int> NumberIn(std::string const& text, int low, int high) {
   int number = 0;
   char const* const end = text.data() + text.size();
@@ -135,12 +135,12 @@ bool TakeOption(int key, CommandLine& line) {
       line.request = Request::kVersion;
       return true;
     default:
-      return false;  // getopt_long has said what is wrong
+      return false;  // getopt_long has printed what is wrong
   }
 }
 
-// Empty when `file` can be a configuration: the library opens it more than once, so it has to be a regular
-// file.
+// Why `file` cannot be used as a configuration; empty when it can. It has to be a regular file, since the
+// library opens it more than once.
 std::string WhyUnreadable(std::string const& file) {
   struct stat info {};
   if (stat(file.c_str(), &info) != 0 || access(file.c_str(), R_OK) != 0) return std::strerror(errno);
@@ -174,7 +174,7 @@ CommandLine ParseCommandLine(int argc, char** argv) {
   int key = 0;
   while ((key = getopt_long(argc, argv, "", kLongOptions.data(), nullptr)) != -1) {
     if (!TakeOption(key, line)) return UsageError();
-    if (line.request != Request::kRun) return line;  // nothing after --help or --version matters
+    if (line.request != Request::kRun) return line;  // what follows --help or --version is ignored
   }
   if (optind < argc) {
     Complain("unexpected argument \"" + std::string(argv[optind]) + "\"");

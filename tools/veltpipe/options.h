@@ -9,17 +9,17 @@ namespace velt::tools {
 
 struct Options {
   std::string name;         // what the file names begin with
-  std::string directory;    // may be missing yet
+  std::string directory;    // need not exist yet
   std::string config_file;  // empty: none
   std::string module = "app";
   int level = 3;
   std::optional<int> size_mb;     // absent: the configuration decides
   std::optional<int> keep_files;  // absent: the configuration decides
   bool print = false;
-  bool escape = false;         // control characters
-  bool drop_on_stall = false;  // rather than hold the input
+  bool escape = false;         // write control characters as \xNN
+  bool drop_on_stall = false;  // drop records instead of blocking the input
   bool stats = false;
-  bool json = false;  // of the statistics
+  bool json = false;  // statistics as JSON
   bool progress = false;
 };
 
@@ -30,7 +30,7 @@ struct CommandLine {
   Options options;  // complete and within bounds for kRun only
 };
 
-// Reads the arguments. What is wrong with them is said on standard error; the request is then kUsageError.
+// Reads the arguments. If they are wrong, prints why on standard error and returns the request kUsageError.
 CommandLine ParseCommandLine(int argc, char** argv);
 
 // The text of --help, ending in a newline.

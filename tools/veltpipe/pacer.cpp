@@ -1,4 +1,4 @@
-// Holds the input back so that no two files of the family are opened within one second.
+// Delays records so that no two files of the family are opened within one second.
 #include "tools/veltpipe/pacer.h"
 
 #include <algorithm>
@@ -14,12 +14,12 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr milliseconds kLookEvery(20);
-constexpr seconds kQuietTime(1);  // after which a file that should grow is taken to be stuck
+constexpr seconds kQuietTime(1);  // a file that should grow and does not for so long is stuck
 constexpr seconds kGrace(3);      // the channel tries to open a file every second
 constexpr seconds kExplainAfter(3);
-constexpr seconds kPatience(1);  // where records are dropped on a stall
+constexpr seconds kPatience(1);  // the longest wait with --on-stall drop
 
-// Far more than a file can hold beyond what is counted: its head, and a line for each new day.
+// Far more than the bytes in a file that are not counted: its header, and a line for each new day.
 constexpr std::uint64_t kUncountedBytes = 65536;
 
 }  // namespace
@@ -42,7 +42,7 @@ bool Pacer::WaitForFirstFile(VeltDebugInfo& channel) {
   auto const began = Clock::now();
   while (!family_.FindNewerLog()) {
     if (stop_.Raised() || IsTimeUp(began)) return false;  // nothing was read yet
-    (void)channel.Init();  // the thread may not have started for want of memory
+    (void)channel.Init();  // starts the thread if it could not be started before
     ExplainWait();
     stop_.Pause(kLookEvery);
   }
@@ -110,16 +110,15 @@ bool Pacer::WaitForNewerFile() {
 
 bool Pacer::IsTimeUp(Clock::time_point began) const { return drops_ && Clock::now() - began > kPatience; }
 
-// The file is still below its limit although more was traced than it may hold, and it does not grow.
+// Whether the file does not grow although more was traced than its limit and it has not reached the limit.
 bool Pacer::IsStuck() const {
   bool const below_limit =
       seen_.log_bytes >= 0 && static_cast<std::uint64_t>(seen_.log_bytes) <= limit_bytes_;
   return below_limit && Clock::now() - std::max(last_move_, last_record_) > kQuietTime;
 }
 
-// A device that is merely slow must not get another file's worth, so one record goes at a time. When one has
-// arrived and the file is quiet again, everything before it was taken from the queue: the count starts anew
-// from the file.
+// Admits one record at a time, since the device may only be slow: more could fill another file. When one has
+// arrived and the file is quiet again, the queue is empty, and the count starts again at the file's size.
 void Pacer::GoOnDespiteRefusal() {
   bool const arrived = probed_at_bytes_ >= 0 && seen_.log_bytes > probed_at_bytes_;
   if (arrived) {

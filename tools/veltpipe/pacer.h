@@ -1,4 +1,4 @@
-// Holds the input back so that no two files of the family are opened within one second.
+// Delays records so that no two files of the family are opened within one second.
 #ifndef VELT_TOOLS_VELTPIPE_PACER_H
 #define VELT_TOOLS_VELTPIPE_PACER_H
 
@@ -13,39 +13,39 @@
 
 namespace velt::tools {
 
-// Pacer counts what goes into the current log file. Once that must have outgrown its limit, nothing more is
-// admitted before the next file is open; and a record that may outgrow it is not admitted in the second whose
-// name is taken.
+// Pacer counts the bytes that go into the current log file. When the count has passed the file's limit, it
+// admits no record before the next file is open. A record that could make the file pass its limit is not
+// admitted in a second that is already in a file's name.
 //
-// The count never exceeds what the file holds once the channel has written everything: so a rotation that is
-// waited for comes. Where the device refuses writes it does not; then single records go through until one
-// arrives.
+// The count is never more than what the file holds after the channel has written everything, so a rotation
+// that the pacer waits for does come, unless the device refuses writes. In that case it admits single records
+// until one reaches the file.
 //
-// After a stop signal a wait ends when nothing has moved for three seconds; until then waits have no limit,
-// unless records are dropped on a stall: then none is longer than a second.
+// Waits have no limit, with two exceptions: after a stop signal a wait ends when nothing has moved for three
+// seconds; with --on-stall drop no wait is longer than a second.
 class Pacer {
  public:
   Pacer(LogFamily& family, StopSignal& stop, Statistics& statistics, std::uint64_t file_limit_bytes,
         bool drops);
 
-  // Returns once no file of the family bears the current second.
+  // Returns once no file name of the family has the current second.
   void WaitForFreeSecond();
 
-  // Returns true once the channel has opened its first file, false when a stop signal came before, or the
-  // time is up.
+  // Returns true once the channel has opened its first file; false when a stop signal comes first, or when
+  // the time is up.
   bool WaitForFirstFile(VeltDebugInfo& channel);
 
-  // Returns true once a record of that size may be traced; false when the time is up, or the log is given up,
-  // from then on always.
+  // Returns true once a record of that size may be traced; false when the time is up, and from the moment
+  // that the log is given up (see IsHopeless).
   bool Admit(std::size_t record_bytes);
 
-  // A record of that size was accepted by the channel.
+  // Call it when the channel has accepted a record of that size.
   void Count(std::size_t record_bytes);
 
-  // Whether a stop signal has come and nothing has moved since.
+  // Whether a stop signal has come and nothing has moved for three seconds.
   bool IsHopeless();
 
-  // To be called when the channel is gone: completes the statistics.
+  // Call it when the channel has been destroyed: completes the statistics.
   void CheckEnd();
 
  private:
@@ -64,10 +64,10 @@ class Pacer {
   std::uint64_t const limit_bytes_;
   bool const drops_;
   std::uint64_t expected_bytes_ = 0;           // lower bound of what the current file will hold
-  LogFamily::Footprint seen_;                  // at the last look
-  StopSignal::Clock::time_point last_move_;    // of the file, as far as it was looked at
-  StopSignal::Clock::time_point last_record_;  // accepted by the channel
-  std::int64_t probed_at_bytes_ = -1;  // size of the file when a single record was let through; -1: none was
+  LogFamily::Footprint seen_;                  // sizes at the last look
+  StopSignal::Clock::time_point last_move_;    // when the sizes were last seen to change
+  StopSignal::Clock::time_point last_record_;  // when the channel last accepted a record
+  std::int64_t probed_at_bytes_ = -1;          // file size when a single record was admitted; -1: none was
   bool has_file_ = false;
   bool given_up_ = false;
   bool explained_ = false;

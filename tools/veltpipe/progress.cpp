@@ -18,7 +18,7 @@ constexpr double kMegabyte = 1048576;
 
 bool IsInFront() {
   pid_t const front = tcgetpgrp(STDERR_FILENO);
-  return front < 0 || front == getpgrp();  // not the controlling terminal: nobody else has it
+  return front < 0 || front == getpgrp();  // below 0: not the controlling terminal, so no other job has it
 }
 
 bool TakesOutput() {
@@ -26,7 +26,7 @@ bool TakesOutput() {
   return poll(&terminal, 1, 0) == 1 && (terminal.revents & POLLOUT) != 0;
 }
 
-// A line that wraps could not be rewritten.
+// The line is cut to the terminal's width: one that wraps could not be redrawn.
 std::size_t Columns() {
   constexpr std::size_t kUsual = 80;
   winsize size{};

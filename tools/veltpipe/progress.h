@@ -10,11 +10,11 @@
 
 namespace velt::tools {
 
-// Progress rewrites one line of standard error with what `statistics` say. It shows nothing where standard
-// error is no terminal, or is one that another job has in front; a terminal that is held (Ctrl-S) is passed
-// over, so that the log never waits for it.
+// Progress shows the figures of `statistics` in one line on standard error. It shows nothing if standard
+// error is not a terminal, or if another job is in the terminal's foreground. It skips a redraw if the
+// terminal is stopped (Ctrl-S), so that the log never waits for it.
 //
-// Threads: the main thread's.
+// Threads: only the main thread may use it.
 class Progress {
  public:
   using Clock = std::chrono::steady_clock;
@@ -23,10 +23,10 @@ class Progress {
 
   bool IsShown() const { return shown_; }
 
-  // Renews the line, unless that was done less than kEvery ago.
+  // Redraws the line, unless the last redraw was less than kEvery ago.
   void Tick();
 
-  // Renews the line a last time, with the rate of the whole run, and leaves it standing.
+  // Draws the line a last time, with the rate of the whole run, and ends it.
   void Finish();
 
   static constexpr std::chrono::milliseconds kEvery{250};
@@ -39,7 +39,7 @@ class Progress {
   Clock::time_point const began_;
   Clock::time_point renewed_;
   std::uint64_t renewed_bytes_ = 0;
-  std::size_t width_ = 0;  // of what stands on the terminal
+  std::size_t width_ = 0;  // columns of the line on the terminal
 };
 
 }  // namespace velt::tools

@@ -1,4 +1,4 @@
-// What a run of veltpipe did.
+// What a run of veltpipe read, wrote and lost.
 #include "tools/veltpipe/statistics.h"
 
 #include <cinttypes>

@@ -12,7 +12,7 @@
 namespace velt::tools {
 namespace {
 
-// nohup leaves SIGHUP ignored; a blocked signal reaches the descriptor even so.
+// Under nohup SIGHUP is ignored, but would reach the descriptor all the same if it were blocked here.
 bool IsIgnored(int signal_number) {
   struct sigaction now {};
   return sigaction(signal_number, nullptr, &now) == 0 && now.sa_handler == SIG_IGN;

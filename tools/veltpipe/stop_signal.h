@@ -6,10 +6,10 @@
 
 namespace velt::tools {
 
-// StopSignal blocks SIGTERM, SIGINT and, unless it was ignored, SIGHUP, and receives them through a
+// StopSignal blocks SIGTERM, SIGINT and, unless it is ignored, SIGHUP, and receives them through a
 // descriptor: no handler runs. Make it before any thread, so that every thread has them blocked.
 //
-// Threads: the main thread's.
+// Threads: only the main thread may use it.
 // Errors:  the constructor throws std::system_error.
 class StopSignal {
  public:
@@ -23,13 +23,13 @@ class StopSignal {
   // Becomes readable with the first signal; for poll.
   int Descriptor() const { return descriptor_; }
 
-  // Whether one has come; stays true.
+  // Whether a stop signal has come; from then on always true.
   bool Raised();
 
-  // When the first one was noticed; meaningful once Raised.
+  // When Raised first saw a signal; meaningful once Raised is true.
   Clock::time_point RaisedAt() const { return raised_at_; }
 
-  // Sleeps for `time`, or until the first signal comes. After that one it sleeps in full.
+  // Sleeps for `time`, or until the first signal comes. After the first signal it always sleeps for `time`.
   void Pause(std::chrono::milliseconds time);
 
  private:

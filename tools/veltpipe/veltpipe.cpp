@@ -33,7 +33,7 @@ constexpr int kSuccess = 0;
 constexpr int kLoss = 1;
 constexpr int kUsage = 2;
 
-// Where a caller closed a standard stream, its number must not become that of a log file.
+// Opens /dev/null in place of standard streams that are closed, so that no log file gets their descriptor.
 void OccupyStandardStreams() {
   int descriptor = 0;
   do {
@@ -42,7 +42,8 @@ void OccupyStandardStreams() {
   if (descriptor >= 0) close(descriptor);
 }
 
-// A reader of standard output that has gone, and a limit on file sizes, are errors of one write, not the end.
+// When standard output's reader has gone, or a file reaches the size limit of the process, a write fails; the
+// process goes on.
 void IgnoreWriteSignals() {
   (void)std::signal(SIGPIPE, SIG_IGN);
   (void)std::signal(SIGXFSZ, SIG_IGN);
@@ -54,7 +55,7 @@ bool Refuse(char const* what, std::string const& directory, char const* reason) 
   return false;
 }
 
-// The library does not say why: errno is that of its last look at the path.
+// Tries again to learn the reason: the library's errno is only that of its last access().
 std::string WhyNotMade(std::string const& directory) {
   std::error_code error;
   std::filesystem::create_directories(directory, error);
@@ -77,8 +78,8 @@ bool PrepareDirectory(std::string const& directory) {
   return true;
 }
 
-// False when another process has the lock. Without any lock the log goes on: input that nobody reads is
-// worse.
+// False when another process has the lock. If locking itself fails, veltpipe goes on: not reading the input
+// would be worse.
 bool IsAlone(FamilyLock const& lock, Options const& options) {
   if (lock.IsTaken()) {
     std::fprintf(
