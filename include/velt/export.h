@@ -1,8 +1,8 @@
-// Marks what leaves the library, and lets the compiler check printf-style calls of a host.
+// Marks what the library exports, and lets the compiler check a host's printf-style calls.
 #ifndef VELT_EXPORT_H
 #define VELT_EXPORT_H
 
-// Stands on every class, function and datum that hosts may use; everything else stays hidden.
+// On every class, function and variable that hosts may use; everything else is hidden.
 #define VELT_EXPORT __attribute__((visibility("default")))
 
 // `fmt` and `first` count parameters from 1; in a member function the object itself is parameter 1.

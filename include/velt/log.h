@@ -1,12 +1,12 @@
-// A thin layer for calls that read well: named levels, formats in the style of {fmt}, a module as an object.
+// A thin layer over VeltDebugMgr: named levels, formats in the style of {fmt}, a module as an object.
 //
 //   velt::Module const net("net");
 //   net.Register(velt::UpTo(velt::kInfo), velt::kToFile);  // once, after Init
 //   net.Error("link to {} lost after {} s", peer, seconds);
-//   VELT_INFO(net, "{} connections", Count());             // Count() is called when somebody will see it
+//   VELT_INFO(net, "{} connections", Count());             // Count() is called only if the record is wanted
 //
-// It needs {fmt} 9 or later; `veltbaseutil::log` (CMake) and `veltbaseutil-log` (pkg-config) bring it.
-// Nothing here is part of the shared library: all of it is made of calls of VeltDebugMgr.
+// It needs {fmt} 9 or later; `veltbaseutil::log` (CMake) and `veltbaseutil-log` (pkg-config) add it. All of
+// it is in this header and calls VeltDebugMgr; nothing of it is in the shared library.
 #ifndef VELT_LOG_H
 #define VELT_LOG_H
 
@@ -27,13 +27,13 @@
 namespace velt {
 
 // The levels that have a tag of their own in the log.
-inline constexpr VeltLogLevel kAlert{0};    // "A: "; also brings out the records that no output had wanted
+inline constexpr VeltLogLevel kAlert{0};    // "A: "; also writes the filtered records that the ring kept
 inline constexpr VeltLogLevel kError{1};    // "E: "
 inline constexpr VeltLogLevel kWarning{2};  // "W: "
 inline constexpr VeltLogLevel kInfo{3};     // "I: "
 
-inline constexpr unsigned kToStandardOutput = 1;  // of an output set; both: kToStandardOutput | kToFile
-inline constexpr unsigned kToFile = 2;            // of an output set
+inline constexpr unsigned kToStandardOutput = 1;  // the output set of standard output
+inline constexpr unsigned kToFile = 2;            // of the log file; both: kToStandardOutput | kToFile
 
 // The set of the levels 0 to `level`: none for a negative one, all 32 from 31 on.
 constexpr std::bitset<32> UpTo(VeltLogLevel level) {
@@ -47,40 +47,40 @@ class Line;
 
 // A module's name, and the calls that trace under it.
 //
-// Use:     one object for each source file or class, copied at the price of a reference count. All copies,
-// and
-//          other objects of the same name, mean the same module of the manager; making one registers nothing.
+// Use:     make one object for each source file or class; a copy costs a reference count. All objects of one
+//          name mean the same module of the manager. Making an object registers nothing.
 // Threads: every operation from any thread, once the object is made.
-// Errors:  Log and what is built on it never throw. False: nothing was traced.
+// Errors:  Log, Alert, Error, Warning, Info and the macros never throw; false means that nothing was traced.
 class Module {
  public:
   // Traces go to the main log family. An empty name has the sets of "debug".
   explicit Module(std::string name) : Module(std::move(name), std::string()) {}
 
-  // Traces go to the family <name of the manager><subName>_, as those of VeltDebugMgr::AppTrace. An empty
-  // `subName` is the main family.
+  // Traces go to the family <name of the manager><subName>_, as with VeltDebugMgr::AppTrace. An empty
+  // `subName` means the main family.
   Module(std::string name, std::string subName)
       : m_pNames(std::make_shared<Names const>(Names{std::move(name), std::move(subName)})) {}
 
-  // A copy shares the names. There is no move, which would leave an object behind that has none.
+  // A copy shares the names. There is no move, since it would leave an object without names.
   Module(Module const&) = default;
   // The same.
   Module& operator=(Module const&) = default;
   ~Module() = default;
 
-  // Gives the module these sets, as VeltDebugMgr::RegSubModuleInfo does: Register(UpTo(kWarning), kToFile).
+  // Registers the module with these sets, as VeltDebugMgr::RegSubModuleInfo does. For example:
+  // Register(UpTo(kWarning), kToFile).
+  //
   // Returns false before Init, for an empty name, and in a forked child. May throw std::bad_alloc.
   bool Register(std::bitset<32> levels, std::bitset<32> outputs) const {
     VeltDebugMgr* const manager = VeltDebugMgr::Instance();
     return manager != nullptr && manager->RegSubModuleInfo(m_pNames->module, levels, outputs, false);
   }
 
-  // Expands `format` as fmt::format does and traces the text with neither flag; where it goes, where it is
-  // cut (2048 characters) and the result are those of VeltDebugMgr::Trace, or AppTrace with a sub-name, for
-  // that text. A wrong format does not compile in C++20; in C++17 the macros below and FMT_STRING("...") are
-  // checked in the same way. Returns false, and traces nothing, also when the expansion, an engine or the
-  // level makes something throw. Cost: no allocation for a text of up to 2048 characters; may wait as Trace
-  // does.
+  // Expands `format` as fmt::format does and traces the text with neither flag, by VeltDebugMgr::Trace or,
+  // with a sub-name, AppTrace; the text is cut at 2048 characters. Returns what that call returns; false when
+  // the expansion, an engine or a level outside 0 to 31 throws. A wrong format does not compile in C++20; in
+  // C++17 the macros below and FMT_STRING("...") are checked in the same way. Cost: no allocation for a text
+  // of up to 2048 characters; may wait as Trace does.
   template <typename... Args>
   bool Log(VeltLogLevel level, fmt::format_string<Args...> format, Args&&... args) const noexcept;
 
@@ -105,7 +105,7 @@ class Module {
     return Log(kInfo, format, std::forward<Args>(args)...);
   }
 
-  // Whether a record of this level would reach an engine, an output or a ring: VeltDebugMgr::IsWanted.
+  // Whether an engine, an output or a ring would take a record of this level: VeltDebugMgr::IsWanted.
   bool Wanted(VeltLogLevel level) const;
 
  private:
@@ -121,7 +121,7 @@ class Module {
 
 namespace detail {
 
-constexpr std::size_t kLongestText = 2048;  // where a trace call cuts a text
+constexpr std::size_t kLongestText = 2048;  // a trace call cuts longer texts
 
 // The last name of a path; empty when that ends in '/'.
 constexpr char const* BaseName(char const* path) {
@@ -132,14 +132,14 @@ constexpr char const* BaseName(char const* path) {
   return name;
 }
 
-// Where in the source a macro stands, in words: " (file.cpp:12)".
+// A place in the source as text: " (file.cpp:12)".
 template <std::size_t kCapacity>
 struct Place {
   char text[kCapacity]{};  // no NUL at its end
   std::size_t size = 0;    // of the text
 };
 
-// The place of `line` in `path`, made when compiled.
+// The text of `line` in `path`, made at compile time.
 template <std::size_t kPathSize>
 constexpr auto MakePlace(char const (&path)[kPathSize], int line) {
   constexpr std::size_t kDigits = 10;
@@ -155,8 +155,7 @@ constexpr auto MakePlace(char const (&path)[kPathSize], int line) {
   return place;
 }
 
-// Whether {} of this type comes out the same without {fmt}'s general formatter: integers, characters,
-// strings.
+// Whether Line can expand {} for this type without {fmt}'s general formatter: integers, characters, strings.
 template <typename T>
 inline constexpr bool kIsText =
     std::is_same_v<T, std::string> || std::is_same_v<T, std::string_view> ||
@@ -169,10 +168,10 @@ inline constexpr bool kIsNumber =
 template <typename T>
 inline constexpr bool kIsPlain = kIsText<T> || kIsNumber<T> || std::is_same_v<T, char>;
 
-// One text on its way. Expand throws what an argument's formatter does, Trace what an engine does.
+// The text of one record. Expand throws what an argument's formatter throws, Trace what an engine throws.
 class Line {
  public:
-  // `module` outlives it.
+  // `module` must outlive the object.
   Line(Module const& module, VeltLogLevel level)
       : m_names(*module.m_pNames), m_level(level), m_pManager(VeltDebugMgr::Instance()) {}
 
@@ -193,17 +192,17 @@ class Line {
     fmt::vformat_to(fmt::appender(m_text), format, fmt::make_format_args(args...));
   }
 
-  // Puts the place behind the text, which gives way where both do not fit, so that it is always to be read.
+  // Appends the place to the text. If both do not fit, the text is cut, not the place.
   void Append(fmt::string_view place) {
     std::size_t const room = place.size() < kLongestText ? kLongestText - place.size() : 0;
     if (m_text.size() > room) m_text.resize(room);
-    void const* const nul = std::memchr(m_text.data(), '\0', m_text.size());  // a text ends there
+    void const* const nul = std::memchr(m_text.data(), '\0', m_text.size());  // a NUL ends the text
     if (nul != nullptr)
       m_text.resize(static_cast<std::size_t>(static_cast<char const*>(nul) - m_text.data()));
     m_text.append(place.data(), place.data() + place.size());
   }
 
-  // Hands the text to the manager; the result is the trace call's.
+  // Passes the text to the manager. Returns what the trace call returns.
   bool Trace() {
     m_text.push_back('\0');
     if (m_names.sub.empty())
@@ -212,7 +211,7 @@ class Line {
   }
 
  private:
-  // A plain format on its way into the buffer's inline part.
+  // Where the expansion of a plain format reads and writes; `limit` is the end of the buffer's inline part.
   struct Cursor {
     char const* at;
     char const* end;
@@ -227,10 +226,10 @@ class Line {
     return ((zero - kOnes) & ~zero & (kOnes << 7U)) != 0;
   }
 
-  // Copies up to the next brace. False when there is no room.
+  // Copies up to the next brace. Returns false when there is no room.
   static bool CopyLiteral(Cursor& cursor) {
     char const* at = cursor.at;
-    char const* const end = cursor.end;  // in registers all three: what is written might else be the cursor's
+    char const* const end = cursor.end;  // local copies stay in registers: `out` might point at the cursor
     char* out = cursor.out;
     if (end - at > cursor.limit - out) return false;
     for (std::uint64_t word = 0; end - at >= 8; at += 8, out += 8) {
@@ -251,8 +250,8 @@ class Line {
     return true;
   }
 
-  // Takes what is before the next {}, and `value` in its place. False where the format has anything else, the
-  // value is a null text, or there is no room: that is for the general formatter.
+  // Copies what is before the next {}, and then `value`. Returns false when the format has anything but {},
+  // the value is a null text, or there is no room; the general formatter then does it all.
   template <typename T>
   static bool ExpandNext(Cursor& cursor, T const& value) {
     if (!CopyLiteral(cursor) || cursor.end - cursor.at < 2 || cursor.at[0] != '{' || cursor.at[1] != '}')
@@ -275,14 +274,14 @@ class Line {
   Module::Names const& m_names;
   VeltLogLevel m_level;
   VeltDebugMgr* m_pManager;
-  fmt::basic_memory_buffer<char, kLongestText + 1> m_text;  // a longer text, for an engine, is on the heap
+  fmt::basic_memory_buffer<char, kLongestText + 1> m_text;  // longer texts, which engines get, use the heap
 };
 
-// The one way out for a record that something thrown has cost: its format, an argument, an engine, its level.
+// The result for a record that is lost to an exception: of its format, an argument, an engine or its level.
 inline bool GiveUp() noexcept { return false; }
 
-// What a macro calls. `text` is the literal of `format` once more: C++17 has no way to pass on only what is
-// behind it in __VA_ARGS__.
+// What a macro calls. `text` is the literal of `format` again: in C++17 a macro cannot pass on __VA_ARGS__
+// without its first argument.
 template <typename... Args>
 bool LogAt(Module const& module, VeltLogLevel level, fmt::string_view place,
            fmt::format_string<Args...> format, char const* /*text*/, Args&&... args) noexcept {
@@ -316,17 +315,17 @@ inline bool Module::Wanted(VeltLogLevel level) const {
     VeltDebugMgr* const manager = VeltDebugMgr::Instance();
     return manager != nullptr && manager->IsWanted(m_pNames->module, level);
   } catch (...) {
-    return false;  // no memory for the manager itself
+    return false;  // no memory for the manager
   }
 }
 
 }  // namespace velt
 
-// VELT_ALERT(module, format, ...), and so on: Log at that level, when the module wants it; otherwise the
-// arguments are not evaluated. `module` is a velt::Module, evaluated once. `format` is a literal, checked
-// when compiled in every standard. The text ends in the place of the macro, " (file.cpp:12)"; one that would
-// be cut at 2048 characters is cut before that. A statement; it never throws, arguments aside: their
-// evaluation is the caller's.
+// VELT_ALERT(module, format, ...) and the like: Log at that level if the record is wanted (Module::Wanted);
+// otherwise the arguments are not evaluated. `module` is a velt::Module and is evaluated once. `format` is a
+// literal, checked at compile time in C++17 too. The text ends in the macro's place, " (file.cpp:12)"; if
+// both are over 2048 characters, the text before the place is cut. Each macro is a statement. Only the
+// evaluation of its arguments may throw.
 #define VELT_ALERT(module, ...) VELT_DETAIL_LOG(module, ::velt::kAlert, __VA_ARGS__)
 #define VELT_ERROR(module, ...) VELT_DETAIL_LOG(module, ::velt::kError, __VA_ARGS__)
 #define VELT_WARNING(module, ...) VELT_DETAIL_LOG(module, ::velt::kWarning, __VA_ARGS__)

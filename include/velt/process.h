@@ -33,8 +33,9 @@ class VELT_EXPORT VELTInit {
 };
 VELT_EXPORT extern VELTInit g_oVELTInit;
 
-// Emits the banner "===================SetVeltAppExit (%d)==================" through VeltOutputFrmtString,
-// then sets the exit flag (sequentially consistent), whatever became of the banner. Any thread.
+// Traces the banner "===================SetVeltAppExit (%d)==================" with VeltOutputFrmtString,
+// then sets the exit flag (sequentially consistent), even when the banner was lost or tracing threw. Any
+// thread.
 VELT_EXPORT void SetVeltAppExit(bool exit);
 
 // The exit flag. Any thread.
@@ -59,11 +60,11 @@ class VELT_EXPORT BaseUtilInternal {
   BaseUtilInternal(BaseUtilInternal const&) = delete;
   BaseUtilInternal& operator=(BaseUtilInternal const&) = delete;
 
-  // Blocks, without limit, until the next ServiceExit. It may also return by itself, as a condition may; a
-  // caller that minds asks its own flag in a loop.
+  // Blocks, without limit, until the next ServiceExit. It may also return without one (a spurious wake-up),
+  // so a caller should test a flag of its own in a loop.
   void ServiceWait();
 
-  // Wakes one thread in ServiceWait; with none there the signal is lost.
+  // Wakes one thread in ServiceWait. When no thread waits, the signal is lost.
   void ServiceExit();
 
  private:
@@ -80,10 +81,15 @@ VELT_EXPORT void VeltsvcdServiceExit();
 // The name of a message type: an entry of g_vecVeltMsgTypeString, or "unknow" for 35 to 255. Never null.
 VELT_EXPORT char const* VeltGetMsgTypeString(unsigned char type);
 
-// Fill a field of a message frame within its capacity. Threads: any, each on its own field. The first three
-// return `dst` whether or not they could copy. VeltFrameGetNStr copies at most `count` characters up to the
-// NUL of `src`, and a NUL; a null pointer, a text that does not fit and ranges that overlap leave the field
-// empty. VeltFrameSetBody copies `size` bytes; a null source and ranges that overlap leave the field zeroed.
+// Fill a field of a message frame within its capacity and return `dst`, whether or not they could copy.
+// Threads: any, each on its own field.
+//
+// VeltFrameGetNStr copies at most `count` characters of `src`, up to its NUL, and adds a NUL. A null pointer,
+// a text that does not fit and ranges that overlap leave the field empty.
+//
+// VeltFrameSetBody copies `size` bytes. A null source and ranges that overlap leave the field zeroed.
+//
+// VeltFrameResetBody sets `size` bytes to `value`.
 VELT_EXPORT char* VeltFrameGetNStr(char* dst, unsigned long dstMax, char const* src, unsigned long count);
 VELT_EXPORT void* VeltFrameSetBody(void* dst, void const* src, unsigned long size);
 VELT_EXPORT void* VeltFrameResetBody(void* dst, int value, unsigned long size);
@@ -94,25 +100,27 @@ VELT_EXPORT void* VeltFrameResetBody(void* dst, int value, unsigned long size);
 VELT_EXPORT int VeltFrameGetStr(char* dst, unsigned long dstMax, char const* format, ...)
     VELT_PRINTF_FORMAT(3, 4);
 
-// The short trace functions: module "MRB", through VeltDebugMgr::Trace, which filters. They print when
-// "EnablePrint" and log when "EnableLog" of VeltGetDefaultCfgFile() is a number other than 0; absent, they do
-// not print and they log. The file is read once, by the first of them. Messages are cut at 2047 characters;
-// an empty one is traced. Threads: any. Errors: none is reported; std::out_of_range leaves them as it leaves
-// VeltDebugMgr::Trace.
+// The short trace functions trace under the module "MRB" through VeltDebugMgr::Trace, which applies the
+// module's sets. They print if "EnablePrint", and log if "EnableLog", is a number other than 0 in
+// VeltGetDefaultCfgFile(); without the items they do not print and do log. The first of them reads the file,
+// once. Messages are cut at 2047 characters; an empty message is traced.
+//
+// Threads: any.
+// Errors:  none is reported; a std::out_of_range that VeltDebugMgr::Trace throws reaches the caller.
 
-// Reads the two switches unless they were read.
+// Reads the two switches unless they have been read.
 VELT_EXPORT void VeltMrbTraceSatus();
 
-// Traces `text` at level 2 with the caller's own switches (0 is off); does not read the configuration.
+// Traces `text` at level 2 with the given switches (0 is off); does not read the configuration.
 VELT_EXPORT void VeltMrbTrace(char const* text, int print, int log);
 
-// Format and trace at level 2.
+// Formats a message and traces it at level 2.
 VELT_EXPORT void VeltOutputFrmtString(char const* format, ...) VELT_PRINTF_FORMAT(1, 2);
 
-// Format and trace at `level`.
+// Formats a message and traces it at `level`.
 VELT_EXPORT void VeltOutputMrbLog(VeltLogLevel level, char const* format, ...) VELT_PRINTF_FORMAT(2, 3);
 
-// Trace `text` as it is at level 2; no copy and no cut here.
+// Traces `text` at level 2 as it is: it is neither copied nor cut here.
 VELT_EXPORT void VeltOutputString_i(char const* text);
 
 #endif
