@@ -7,8 +7,8 @@
 
 namespace velt {
 
-// Reads a text of '0' and '1' whose first character is bit 0; of a text over 32 characters the last 32 count.
-// `text` is left reversed. Returns false, with `set` untouched, when a character that counts is neither.
+// Reads a text of '0' and '1' whose first character is bit 0. Of a text over 32 characters the last 32 count.
+// Reverses `text`. Returns false, with `set` untouched, when a character that counts is neither '0' nor '1'.
 bool BitSetFromText(std::string& text, std::bitset<32>& set);
 
 }  // namespace velt

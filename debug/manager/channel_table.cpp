@@ -33,7 +33,7 @@ VeltDebugInfo* ChannelTable::MakeMain(std::string const& key, std::string const&
 Lookup ChannelTable::Find(std::string const& key, FileLimits const& limits, VeltDebugInfo*& channel) {
   ReadLock const lock(m_channelLock);
   if (!lock.locked()) return Lookup::kRefused;
-  // Before the look-up: with one channel above the cap the known channels are refused as well.
+  // Comes before the look-up: once there are more channels than the limit, known channels are refused too.
   if (m_channels.size() > static_cast<std::size_t>(limits.m_nMaxFileNum)) return Lookup::kRefused;
   auto const found = m_channels.find(key);
   if (found == m_channels.end()) return Lookup::kAbsent;
@@ -45,7 +45,7 @@ Lookup ChannelTable::FindOrMake(std::string const& key, std::string const& heade
                                 VeltDebugInfo const* main, VeltDebugInfo*& channel) {
   Lookup found = Find(key, limits, channel);
   if (found != Lookup::kAbsent) return found;
-  // One creation at a time: two channels of one key would write into the same file.
+  // One thread at a time: two channels with one key would write into the same file.
   MutexLock const creation(m_channelCreation);
   if (!creation.locked()) return Lookup::kRefused;
   found = Find(key, limits, channel);  // another thread may have been faster
@@ -56,12 +56,13 @@ Lookup ChannelTable::FindOrMake(std::string const& key, std::string const& heade
   WriteLock const lock(m_channelLock);
   if (!lock.locked()) return Lookup::kRefused;
   m_channels.emplace(key, made.get());
-  channel = made.release();  // the table's now
+  channel = made.release();  // the table owns it now
   return Lookup::kFound;
 }
 
 VeltDebugInfo* ChannelTable::FindRunning() {
-  WriteLock const lock(m_channelLock);  // goes on without it: nobody but an output thread is here by now
+  // Goes on even without the lock: the host has stopped tracing, so only output threads may use the table.
+  WriteLock const lock(m_channelLock);
   for (auto const& [key, channel] : m_channels) {
     if (!HasEnded(ChannelState::Of(*channel))) return channel;
   }
@@ -69,8 +70,8 @@ VeltDebugInfo* ChannelTable::FindRunning() {
 }
 
 void ChannelTable::EndAll() noexcept {
-  // A value's print may trace on an output thread that is ending, and open a channel by that: until none
-  // comes.
+  // Repeated until no channel is left: an ASN value's print may trace on an output thread that is ending, and
+  // so open another channel.
   while (VeltDebugInfo* const channel = FindRunning()) EndOutputThread(ChannelState::Of(*channel));
   std::map<std::string, VeltDebugInfo*> ended;
   {

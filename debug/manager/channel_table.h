@@ -1,4 +1,4 @@
-// The channels of the manager by their file name prefix.
+// The channels of the manager, by their file name prefix.
 #ifndef VELT_DEBUG_MANAGER_CHANNEL_TABLE_H
 #define VELT_DEBUG_MANAGER_CHANNEL_TABLE_H
 
@@ -14,7 +14,7 @@ namespace velt {
 
 enum class Lookup { kFound, kAbsent, kRefused };
 
-// Any thread, except where said. Owns the channels.
+// Owns the channels. Every operation may be called from any thread, except where its comment says otherwise.
 class ChannelTable {
  public:
   ChannelTable();
@@ -22,20 +22,20 @@ class ChannelTable {
   ChannelTable(ChannelTable const&) = delete;
   ChannelTable& operator=(ChannelTable const&) = delete;
 
-  // Makes a channel and enters it under `key`. For Init, before another thread may look; a lock that fails
-  // leaves its code in errno and does not keep the channel out.
+  // Makes the main channel and adds it under `key`. For Init, before other threads use the table. The channel
+  // is added even if the lock fails, which leaves its code in errno.
   VeltDebugInfo* MakeMain(std::string const& key, std::string const& directory, std::string const& header,
                           FileLimits const& limits, bool channelFlag);
 
-  // Looks `key` up. Refused when the lock fails and when there are more channels than the limits admit.
+  // Looks `key` up. Refused when the lock fails, and when there are more channels than the limits allow.
   Lookup Find(std::string const& key, FileLimits const& limits, VeltDebugInfo*& channel);
 
-  // The same; an absent channel is made, in the directory of `main`, or in the default one when it is null.
+  // The same, but makes an absent channel, in the directory of `main`, or in the default one if that is null.
   Lookup FindOrMake(std::string const& key, std::string const& header, FileLimits const& limits,
                     VeltDebugInfo const* main, VeltDebugInfo*& channel);
 
-  // Ends all channels: first every output thread, so that what these trace meanwhile meets no deleted
-  // channel, then the channels. No lock is held during that. Once the host has stopped tracing.
+  // Ends all output threads, then deletes all channels: an output thread that traces meanwhile never uses a
+  // deleted channel. No lock is held while a thread ends. Call it once the host has stopped tracing.
   void EndAll() noexcept;
 
  private:

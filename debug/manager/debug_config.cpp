@@ -64,11 +64,11 @@ void ReadText(char const* key, char const* default_text, std::string& text, Text
   from.length = kTextCapacity;
   bool const in_secondary =
       !from.primary_only && VeltGetCfgString(key, from.buffer, from.length, from.secondary.c_str());
-  // A value of the secondary file reaches the buffer only: module "debug" then has the empty set.
+  // A value of the secondary file is only put into the buffer: module "debug" then has the empty set.
   if (!in_secondary) text = default_text;
 }
 
-// An invalid text becomes `replacement`, and the set is made of that.
+// Makes the set from `text`; if that is invalid, replaces it by `replacement` and makes the set from that.
 void SetFromText(std::string& text, char const* replacement, std::bitset<32>& set) {
   if (velt::BitSetFromText(text, set)) return;
   text = replacement;
@@ -90,7 +90,7 @@ bool VeltDebugMgr::GetMaxFileNum(int& value, std::string const& primary, std::st
 bool VeltDebugMgr::GetMaxFileSize(int& value, std::string const& primary, std::string const& secondary,
                                   bool primaryOnly) {
   if (!ReadNumber(velt::kFileBytes, value, primary, secondary, primaryOnly)) return false;
-  // Of megabytes; what does not fit is shifted out.
+  // The file has megabytes. Bits that do not fit are lost.
   value = static_cast<int>(static_cast<unsigned>(value) << velt::kMegabyteShift);
   return true;
 }

@@ -13,13 +13,13 @@ namespace velt {
 enum Limit : std::size_t { kRingRecords, kChannels, kFileBytes, kArchives, kFilesPerArchive, kLimitCount };
 
 struct LimitRange {
-  char const* const* key;  // the public pointer, which a host may set: every look-up reads through it
+  char const* const* key;  // the address of the public key pointer, which a host may change
   int otherwise;           // what absence, and a number out of range, become
   int low;
   int high;
 };
 
-// A configuration file has megabytes where the table, like all code, has bytes.
+// Sizes are megabytes in a configuration file, and bytes in this table and all code.
 inline constexpr int kMegabyteShift = 20;
 inline constexpr int kMegabyte = 1 << kMegabyteShift;
 
@@ -34,7 +34,7 @@ inline constexpr std::array<LimitRange, kLimitCount> kLimitRanges{{
 
 constexpr int DefaultOf(Limit limit) { return kLimitRanges[limit].otherwise; }
 
-// A number out of its range is replaced by the default, not moved to the nearer end.
+// Returns `value`; the default, not the nearest bound, if it is out of range.
 constexpr int Bounded(Limit limit, int value) {
   LimitRange const& range = kLimitRanges[limit];
   return value >= range.low && value <= range.high ? value : range.otherwise;
@@ -49,7 +49,7 @@ struct FileLimits {
   int m_nZipFileIncludeFileNum = DefaultOf(kFilesPerArchive);
 };
 
-// How many times the archives of the configuration the host of that name keeps.
+// The factor by which a host of that name multiplies the configured number of archives.
 inline int ArchiveFactor(std::string const& host_name) { return host_name == "VELTMrb_p2_" ? 5 : 1; }
 
 }  // namespace velt

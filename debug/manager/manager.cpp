@@ -1,4 +1,4 @@
-// The life of the manager: made on first use, initialised once, destroyed, or given up in a forked child.
+// The life of the manager: made on first use, initialised once, destroyed, or set aside in a forked child.
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,13 +21,13 @@ std::atomic<VeltDebugMgr*> ManagerState::m_pInstance{nullptr};
 
 namespace {
 
-// Keeps the name of the configuration file, unless one is kept and `overwrite` is false.
+// Stores the name of the configuration file, unless one is stored already and `overwrite` is false.
 void RememberCfgFile(ManagerState& state, std::string const& file, bool overwrite) {
   MutexLock const lock(state.m_cfgFileLock);
   if (lock.locked() && (overwrite || state.m_strCfgFile.empty())) state.m_strCfgFile = file;
 }
 
-// Reads the configuration and keeps the name of the file that was read in place of one that is not there.
+// Reads the configuration. If another file than `cfgFile` was read, stores its name.
 void ReadConfig(ManagerState& state, std::string const& cfgFile, DebugConfig& config) {
   if (ReadDebugConfig(cfgFile, config) && config.file != cfgFile) {
     RememberCfgFile(state, config.file, !cfgFile.empty());
@@ -90,7 +90,7 @@ int VeltDebugMgr::Destroy() {
   VeltDebugMgr* const instance = ManagerState::m_pInstance.load(std::memory_order_relaxed);
   if (instance != nullptr && instance->m_pState->InheritedByFork()) {
     velt::KeepInherited(instance->m_pState->m_inherited, instance);
-    velt::ForgetSets();  // as its destructor would: the next manager's modules are others
+    velt::ForgetSets();  // its destructor, which is not run, would do it: the next manager has other modules
   } else {
     delete instance;
   }
@@ -103,7 +103,7 @@ bool VeltDebugMgr::IsInit() const { return m_pState->IsInit(); }
 bool VeltDebugMgr::Init(std::string const& name, std::string const& cfgFile, std::string const& logDir,
                         std::string const& fileHeader, bool channelFlag, bool silent) {
   ManagerState& state = *m_pState;
-  if (state.InheritedByFork()) return true;  // initialised it is; its locks are not to be touched
+  if (state.InheritedByFork()) return true;  // it is initialised; its locks must not be touched
   velt::WriteLock const lock(state.m_modules.m_tableLock);
   if (!lock.locked()) return false;
   if (state.m_bInit.load(std::memory_order_relaxed)) return true;
@@ -111,7 +111,7 @@ bool VeltDebugMgr::Init(std::string const& name, std::string const& cfgFile, std
   if (name.empty()) return false;
   state.m_strName = name;
   constexpr mode_t kDirectoryMode = 0755;
-  // The channel finds out whether the directory is usable.
+  // A failure is ignored: the channel finds out whether the directory is usable.
   if (!logDir.empty()) (void)mkdir(logDir.c_str(), kDirectoryMode);
   std::string const directory = logDir.empty() ? VeltGetDefaultLogPath() : logDir;
   if (!cfgFile.empty()) velt::RememberCfgFile(state, cfgFile, true);
@@ -149,7 +149,7 @@ int VeltDebugMgr::system(char const* command) {
   int const changed = pthread_sigmask(SIG_SETMASK, &none, &before);
   if (changed != 0) errno = changed;
   std::FILE* const running = popen(command, "w");
-  if (running == nullptr) return -1;  // the mask stays empty
+  if (running == nullptr) return -1;  // the signals stay unblocked, as the header says
   int const status = pclose(running);
   if (changed == 0) {
     int const restored = pthread_sigmask(SIG_SETMASK, &before, nullptr);

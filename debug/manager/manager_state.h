@@ -1,4 +1,4 @@
-// What the operations of the manager share.
+// The state of the manager.
 #ifndef VELT_DEBUG_MANAGER_MANAGER_STATE_H
 #define VELT_DEBUG_MANAGER_MANAGER_STATE_H
 
@@ -20,10 +20,10 @@ namespace velt {
 struct ManagerState {
   static ManagerState& Of(VeltDebugMgr const& manager) { return *manager.m_pState; }
 
-  static std::atomic<VeltDebugMgr*> m_pInstance;  // release when made, acquire where used
-  static Mutex m_pInstLock;                       // creation and destruction of the instance
+  static std::atomic<VeltDebugMgr*> m_pInstance;  // stored with release, loaded with acquire
+  static Mutex m_pInstLock;                       // held while the instance is made or destroyed
 
-  // Acquire: pairs with the store at the end of Init, so that all it set up is seen.
+  // Acquire: pairs with the store at the end of Init, so that everything Init wrote is seen.
   bool IsInit() const noexcept { return m_bInit.load(std::memory_order_acquire); }
 
   // Whether this process is a forked child of the one that called Init.
@@ -35,18 +35,17 @@ struct ManagerState {
   std::string m_strSpare;                            // kept and unused
   std::string m_strCfgFile;                          // m_cfgFileLock
   std::atomic<VeltDebugEngine*> m_pEngine{nullptr};  // written under the table lock; owned
-  VeltDebugInfo* m_pChannel =
-      nullptr;  // the main channel; written by Init before m_bInit; m_channels owns it
+  VeltDebugInfo* m_pChannel = nullptr;  // the main channel; set by Init before m_bInit; m_channels owns it
   ModuleTable m_modules;
-  std::string const m_strDefaultModule;  // empty stands for "debug"
+  std::string const m_strDefaultModule;  // empty, which means "debug"
   VeltLogLevel const m_defaultLevel{3};
   ChannelTable m_channels;
   std::string m_strName;  // written by Init before m_bInit
 
-  // Above are the members of the manager in their given order, below what its rooms need besides.
+  // The members above keep their given order; these are additions.
   Mutex m_cfgFileLock;
   std::uint32_t m_nForkGeneration = 0;  // of the process that called Init; written before m_bInit
-  Inherited m_inherited;                // keeps the manager in a forked child that gives it up
+  Inherited m_inherited;                // for a forked child that sets the manager aside
 };
 
 }  // namespace velt

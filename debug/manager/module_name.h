@@ -1,4 +1,4 @@
-// The module that stands in where none is named or known.
+// The module that is used when none is named, or the named one is not registered.
 #ifndef VELT_DEBUG_MANAGER_MODULE_NAME_H
 #define VELT_DEBUG_MANAGER_MODULE_NAME_H
 

@@ -9,8 +9,8 @@
 namespace velt {
 namespace {
 
-// The configured sets as they are registered: of a set above the limit only bits 0 to 3 count. The limit is
-// hexadecimal 1111, not a number of bits: a set of few high bits is below it and passes whole.
+// The set that is registered for a configured set: if its value is above hexadecimal 1111, only bits 0 to 3
+// of it. (A set with bit 12 alone has the value 0x1000 and passes whole.)
 std::bitset<32> Masked(std::bitset<32> const& set) {
   constexpr unsigned long kLargestUnmasked = 0x1111;
   std::bitset<32> const mask(0xF);
@@ -20,7 +20,7 @@ std::bitset<32> Masked(std::bitset<32> const& set) {
 }  // namespace
 
 ModuleTable::ModuleTable() {
-  PreferWriters(m_tableLock);  // or a level change would wait for a pause in the tracing
+  PreferWriters(m_tableLock);  // otherwise a level change would wait for a pause in the tracing
 }
 
 ModuleTable::~ModuleTable() {
@@ -37,7 +37,7 @@ bool ModuleTable::RegSubModuleInfo_i(std::string const& name, std::bitset<32> co
                                      std::bitset<32> const& outputs, bool inheritDebug) {
   if (name.empty()) return false;
   if (VeltDebugSubModInfo* const known = Find_i(name)) {
-    (void)known->SetLevelSet(levels);  // errno tells of a lock that failed
+    (void)known->SetLevelSet(levels);  // if its lock failed, errno says so
     (void)known->SetOutputSet(outputs);
     ForgetSets();
     return true;
@@ -47,8 +47,8 @@ bool ModuleTable::RegSubModuleInfo_i(std::string const& name, std::bitset<32> co
   if (inheritDebug && !GetSubModuleInfo_i(kDebugModule, new_levels, new_outputs)) return false;
   auto module = std::make_unique<VeltDebugSubModInfo>(new_levels, new_outputs);
   m_modules.emplace(name, module.get());
-  (void)module.release();  // the table's now
-  ForgetSets();            // a module without a name of its own had the sets of "debug" until now
+  (void)module.release();  // the table owns it now
+  ForgetSets();            // until now the module had the sets of "debug", which threads may remember
   return true;
 }
 
@@ -76,7 +76,7 @@ bool ModuleTable::SetsOrDefault_i(std::string const& name, std::bitset<32>& leve
 
 void ModuleTable::SetAll_i(std::bitset<32> const& levels, std::bitset<32> const& outputs) {
   for (auto const& module : m_modules) {
-    (void)module.second->SetLevelSet(levels);  // errno tells of a lock that failed
+    (void)module.second->SetLevelSet(levels);  // if its lock failed, errno says so
     (void)module.second->SetOutputSet(outputs);
   }
   ForgetSets();

@@ -1,4 +1,4 @@
-// The modules of the manager, each with its level and its output set.
+// The modules of the manager, each with its level set and its output set.
 #ifndef VELT_DEBUG_MANAGER_MODULE_TABLE_H
 #define VELT_DEBUG_MANAGER_MODULE_TABLE_H
 
@@ -12,7 +12,8 @@
 
 namespace velt {
 
-// Operations ending in _i expect m_tableLock held: for writing where they change something, else for reading.
+// The caller of an operation ending in _i holds m_tableLock: as a writer if the operation changes something,
+// else as a reader.
 class ModuleTable {
  public:
   ModuleTable();
@@ -20,15 +21,15 @@ class ModuleTable {
   ModuleTable(ModuleTable const&) = delete;
   ModuleTable& operator=(ModuleTable const&) = delete;
 
-  // Guards the modules, the engine pointer and the change to initialised. Taken before a module's own lock
-  // and before the channel table's. Prefers writers, so no thread may take its read side twice.
+  // Guards the modules, changes of the engine pointer, and Init. Taken before a module's own lock and before
+  // the channel table's. Prefers writers, so no thread may take its read side twice.
   RwMutex m_tableLock;
 
   // VeltDebugMgr::RegSubModuleInfo.
   bool RegSubModuleInfo_i(std::string const& name, std::bitset<32> const& levels,
                           std::bitset<32> const& outputs, bool inheritDebug);
 
-  // Registers the modules of a configuration file, with the mask that their sets get.
+  // Registers the modules of a configuration file, after masking their sets.
   void RegisterConfigured_i(VeltDebugMgr::ModuleSets const& modules);
 
   // VeltDebugMgr::GetSubModuleInfo.
@@ -40,15 +41,15 @@ class ModuleTable {
   void SetAll_i(std::bitset<32> const& levels, std::bitset<32> const& outputs);
   void GetAll_i(VeltDebugMgr::ModuleSets& out) const;
 
-  // Sets or clears a bit of a module's sets; an empty name is "debug". Returns false when it is not
-  // registered or the index is refused; an index of 32 throws std::out_of_range.
+  // Sets or clears a bit of a module's sets; an empty name means "debug". Returns false when the module is
+  // not registered or the index is above 32; index 32 throws std::out_of_range.
   bool SetLevel_i(std::string const& name, VeltLogLevel level, bool on);
   bool SetOutput_i(std::string const& name, VeltOutputDirection direction, bool on);
 
  private:
   VeltDebugSubModInfo* Find_i(std::string const& name) const;
 
-  std::map<std::string, VeltDebugSubModInfo*> m_modules;  // owns; under m_tableLock
+  std::map<std::string, VeltDebugSubModInfo*> m_modules;  // owned; under m_tableLock
 };
 
 }  // namespace velt

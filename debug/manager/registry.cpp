@@ -66,8 +66,8 @@ bool VeltDebugMgr::RegDebugEngine(VeltDebugEngine* engine) {
   if (engine == nullptr || m_pState->InheritedByFork()) return false;
   velt::WriteLock const lock(m_pState->m_modules.m_tableLock);
   if (!lock.locked()) return false;
-  m_pState->m_pEngine.store(engine,
-                            std::memory_order_release);  // a tracing thread that sees it sees it whole
+  // Release: a tracing thread that loads the pointer also sees what the engine's constructor wrote.
+  m_pState->m_pEngine.store(engine, std::memory_order_release);
   return true;
 }
 
@@ -78,13 +78,13 @@ bool VeltDebugMgr::UnRegDebugEngine(VeltDebugEngine* engine) {
     if (!lock.locked() || m_pState->m_pEngine.load(std::memory_order_relaxed) != engine) return false;
     m_pState->m_pEngine.store(nullptr, std::memory_order_relaxed);
   }
-  delete engine;  // after the lock: its destructor is the host's code and may ask the manager things
+  delete engine;  // without the lock: its destructor is the host's code and may call the manager
   return true;
 }
 
 VeltDebugEngine* VeltDebugMgr::GetDebugEngine() {
   if (m_pState->InheritedByFork()) return nullptr;
-  // The write side: a caller sees no registration half-way.
+  // As a writer: waits for a registration that is under way.
   velt::WriteLock const lock(m_pState->m_modules.m_tableLock);
   return lock.locked() ? m_pState->m_pEngine.load(std::memory_order_relaxed) : nullptr;
 }

@@ -1,4 +1,4 @@
-// The modules of the configuration file, read again while other threads trace.
+// Reads the modules of the configuration file again while other threads trace.
 #include <sys/stat.h>
 
 #include <bitset>
@@ -18,9 +18,9 @@ namespace {
 
 using Texts = std::map<std::string, std::string>;
 
-constexpr int kAttempts = 10;  // to read a file that somebody writes at the same time
+constexpr int kAttempts = 10;  // to read a file that another process is writing
 
-// What is another after a file was written or replaced.
+// What changes when a file is written or replaced.
 struct Version {
   explicit Version(std::string const& file) { found = stat(file.c_str(), &status) == 0; }
 
@@ -37,8 +37,7 @@ struct Version {
   bool found;
 };
 
-// Whether every text is a set. At Init an invalid one is replaced; a running process keeps what it has
-// instead.
+// Whether every text is a valid set. Init replaces an invalid one; a reload changes nothing instead.
 bool AreSets(Texts const& items) {
   for (auto const& item : items) {
     std::string text = item.second;
@@ -48,7 +47,7 @@ bool AreSets(Texts const& items) {
   return true;
 }
 
-// The items of module "debug", whose keys a host may have changed.
+// The two items of module "debug", under the keys that the host may have changed.
 Texts DebugItems(Texts const& all) {
   Texts items;
   for (char const* const key : {DEBUGLEVELITEM, DEBUGOUPUTTITEM}) {
@@ -58,7 +57,7 @@ Texts DebugItems(Texts const& all) {
   return items;
 }
 
-// The one way out for a file that is not taken.
+// The result for a file that is not applied.
 bool KeepWhatHolds() { return false; }
 
 std::string CfgFile(velt::ManagerState& state) {
@@ -78,7 +77,7 @@ bool ReadNamedModules(std::string& file, VeltDebugMgr::ModuleSets& modules) {
                       VeltAllCfgItem(levels, file, "_level") && VeltAllCfgItem(outputs, file, "_output");
     modules.clear();
     velt::ReadModuleSets(file, secondary, default_file.empty() || file == secondary, modules);
-    if (!(Version(file) == before)) continue;  // of two states of the file, or gone
+    if (!(Version(file) == before)) continue;  // the file changed while it was read, or is gone
     Texts const debug = DebugItems(all);
     bool const names_debug =
         !debug.empty() || levels.count(velt::kDebugModule) != 0 || outputs.count(velt::kDebugModule) != 0;
@@ -94,11 +93,12 @@ bool VeltDebugMgr::ReloadModules() {
   if (!IsInit() || m_pState->InheritedByFork()) return false;
   std::string file = CfgFile(*m_pState);
   ModuleSets modules;
-  // Read without the table's lock, which every thread that traces may need.
+  // The file is read without the table's lock, which tracing threads may need.
   if (!ReadNamedModules(file, modules)) return KeepWhatHolds();
   velt::WriteLock const lock(m_pState->m_modules.m_tableLock);
   if (!lock.locked()) return false;
-  // What threads remember is out of date from the first module on: they wait for the lock, and find all done.
+  // The first changed module makes what threads remember out of date: they then wait for the lock, and see
+  // all modules changed.
   m_pState->m_modules.RegisterConfigured_i(modules);
   return true;
 }

@@ -1,4 +1,4 @@
-// Where a trace call goes: to the engine, or to a channel with the flags that its module's sets give it.
+// Routes a trace call: to the engine, or to a channel with the flags that its module's sets give it.
 #include "debug/manager/routing.h"
 
 #include <array>
@@ -28,11 +28,11 @@ constexpr std::size_t kLogFile = 1;
 
 using velt::ManagerState;
 
-// To the main channel. `length` is strlen(text) if known, else npos.
+// Traces to the main channel. `length` is strlen(text) if known, else npos.
 bool TraceToMain(ManagerState& state, std::string const& module, VeltLogLevel level, char const* text,
                  std::size_t length, AsnType const* asn, velt::OutputFlags asked);
 
-// Standard output belongs to the host: it may throw, when the host has asked it to.
+// std::cout throws if the host has enabled its exceptions.
 void SayThatPrintfFailed(int error) try {
   std::cout << "Printf failed. errno:" << error << std::endl;
 } catch (std::exception const&) {
@@ -123,7 +123,7 @@ namespace {
 bool TraceToMain(ManagerState& state, std::string const& module, VeltLogLevel level, char const* text,
                  std::size_t length, AsnType const* asn, velt::OutputFlags asked) {
   if (!state.IsInit()) return false;
-  // Acquire: the engine's construction is seen with the pointer.
+  // Acquire: what the engine's constructor wrote is seen with the pointer.
   VeltDebugEngine* const engine = state.m_pEngine.load(std::memory_order_acquire);
   if (engine != nullptr) return engine->Trace(module, level, text, asn, asked.print, asked.log);
   if (state.m_bSilent.load(std::memory_order_relaxed)) return false;  // ordered by the acquire of IsInit
@@ -147,7 +147,7 @@ velt::OutputFlags velt::ResolveFlags(ManagerState& state, std::string const& mod
     sets.known = state.m_modules.SetsOrDefault_i(module, sets.levels, sets.outputs);
     StoreSets(module, SetsGeneration(), sets);
   }
-  // A level that is no bit of the set is the caller's error; it learns by the set's own exception.
+  // test() throws std::out_of_range for a level that is no bit of the set: the caller's error.
   if (!sets.known || !sets.levels.test(static_cast<std::size_t>(level))) return asked;
   return {asked.print || sets.outputs.test(kStandardOutput), asked.log || sets.outputs.test(kLogFile)};
 }
@@ -155,7 +155,7 @@ velt::OutputFlags velt::ResolveFlags(ManagerState& state, std::string const& mod
 namespace {
 
 std::string ChannelKey(std::string const& name, std::string const& subName) {
-  std::string key(name, 0, name.find('\0'));  // as far as a file name takes it
+  std::string key(name, 0, name.find('\0'));  // a NUL would end the file name
   if (!subName.empty()) {
     key.append(subName, 0, subName.find('\0'));
     key += '_';

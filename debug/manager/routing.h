@@ -1,4 +1,4 @@
-// Which outputs a record goes to.
+// Decides which outputs a record goes to.
 #ifndef VELT_DEBUG_MANAGER_ROUTING_H
 #define VELT_DEBUG_MANAGER_ROUTING_H
 

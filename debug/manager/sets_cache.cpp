@@ -11,8 +11,8 @@ namespace velt {
 namespace {
 
 constexpr std::size_t kLongestName = 46;
-constexpr std::size_t kGroups = 32;    // a name belongs to one group
-constexpr std::size_t kGroupSize = 4;  // names of one group beyond that take turns
+constexpr std::size_t kGroups = 32;    // each name belongs to one group, by its hash
+constexpr std::size_t kGroupSize = 4;  // a fifth name in a group evicts the oldest
 
 // One cache line.
 struct alignas(64) Entry {
@@ -30,13 +30,13 @@ using Group = std::array<Entry, kGroupSize>;
 class ThreadSets final : public ThreadObject {
  public:
   void AtThreadEnd() noexcept override;
-  void Shrink() noexcept override {}  // it has one size
+  void Shrink() noexcept override {}  // its size is fixed
 
   std::array<Group, kGroups> groups;
 };
 
-// What this thread remembers; null before it is to remember something, and at its end. The memory itself, 8
-// KB, is too much for the thread_local variables of a library that dlopen loads.
+// What this thread remembers; null until it stores something, and at its end. Allocated, since 8 KB are too
+// much for the thread_local variables of a library that dlopen loads.
 [[gnu::tls_model("initial-exec")]] thread_local ThreadSets* mine = nullptr;
 
 void ThreadSets::AtThreadEnd() noexcept {
@@ -44,7 +44,7 @@ void ThreadSets::AtThreadEnd() noexcept {
   delete this;
 }
 
-// Null when the thread is at its end, or when there is no memory: it then remembers nothing.
+// Makes `mine`. Null when the thread is ending or memory has run out: it then remembers nothing.
 ThreadSets* OpenThread() noexcept {
   if (ThreadEnds()) return nullptr;
   auto* const sets = new (std::nothrow) ThreadSets;
@@ -57,8 +57,8 @@ ThreadSets* OpenThread() noexcept {
   return sets;
 }
 
-// Never goes back, also over the manager's destruction. Release when it moves, acquire where it is read: who
-// sees the new number looks at the table, whose lock orders the rest.
+// Only grows, even when the manager is destroyed and made again. Incremented with release, loaded with
+// acquire: a thread that sees the new number looks into the table, whose lock orders the rest.
 std::atomic<std::uint64_t> generation_now{1};
 
 template <typename Number>
@@ -68,7 +68,7 @@ std::uint64_t Load(char const* at) {
   return number;
 }
 
-// Mixes the head, the tail and the length of the name: two loads, whatever its length.
+// Hashes the first bytes, the last bytes and the length of the name: a few loads, whatever its length.
 Group& GroupOf(ThreadSets& sets, std::string const& module) {
   char const* const name = module.data();
   std::size_t const length = module.size();
@@ -113,7 +113,7 @@ void StoreSets(std::string const& module, std::uint64_t generation, KnownSets co
   ThreadSets* const remembered = mine != nullptr ? mine : OpenThread();
   if (remembered == nullptr) return;
   Group& group = GroupOf(*remembered, module);
-  // An entry that is out of date, or the one that was stored longest ago: entries move down as new ones come.
+  // Replace an entry that is out of date, else the oldest. The newest entry is first; the others move down.
   std::size_t place = 0;
   while (place + 1 < kGroupSize && group[place].generation == generation) ++place;
   for (; place > 0; --place) group[place] = group[place - 1];

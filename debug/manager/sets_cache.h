@@ -1,8 +1,8 @@
 // Remembers, per thread, what a module's level and output sets are, until any module changes.
 //
-// A trace call asks for the sets of its module every time, and they change a few times a day. Asking the
-// table costs a reader lock that all threads write to, and a map look-up; with several threads the cache
-// line of that lock is most of it.
+// Every trace call needs the sets of its module, and they change a few times a day. The table costs a reader
+// lock and a map look-up; with several threads most of that time goes into the lock's cache line, which all
+// of them write to.
 #ifndef VELT_DEBUG_MANAGER_SETS_CACHE_H
 #define VELT_DEBUG_MANAGER_SETS_CACHE_H
 
@@ -18,20 +18,21 @@ struct KnownSets {
   std::bitset<32> outputs;
 };
 
-// The number of the module table's present state. Read it before the table, under its lock, to store what was
-// found.
+// A number that changes whenever the module table changes. To store what the table says, read it under the
+// table's lock and pass it to StoreSets.
 std::uint64_t SetsGeneration();
 
-// Makes everything that any thread remembers out of date. Called under the table's write lock after each
-// change.
+// Makes everything that all threads remember out of date. Called after each change, under the table's lock as
+// a writer.
 void ForgetSets();
 
-// Gives what this thread remembers of `module`. Returns false when that is nothing, or out of date.
+// Sets `sets` to what this thread remembers of `module`. Returns false when it remembers nothing, or what it
+// remembers is out of date.
 bool FindSets(std::string const& module, KnownSets& sets);
 
-// Remembers `sets` for `module`, found when the generation was `generation`. Not remembered are names of more
-// than 46 characters, and anything when there is no memory or the thread is at its end. The first call of a
-// thread allocates 8 KB, which go with the thread.
+// Remembers the `sets` of `module` as found at `generation`. Does nothing for a name over 46 characters, when
+// memory has run out, and when the thread is ending. The first call of a thread allocates 8 KB, which are
+// freed when the thread ends.
 void StoreSets(std::string const& module, std::uint64_t generation, KnownSets const& sets);
 
 }  // namespace velt

@@ -10,7 +10,7 @@ using velt::SubModInfoState;
 bool SetBit(SubModInfoState& state, std::bitset<32>& set, unsigned int index, bool on) {
   velt::WriteLock const lock(state.m_lock);
   if (!lock.locked()) return false;
-  // One above the last bit is let through: the set throws for it, and that exception is part of the contract.
+  // Index 32 is let through: set() throws std::out_of_range for it, as the public header says.
   if (index > set.size()) return false;
   set.set(index, on);
   return true;

@@ -1,4 +1,4 @@
-// What one module's sets are kept in.
+// The level and output sets of one module.
 #ifndef VELT_DEBUG_MANAGER_SUB_MOD_INFO_H
 #define VELT_DEBUG_MANAGER_SUB_MOD_INFO_H
 
@@ -14,7 +14,7 @@ namespace velt {
 struct SubModInfoState {
   static SubModInfoState& Of(VeltDebugSubModInfo const& module) { return *module.m_pState; }
 
-  RwMutex m_lock;               // guards writes to the two sets; the manager reads them under its table lock
+  RwMutex m_lock;               // guards writes to the two sets; the manager reads them under m_tableLock
   std::bitset<32> m_levelSet;   // levels that pass
   std::bitset<32> m_outputSet;  // outputs that receive what passes
   std::string m_strText;        // kept and unused

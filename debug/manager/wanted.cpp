@@ -1,4 +1,4 @@
-// Whether a record would reach anyone, asked before it is made.
+// Tells whether a record would be taken, before it is made.
 #include <string>
 
 #include "velt/manager.h"
@@ -14,7 +14,7 @@ constexpr int kLevels = 32;
 
 bool VeltDebugMgr::IsWanted(std::string const& module, VeltLogLevel level) {
   if (!IsInit()) return false;
-  // Relaxed: only whether there is one counts; the trace call that follows loads it itself.
+  // Relaxed: the engine is not used here; the trace call that follows loads the pointer itself.
   if (m_pState->m_pEngine.load(std::memory_order_relaxed) != nullptr) return true;
   if (m_pState->m_pChannel == nullptr || level < 0 || level >= kLevels || m_pState->InheritedByFork())
     return false;
