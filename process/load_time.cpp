@@ -8,6 +8,7 @@
 
 #include "velt/process.h"
 
+#include "debug/channel/flush.h"
 #include "debug/channel/output.h"
 #include "debug/channel/record_recycler.h"
 #include "debug/manager/manager_state.h"
@@ -30,19 +31,22 @@ void RemakeInChild() {
   RemakePrintLock();
   UnlockIdleNodes();
   KeepOwnThreadObjectsInChild();
+  UnlockLiveChannels();
   UnlockLocalTime();
   ServiceWaitState::KeepInheritedInstance();
 }
 
-// The lock order is that of the rest of the library: idle nodes after thread objects. Elsewhere the lock of
-// local time is never held with another.
+// The lock order is that of the rest of the library: idle nodes after thread objects. The other two are never
+// held with another.
 void BeforeFork() {
   LockThreadObjects();
   LockIdleNodes();
   LockLocalTime();
+  LockLiveChannels();
 }
 
 void AfterForkInParent() {
+  UnlockLiveChannels();
   UnlockLocalTime();
   UnlockIdleNodes();
   UnlockThreadObjects();

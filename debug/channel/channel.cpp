@@ -2,6 +2,7 @@
 #include "velt/channel.h"
 
 #include <array>
+#include <chrono>
 #include <cstdarg>
 #include <memory>
 #include <string>
@@ -9,8 +10,10 @@
 #include "velt/config.h"
 
 #include "debug/channel/channel_state.h"
+#include "debug/channel/counts.h"
 #include "debug/channel/current_file.h"
 #include "debug/channel/family.h"
+#include "debug/channel/flush.h"
 #include "debug/channel/gzip.h"
 #include "debug/channel/housekeeping.h"
 #include "debug/channel/line.h"
@@ -63,7 +66,9 @@ VeltDebugInfo::VeltDebugInfo(std::string const& logPath, std::string const& file
       std::make_unique<velt::ChannelState>(logPath, filePrefix, fileHeader, bPrint, bLog, nFiltLogBufSize,
                                            nEachFileMaxSize, nEachProcessMaxZipNum, nZipFileIncludeFileNum);
   m_pState = state.get();
+  velt::ReadProblemSetting();
   (void)Init();  // a channel without a thread refuses records; a host may call Init again
+  velt::EnterLiveChannel(*m_pState);
   (void)state.release();
 }
 
@@ -74,6 +79,7 @@ VeltDebugInfo::~VeltDebugInfo() {
     return;
   }
   velt::EndChannel(*m_pState);
+  velt::LeaveLiveChannel(*m_pState);
   delete m_pState;
 }
 
@@ -94,7 +100,10 @@ void VeltDebugInfo::FmtTrace(char const* fmt, ...) {
   va_start(args, fmt);
   int const length = velt::FormatMessage(message.data(), message.size(), fmt, args);
   va_end(args);
-  if (length <= 0) return;
+  if (length <= 0) {
+    velt::CountRefused(*m_pState);
+    return;
+  }
   Trace(velt::kUnnamedModule, VeltLogLevel{velt::kDefaultLevel}, message.data(), nullptr, true, true);
 }
 
@@ -130,7 +139,7 @@ bool VeltDebugInfo::CheckFileLength(std::string const& name, int type) const {
 int VeltDebugInfo::GetFileType(std::string const& name) const { return velt::GetFileType(*m_pState, name); }
 
 int VeltDebugInfo::GZCompress(std::string const& source, std::string const& destination) const {
-  return velt::GZCompress(source, destination);
+  return velt::GZCompress(source, destination, nullptr);
 }
 
 void VeltDebugInfo::ZipLogFiles(std::string const& name) const { velt::ZipLogFiles(*m_pState, name); }
@@ -138,5 +147,16 @@ void VeltDebugInfo::ZipLogFiles(std::string const& name) const { velt::ZipLogFil
 void VeltDebugInfo::RemoveSpilthFile() const { velt::RemoveSpilthFile(*m_pState); }
 
 void VeltDebugInfo::ProcessLogFileBeforeCreateNew() const { velt::ProcessLogFileBeforeCreateNew(*m_pState); }
+
+VeltTraceCounts VeltDebugInfo::Counts() const { return velt::CountsOf(*m_pState); }
+
+bool VeltDebugInfo::Flush(unsigned milliseconds) {
+  return velt::Flush({m_pState}, std::chrono::milliseconds(milliseconds));
+}
+
+void VeltDebugInfo::SetQueueWait(unsigned milliseconds) {
+  m_pState->m_OutputQueue.SetWait(std::chrono::milliseconds(milliseconds));
+  m_pState->m_DiscardQueue.SetWait(std::chrono::milliseconds(milliseconds));
+}
 
 std::string const& VeltDebugInfo::LogPath() const { return m_pState->m_strLogPath; }

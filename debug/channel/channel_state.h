@@ -9,8 +9,11 @@
 
 #include "velt/channel.h"
 
+#include "debug/channel/channel_problems.h"
+#include "debug/channel/counts.h"
 #include "debug/channel/list_in_hand.h"
 #include "debug/channel/log_file.h"
+#include "debug/channel/next_name.h"
 #include "debug/channel/record_queue.h"
 #include "platform/fork_generation.h"
 #include "platform/inherited.h"
@@ -49,7 +52,12 @@ struct ChannelState {
   Mutex m_mutex;               // guards the start of the output thread
 
   // Above are the fields of the channel in their given order, below what the rooms need besides.
-  ListInHand m_inHand{m_OutputQueue};     // output thread
+  ListInHand m_inHand{m_OutputQueue};  // output thread
+  NameHistory m_names;                 // output thread
+  ChannelCounts m_counts;
+  ChannelProblems m_problems;
+  ChannelState* m_pNextLive = nullptr;    // under the lock of flush.cpp
+  std::uint64_t m_nFlushTarget = 0;       // the same: how many records the flush at exit waits for
   std::uint32_t const m_nForkGeneration;  // of the process that made the channel
   Inherited m_inherited;                  // keeps the state in a forked child that gives the channel up
 };

@@ -1,19 +1,25 @@
 #include "debug/channel/current_file.h"
 
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "velt/channel.h"
 
 #include "debug/channel/byte_order_mark.h"
 #include "debug/channel/channel_state.h"
+#include "debug/channel/file_name_time.h"
+#include "debug/channel/next_name.h"
 #include "platform/bounded.h"
 #include "platform/local_time.h"
 
@@ -42,6 +48,39 @@ void WriteFirstLines(ChannelState& state, std::tm const& created) {
   WriteFile(state, state.m_strFileHeader.c_str());
 }
 
+void MakeDirectory(ChannelState const& state) {
+  struct stat info {};
+  if (stat(state.m_strLogPath.c_str(), &info) == 0) return;
+  (void)mkdir(state.m_strLogPath.c_str(), kDirectoryMode);  // a failure shows as a file that cannot be opened
+}
+
+bool Exists(std::string const& path) {
+  struct stat info {};
+  return lstat(path.c_str(), &info) == 0;
+}
+
+// `name` is without the directory; the file is open.
+void BeginFile(ChannelState& state, std::string const& name, std::tm const& created) {
+  state.m_counts.filesOpened.Add();
+  if (state.m_strFirstFileName.empty()) state.m_strFirstFileName = name;
+  WriteFirstLines(state, created);
+  (void)chmod(state.m_strCurFileName.c_str(), kLogFileMode);  // the file is written either way
+}
+
+// Keeps errno, which says why.
+void ForgetFile(ChannelState& state) {
+  int const reason = errno;
+  state.m_pFile.reset();
+  errno = reason;
+}
+
+void WaitForNextSecond() {
+  timeval now{};
+  (void)gettimeofday(&now, nullptr);
+  timespec const rest{0, (1'000'000 - now.tv_usec) * 1000 - 1};
+  (void)nanosleep(&rest, nullptr);  // an early end only opens the file a little sooner
+}
+
 }  // namespace
 
 bool OpenNewFile(ChannelState& state) {
@@ -49,24 +88,49 @@ bool OpenNewFile(ChannelState& state) {
     std::tm const local = LocalTime(std::time(nullptr));
     std::string const name =
         state.m_strFilePrefix + TimeText(local, VELT_DEBUG_FILE_NAME_TIME_PATTERN).data();
-    struct stat info {};
-    if (stat(state.m_strLogPath.c_str(), &info) != 0) {
-      (void)mkdir(state.m_strLogPath.c_str(),
-                  kDirectoryMode);  // a failure shows as a file that cannot be opened
-    }
+    MakeDirectory(state);
     state.m_strCurFileName = state.m_strLogPath + name;
     state.m_pFile = std::make_unique<LogFile>();
     if (!state.m_pFile->Open(state.m_strCurFileName)) {
-      state.m_pFile.reset();
+      ForgetFile(state);
       return false;
     }
-    if (state.m_strFirstFileName.empty()) state.m_strFirstFileName = name;
-    WriteFirstLines(state, local);
-    (void)chmod(state.m_strCurFileName.c_str(), kLogFileMode);  // the file is written either way
+    BeginFile(state, name, local);
     return true;
   } catch (std::bad_alloc const&) {
-    state.m_pFile.reset();
-    return false;  // the caller tries again in a second
+    ForgetFile(state);
+    errno = ENOMEM;
+    return false;
+  }
+}
+
+bool OpenNextFile(ChannelState& state) {
+  try {
+    std::tm local = LocalTime(std::time(nullptr));
+    MakeDirectory(state);
+    std::int64_t time = NextNameTime(state, SecondsOf(local));
+    if (IsTooFarAhead(time, SecondsOf(local))) {
+      WaitForNextSecond();
+      local = LocalTime(std::time(nullptr));
+    }
+    auto file = std::make_unique<LogFile>();
+    for (;; ++time) {
+      std::string const name = state.m_strFilePrefix + NameTimeOf(time) + LOGFILETAIL;
+      std::string const path = state.m_strLogPath + name;
+      if (Exists(path + GZFILETAIL)) continue;
+      state.m_strCurFileName = path;
+      if (file->Create(path)) {
+        state.m_pFile = std::move(file);
+        state.m_names.last_name = time;
+        BeginFile(state, name, local);
+        return true;
+      }
+      if (errno != EEXIST) return false;
+    }
+  } catch (std::bad_alloc const&) {
+    ForgetFile(state);
+    errno = ENOMEM;
+    return false;
   }
 }
 
@@ -76,7 +140,12 @@ bool WriteFile(ChannelState& state, char const* text) {
 }
 
 bool AppendToFile(ChannelState& state, char const* text, std::size_t length) {
-  return state.m_pFile->Append(text, length);
+  std::uint32_t const before = state.m_pFile->Size();
+  bool const whole = state.m_pFile->Append(text, length);
+  int const reason = errno;
+  state.m_counts.bytesWritten.Add(state.m_pFile->Size() - before);
+  if (!whole) errno = reason;
+  return whole;
 }
 
 void CloseFile(ChannelState& state) {

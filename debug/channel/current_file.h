@@ -15,6 +15,10 @@ bool OpenNewFile(ChannelState& state);
 bool WriteFile(ChannelState& state, char const* text);
 void CloseFile(ChannelState& state);
 
+// Opens the next file of a running channel under a name that the family has never had. Returns false, with
+// errno set and no file open, when none can be opened.
+bool OpenNextFile(ChannelState& state);
+
 // Appends `length` bytes to the open file. Returns false when the device refuses some of them: the rest is
 // given up.
 bool AppendToFile(ChannelState& state, char const* text, std::size_t length);

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <new>
@@ -34,7 +35,7 @@ GzipFile OpenSource(char const* path) {
 
 enum class Copied { kAll, kNothing, kWriteFailed };
 
-Copied CopyAll(gzFile_s* in, ArchiveWriter& out, char* block) {
+Copied CopyAll(gzFile_s* in, ArchiveWriter& out, char* block, std::atomic<std::uint64_t>* blocks) {
   int got = gzread(in, block, kBlockBytes);
   if (got == 0) return Copied::kNothing;
   // A read that fails ends the copy like the end of the file, the very first one too: a source that cannot be
@@ -43,27 +44,33 @@ Copied CopyAll(gzFile_s* in, ArchiveWriter& out, char* block) {
     unsigned const put = out.Write(block, static_cast<unsigned>(got));
     if (put == 0) return Copied::kWriteFailed;
     if (put != static_cast<unsigned>(got)) break;
+    if (blocks != nullptr) blocks->fetch_add(1, std::memory_order_relaxed);  // a sign of life, no more
   }
   return Copied::kAll;
 }
 
 }  // namespace
 
-int GZCompress(std::string const& source, std::string const& destination) {
+int GZCompress(std::string const& source, std::string const& destination,
+               std::atomic<std::uint64_t>* blocks) {
   GzipFile const in = OpenSource(source.c_str());
   if (in == nullptr) return -1;
   int const archive = OpenAboveStandard(destination.c_str(), O_WRONLY | O_CREAT | O_TRUNC, kNewArchiveMode);
   if (archive == -1) return -1;
+  errno = 0;  // what an empty source leaves
   ArchiveWriter out;
   bool complete = out.Start(archive);
   if (complete) {
     std::unique_ptr<char[]> const block(new (std::nothrow) char[kBlockBytes]);
-    complete = block != nullptr && CopyAll(in.get(), out, block.get()) == Copied::kAll;
+    if (block == nullptr) errno = ENOMEM;
+    complete = block != nullptr && CopyAll(in.get(), out, block.get(), blocks) == Copied::kAll;
     // What the archive still holds back is written by its close, so a full device may show only there.
     if (!out.Close()) complete = false;
   }
   if (complete) return 0;
+  int const reason = errno;
   (void)std::remove(destination.c_str());  // a broken archive that stays is overwritten at the next rotation
+  errno = reason;
   return -1;
 }
 

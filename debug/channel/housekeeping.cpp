@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 
 #include "velt/channel.h"
 
+#include "debug/channel/channel_problems.h"
 #include "debug/channel/channel_state.h"
 #include "debug/channel/family.h"
 #include "debug/channel/gzip.h"
@@ -31,7 +33,14 @@ void ZipLogFiles(ChannelState& state, std::string const& name) {
   bool const found = realpath(state.m_strLogPath.c_str(), resolved.data()) != nullptr;
   std::string const source = (found ? std::string(resolved.data()) + '/' : state.m_strLogPath) + name;
   std::string const archive = source + GZFILETAIL;
-  if (GZCompress(source, archive) == -1) return;
+  if (GZCompress(source, archive, &state.m_counts.archiveBlocks) == -1) {
+    if (errno != 0) {  // an empty file stays as it is, and that is no failure
+      state.m_counts.archivesFailed.Add();
+      FileNotArchived(state, source, errno);
+    }
+    return;
+  }
+  state.m_counts.archivesMade.Add();
   (void)chmod(archive.c_str(), kArchiveMode);  // the archive is whole whatever its mode
   (void)std::remove(source.c_str());           // one that stays is compressed again at the next rotation
 }
@@ -50,7 +59,7 @@ void RemoveSpilthFile(ChannelState& state) {
   std::size_t surplus = archives.size() - state.m_nEachProcessMaxZipNum;
   for (auto archive = archives.begin(); archive != archives.end() && surplus > 0; ++archive) {
     if (!kept_stem.empty() && archive->find(kept_stem) != std::string::npos) continue;
-    (void)std::remove((state.m_strLogPath + *archive).c_str());
+    if (std::remove((state.m_strLogPath + *archive).c_str()) == 0) state.m_counts.archivesRemoved.Add();
     --surplus;  // also when it stays: one that cannot be removed must not cost the life of a newer one
   }
 }

@@ -24,6 +24,11 @@ bool LogFile::Open(std::string const& path) {
   return file_ != -1;
 }
 
+bool LogFile::Create(std::string const& path) {
+  file_ = OpenAboveStandard(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, kCreationMode);
+  return file_ != -1;
+}
+
 bool LogFile::Append(char const* text, std::size_t length) {
   while (length > 0) {
     ssize_t const written = write(file_, text, length);

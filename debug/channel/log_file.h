@@ -24,6 +24,10 @@ class LogFile {
   // Creates or truncates `path`. Returns false when it cannot be opened.
   bool Open(std::string const& path);
 
+  // Creates `path`. Returns false when it cannot be created; with errno EEXIST when there is something of
+  // that name, which is left alone.
+  bool Create(std::string const& path);
+
   // Writes all of `text`. Returns false when the device refuses it: a head of it may be in the file, and
   // Size() counts that head.
   bool Append(char const* text, std::size_t length);

@@ -1,6 +1,7 @@
 #include "debug/channel/output.h"
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <iostream>
@@ -12,6 +13,7 @@
 
 #include <ace/OS_NS_unistd.h>
 
+#include "debug/channel/channel_problems.h"
 #include "debug/channel/channel_state.h"
 #include "debug/channel/current_file.h"
 #include "debug/channel/housekeeping.h"
@@ -70,7 +72,8 @@ bool AppendTogether(ChannelState& state, std::array<std::string_view, kCount> co
   return AppendToFile(state, line.data(), length);
 }
 
-void LogRecord(ChannelState& state, OutDataUnit const& rec, RecordLine const& line) {
+// Returns whether the record is whole in the file.
+bool LogRecord(ChannelState& state, OutDataUnit const& rec, RecordLine const& line) {
   std::array<char, kLineHeadCapacity> day_line;
   day_line[0] = '\0';
   if (IsNewDay(rec)) {
@@ -84,7 +87,13 @@ void LogRecord(ChannelState& state, OutDataUnit const& rec, RecordLine const& li
                                                   EndsInNewline(text) ? "" : "\n",
                                                   asn_text.substr(0, kLongestWrite),
                                                   asn_text.empty() ? "" : "\n"};
-  (void)AppendTogether(state, pieces);
+  bool const whole = AppendTogether(state, pieces);
+  if (whole) {
+    RecordWritten(state);
+  } else {
+    RecordNotWritten(state, errno);
+  }
+  return whole;
 }
 
 bool RotateWhenOutgrown(ChannelState& state) {
@@ -104,30 +113,50 @@ bool RotateWhenOutgrown(ChannelState& state) {
 void RemakePrintLock() { new (&print_lock) std::mutex; }
 
 bool OpenFileUntilExit(ChannelState& state) {
-  while (!OpenNewFile(state)) {
+  while (!OpenNextFile(state)) {
+    FileNotOpened(state, errno);
     if (state.m_bExit.load(std::memory_order_acquire)) return false;
     ACE_OS::sleep(kSecondsBetweenAttempts);
   }
+  FileOpened(state);
   return true;
 }
 
 // The ring's records come back here, once: they are told to be from the ring.
 // NOLINTNEXTLINE(misc-no-recursion): one level deep, as fromDiscard sees to
-bool OutputString(ChannelState& state, OutDataUnit const& rec, bool fromDiscard) {
-  if (state.m_pFile == nullptr) return false;
+Outcome OutputRecord(ChannelState& state, OutDataUnit const& rec, bool fromDiscard) {
+  if (state.m_pFile == nullptr) return {false, false};
   if (rec.m_nLevel == 0 && !fromDiscard) OutputDiscardQueue(state);
+  if (state.m_pFile == nullptr) return {false, false};  // a rotation for the ring found the channel's end
 
   // The value's print and the stream behind standard output are the host's code and may trace.
   if (rec.m_pAsn != nullptr || rec.m_bPrint) state.m_inHand.GiveBack();
   RecordLine line;
   MakeLine(rec, line);
+  bool whole = true;
   if (rec.m_bLog) {
-    LogRecord(state, rec, line);
-    if (!RotateWhenOutgrown(state)) return false;
+    whole = LogRecord(state, rec, line);
+    if (!RotateWhenOutgrown(state)) return {false, whole};
   }
   StoreDay(rec);
   if (rec.m_bPrint) PrintRecord(rec, line);
-  return true;
+  return {true, whole};
+}
+
+bool OutputString(ChannelState& state, OutDataUnit const& rec, bool fromDiscard) {
+  return OutputRecord(state, rec, fromDiscard).has_file;
+}
+
+void CountOutcome(ChannelState& state, OutDataUnit const& rec, Outcome const& outcome) {
+  ChannelCounts& counts = state.m_counts;
+  if (!outcome.whole) {
+    counts.lost.Add();
+  } else if (rec.m_bLog) {
+    counts.written.Add();
+  } else {
+    counts.printedOnly.Add();
+  }
+  counts.dealtWith.Add();
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): see OutputString
@@ -137,10 +166,15 @@ void OutputDiscardQueue(ChannelState& state) {
   for (std::size_t left = RecordsInRing(state); left > 0; --left) {
     std::unique_ptr<OutDataUnit> rec;
     if (!TakeFromRing(state, rec)) return;
-    if (rec == nullptr) continue;
+    state.m_counts.fromRing.Add();
+    if (rec == nullptr) {
+      state.m_counts.lost.Add();
+      state.m_counts.dealtWith.Add();
+      continue;
+    }
     rec->m_bPrint = true;
     rec->m_bLog = true;
-    OutputString(state, *rec, true);
+    CountOutcome(state, *rec, OutputRecord(state, *rec, true));
   }
 }
 

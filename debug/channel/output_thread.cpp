@@ -94,18 +94,25 @@ ACE_Message_Block* TakeRecords(RecordQueue& queue) {
   return queue.TakeAll(nullptr);
 }
 
+void CountLost(ChannelState& state) {
+  state.m_counts.lost.Add();
+  state.m_counts.dealtWith.Add();
+}
+
 // Returns false for the stop marker.
 bool HandleRecord(ChannelState& state, std::unique_ptr<OutDataUnit> rec) {
   if (rec == nullptr) {
     WriteFile(state, "can't get message block's base\n");
+    CountLost(state);
     return true;
   }
   if (IsStopMarker(*rec)) return false;
   if (rec->m_pTimeStamp == nullptr || (rec->m_pText == nullptr && rec->m_pAsn == nullptr)) {
     WriteFile(state, "can't get output data\n");
+    CountLost(state);
     return true;
   }
-  OutputString(state, *rec, false);
+  CountOutcome(state, *rec, OutputRecord(state, *rec, false));
   return true;
 }
 

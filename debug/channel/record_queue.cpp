@@ -207,6 +207,7 @@ bool RecordQueue::EnqueueEvicting(ACE_Message_Block* block, std::size_t capacity
     GiveBack_i(1);
     oldest->next(evicted);
     evicted = oldest;
+    evicted_.store(evicted_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   }
   bool const was_empty = head_ == nullptr;
   if (cur_bytes_ < high_water_mark_) {
@@ -229,6 +230,12 @@ void RecordQueue::Append_i(ACE_Message_Block* block) {
   tail_ = block;
   ++cur_count_;
   cur_bytes_ += sizeof(OutDataUnit);
+  accepted_.store(accepted_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
+bool RecordQueue::OnTakersThread() {
+  QueueLock const guard(lock_);
+  return has_taker_ && pthread_equal(taker_, pthread_self()) != 0;
 }
 
 ACE_Message_Block* RecordQueue::TryDequeue() {

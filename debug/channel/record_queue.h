@@ -56,6 +56,14 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   // water mark. Returns true when `block` was queued; false leaves it the caller's.
   bool EnqueueEvicting(ACE_Message_Block* block, std::size_t capacity, ACE_Message_Block*& evicted);
 
+  // How many blocks were put in since the queue was made, and how many of them EnqueueEvicting took out. Any
+  // thread, without the lock.
+  std::uint64_t Accepted() const noexcept { return accepted_.load(std::memory_order_relaxed); }
+  std::uint64_t Evicted() const noexcept { return evicted_.load(std::memory_order_relaxed); }
+
+  // Whether the calling thread is the one that called TakeAll last.
+  bool OnTakersThread();
+
   // Takes the head if there is one; never waits. Returns null when there is none or the lock could not be
   // taken.
   ACE_Message_Block* TryDequeue();
@@ -83,8 +91,11 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   Caller* last_caller_ = nullptr;   // under the lock
   // first_caller_ is not null. Written under the lock; relaxed readers only decide when to give room back.
   std::atomic<bool> callers_wait_{false};
-  pthread_t taker_{};                        // under the lock: who called TakeAll last
-  bool has_taker_ = false;                   // under the lock
+  pthread_t taker_{};       // under the lock: who called TakeAll last
+  bool has_taker_ = false;  // under the lock
+  // Written under the lock, so a load and a store count as well as one atomic addition, and cost less.
+  std::atomic<std::uint64_t> accepted_{0};
+  std::atomic<std::uint64_t> evicted_{0};
   std::atomic<std::int64_t> wait_ms_{1000};  // relaxed: a setting, it orders nothing
 };
 

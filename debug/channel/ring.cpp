@@ -29,7 +29,8 @@ bool TakeFromRing(ChannelState& state, std::unique_ptr<OutDataUnit>& rec) {
 }
 
 void ClearRing(ChannelState& state) {
-  ClearQueue(state, state.m_DiscardQueue, "dequeue from m_DiscardQueue fail.\n");
+  std::size_t const cleared = ClearQueue(state, state.m_DiscardQueue, "dequeue from m_DiscardQueue fail.\n");
+  state.m_counts.clearedRing.fetch_add(cleared, std::memory_order_relaxed);
 }
 
 }  // namespace velt

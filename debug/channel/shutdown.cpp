@@ -32,7 +32,10 @@ bool EnqueueStopMarker(ChannelState& state) {
   try {
     auto marker = std::make_unique<OutDataUnit>();
     BlockPtr block = WrapRecord(marker.get());
+    // Before it is queued: the output thread may end by it at any moment.
+    state.m_counts.markers.fetch_add(1, std::memory_order_relaxed);
     if (!state.m_OutputQueue.EnqueueWithin(block.get(), kPoll)) {
+      state.m_counts.markers.fetch_sub(1, std::memory_order_relaxed);
       if (errno != EWOULDBLOCK) SleepOnePoll();  // it has not waited for room
       return false;
     }

@@ -14,7 +14,9 @@
 
 #include "velt/channel.h"
 
+#include "debug/channel/channel_problems.h"
 #include "debug/channel/channel_state.h"
+#include "debug/channel/counts.h"
 #include "debug/channel/record.h"
 #include "debug/channel/record_node.h"
 #include "debug/channel/ring.h"
@@ -94,7 +96,9 @@ bool QueueForOutput(ChannelState& state, std::unique_ptr<OutDataUnit>& rec, ACE_
   // Given up before it is queued: from then on the output thread may delete it at any moment.
   OutDataUnit* const given = rec.release();
   if (state.m_OutputQueue.EnqueueRecord(block)) return true;
+  bool const full = errno == EWOULDBLOCK;
   rec.reset(given);
+  if (full) RecordRefused(state);
   return false;
 }
 
@@ -117,8 +121,11 @@ bool KeepsFiltered(ChannelState const& state) {
   return state.m_nFiltLogBufSize != 0 || state.m_bPrint || state.m_bLog;
 }
 
-bool TraceText(ChannelState& state, std::string const& module, VeltLogLevel level, char const* text,
-               std::size_t length, AsnType const* asn, bool print, bool log) {
+namespace {
+
+// TraceText without the count of what it refuses.
+bool TraceTextUncounted(ChannelState& state, std::string const& module, VeltLogLevel level, char const* text,
+                        std::size_t length, AsnType const* asn, bool print, bool log) {
   if (text == nullptr || !TakesRecords(state)) return false;
   if (module.size() > kLongestModule) return false;
   if (!print && !log && !KeepsFiltered(state)) return true;  // nobody will see it: nothing is made for it
@@ -131,8 +138,8 @@ bool TraceText(ChannelState& state, std::string const& module, VeltLogLevel leve
   return Enqueue(state, made, &NodeOf(made.get())->block);
 }
 
-Printed TraceFormat(ChannelState& state, std::string const& module, VeltLogLevel level, char const* fmt,
-                    std::va_list args, bool print, bool log) {
+Printed TraceFormatUncounted(ChannelState& state, std::string const& module, VeltLogLevel level,
+                             char const* fmt, std::va_list args, bool print, bool log) {
   if (module.size() > kLongestModule) return Printed::kRefused;
   std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, print || state.m_bPrint, log || state.m_bLog);
   std::array<char, kLongestPrinted + 1> elsewhere;
@@ -155,18 +162,61 @@ Printed TraceFormat(ChannelState& state, std::string const& module, VeltLogLevel
   return Enqueue(state, made, &NodeOf(made.get())->block) ? Printed::kTraced : Printed::kRefused;
 }
 
-bool TraceRecord(ChannelState& state, OutDataUnit*& rec) {
+bool TraceRecordUncounted(ChannelState& state, OutDataUnit*& rec) {
   RecordPtr owned(rec);
   rec = nullptr;  // what every path but success leaves, an exception too
   if (owned == nullptr) return false;
   OutDataUnit* const queued = owned.get();
   // A block of its own: a host may have made the record in any way.
   BlockPtr block = WrapRecord(queued);
-  if (!Enqueue(state, owned, block.get())) return false;
+  // Before it is queued: the output thread may end by it at any moment.
+  bool const marker = IsStopMarker(*queued);
+  if (marker) state.m_counts.markers.fetch_add(1, std::memory_order_relaxed);
+  if (!Enqueue(state, owned, block.get())) {
+    if (marker) state.m_counts.markers.fetch_sub(1, std::memory_order_relaxed);
+    return false;
+  }
   if (owned != nullptr) return true;  // filtered, and there is no ring
   (void)block.release();              // the queue's now, like the record
   rec = queued;
   return true;
+}
+
+// Calls `trace` and counts a record that it refuses or throws away.
+template <typename Trace>
+bool Counted(ChannelState& state, Trace const& trace) try {
+  bool const taken = trace();
+  if (!taken) CountRefused(state);
+  return taken;
+} catch (...) {
+  CountRefused(state);
+  throw;
+}
+
+}  // namespace
+
+bool TraceText(ChannelState& state, std::string const& module, VeltLogLevel level, char const* text,
+               std::size_t length, AsnType const* asn, bool print, bool log) {
+  return Counted(state,
+                 [&] { return TraceTextUncounted(state, module, level, text, length, asn, print, log); });
+}
+
+Printed TraceFormat(ChannelState& state, std::string const& module, VeltLogLevel level, char const* fmt,
+                    std::va_list args, bool print, bool log) try {
+  Printed const printed = TraceFormatUncounted(state, module, level, fmt, args, print, log);
+  if (printed != Printed::kTraced) {
+    int const error = errno;  // says why a format was not expanded
+    CountRefused(state);
+    errno = error;
+  }
+  return printed;
+} catch (...) {
+  CountRefused(state);
+  throw;
+}
+
+bool TraceRecord(ChannelState& state, OutDataUnit*& rec) {
+  return Counted(state, [&] { return TraceRecordUncounted(state, rec); });
 }
 
 }  // namespace velt

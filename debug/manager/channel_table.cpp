@@ -1,10 +1,12 @@
 #include "debug/manager/channel_table.h"
 
 #include <memory>
+#include <vector>
 
 #include "velt/config.h"
 
 #include "debug/channel/channel_state.h"
+#include "debug/channel/flush.h"
 #include "debug/channel/shutdown.h"
 
 namespace velt {
@@ -26,7 +28,7 @@ VeltDebugInfo* ChannelTable::MakeMain(std::string const& key, std::string const&
                                       std::string const& header, FileLimits const& limits, bool channelFlag) {
   std::unique_ptr<VeltDebugInfo> made = MakeChannel(key, directory, header, limits, channelFlag);
   WriteLock const lock(m_channelLock);
-  m_channels.emplace(key, made.get());
+  Enter_i(key, made.get());
   return made.release();
 }
 
@@ -55,9 +57,38 @@ Lookup ChannelTable::FindOrMake(std::string const& key, std::string const& heade
   std::unique_ptr<VeltDebugInfo> made = MakeChannel(key, directory, header, limits, true);
   WriteLock const lock(m_channelLock);
   if (!lock.locked()) return Lookup::kRefused;
-  m_channels.emplace(key, made.get());
+  Enter_i(key, made.get());
   channel = made.release();  // the table owns it now
   return Lookup::kFound;
+}
+
+void ChannelTable::Enter_i(std::string const& key, VeltDebugInfo* channel) {
+  m_channels.emplace(key, channel);
+  channel->SetQueueWait(m_nQueueWait);
+}
+
+bool ChannelTable::GetCounts(std::map<std::string, VeltTraceCounts>& out) {
+  ReadLock const lock(m_channelLock);
+  if (!lock.locked()) return false;
+  for (auto const& [key, channel] : m_channels) out[key] = channel->Counts();
+  return true;
+}
+
+bool ChannelTable::Flush(std::chrono::milliseconds wait) {
+  std::vector<ChannelState*> channels;
+  {
+    ReadLock const lock(m_channelLock);
+    if (!lock.locked()) return false;
+    for (auto const& channel : m_channels) channels.push_back(&ChannelState::Of(*channel.second));
+  }
+  return velt::Flush(channels, wait);  // no lock is held while it waits
+}
+
+void ChannelTable::SetQueueWait(unsigned milliseconds) {
+  WriteLock const lock(m_channelLock);
+  if (!lock.locked()) return;
+  m_nQueueWait = milliseconds;
+  for (auto const& channel : m_channels) channel.second->SetQueueWait(milliseconds);
 }
 
 VeltDebugInfo* ChannelTable::FindRunning() {

@@ -2,6 +2,7 @@
 #ifndef VELT_DEBUG_MANAGER_CHANNEL_TABLE_H
 #define VELT_DEBUG_MANAGER_CHANNEL_TABLE_H
 
+#include <chrono>
 #include <map>
 #include <string>
 
@@ -34,16 +35,27 @@ class ChannelTable {
   Lookup FindOrMake(std::string const& key, std::string const& header, FileLimits const& limits,
                     VeltDebugInfo const* main, VeltDebugInfo*& channel);
 
+  // Adds the counts of all channels by their keys. Returns false when the lock fails.
+  bool GetCounts(std::map<std::string, VeltTraceCounts>& out);
+
+  // Flushes all channels. Returns false when one was not done in time, or when the lock fails.
+  bool Flush(std::chrono::milliseconds wait);
+
+  // Sets how long a call waits for room, for channels present and to come.
+  void SetQueueWait(unsigned milliseconds);
+
   // Ends all output threads, then deletes all channels: an output thread that traces meanwhile never uses a
   // deleted channel. No lock is held while a thread ends. Call it once the host has stopped tracing.
   void EndAll() noexcept;
 
  private:
   VeltDebugInfo* FindRunning();
+  void Enter_i(std::string const& key, VeltDebugInfo* channel);
 
   std::map<std::string, VeltDebugInfo*> m_channels;  // under m_channelLock
-  RwMutex m_channelLock;    // never held while a channel is made, a record queued or a thread waited for
-  Mutex m_channelCreation;  // makes channels on demand one at a time; taken before m_channelLock
+  RwMutex m_channelLock;         // never held while a channel is made, a record queued or a thread waited for
+  unsigned m_nQueueWait = 1000;  // milliseconds; under m_channelLock
+  Mutex m_channelCreation;       // makes channels on demand one at a time; taken before m_channelLock
 };
 
 }  // namespace velt

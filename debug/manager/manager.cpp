@@ -11,9 +11,12 @@
 #include "velt/config.h"
 #include "velt/manager.h"
 
+#include "debug/manager/config_problems.h"
 #include "debug/manager/debug_config.h"
 #include "debug/manager/manager_state.h"
+#include "debug/manager/module_name.h"
 #include "debug/manager/sets_cache.h"
+#include "platform/problem_report.h"
 
 namespace velt {
 
@@ -27,11 +30,12 @@ void RememberCfgFile(ManagerState& state, std::string const& file, bool overwrit
   if (lock.locked() && (overwrite || state.m_strCfgFile.empty())) state.m_strCfgFile = file;
 }
 
-// Reads the configuration. If another file than `cfgFile` was read, stores its name.
-void ReadConfig(ManagerState& state, std::string const& cfgFile, DebugConfig& config) {
-  if (ReadDebugConfig(cfgFile, config) && config.file != cfgFile) {
-    RememberCfgFile(state, config.file, !cfgFile.empty());
-  }
+// Reads the configuration and keeps the name of the file that was read in place of one that is not there.
+// Returns false when no file is to be found.
+bool ReadConfig(ManagerState& state, std::string const& cfgFile, DebugConfig& config) {
+  bool const found = ReadDebugConfig(cfgFile, config);
+  if (found && config.file != cfgFile) RememberCfgFile(state, config.file, !cfgFile.empty());
+  return found;
 }
 
 FileLimits WithinBounds(FileLimits const& limits, std::string const& host_name) {
@@ -53,6 +57,40 @@ bool OpenMainChannel(ManagerState& state, std::string const& directory, std::str
   if (!usable) return false;
   state.m_pChannel =
       state.m_channels.MakeMain(state.m_strName, directory, fileHeader, state.m_limits, channelFlag);
+  return true;
+}
+
+struct InitArguments {
+  std::string const& name;
+  std::string const& cfgFile;
+  std::string const& logDir;
+  std::string const& fileHeader;
+  bool channelFlag;
+  bool silent;
+};
+
+bool Initialise_i(ManagerState& state, InitArguments const& given, ConfigProblems& problems) {
+  if (state.m_bInit.load(std::memory_order_relaxed)) return true;
+  state.m_bSilent.store(given.silent, std::memory_order_relaxed);
+  if (given.name.empty()) return false;
+  state.m_strName = given.name;
+  constexpr mode_t kDirectoryMode = 0755;
+  // The channel finds out whether the directory is usable.
+  if (!given.logDir.empty()) (void)mkdir(given.logDir.c_str(), kDirectoryMode);
+  std::string const directory = given.logDir.empty() ? VeltGetDefaultLogPath() : given.logDir;
+  if (!given.cfgFile.empty()) RememberCfgFile(state, given.cfgFile, true);
+
+  DebugConfig config;
+  bool const found = ReadConfig(state, given.cfgFile, config);
+  problems.LookAtFile(given.cfgFile, found, config);
+  problems.LookAtValues(config);
+  state.m_limits = WithinBounds(config.limits, given.name);
+  state.m_modules.RegisterConfigured_i(config.modules);
+  problems.LookAtDefaultModule(config.modules.count(kDebugModule) != 0);
+  if (!given.silent && !OpenMainChannel(state, directory, given.fileHeader, given.channelFlag)) return false;
+
+  state.m_nForkGeneration = ForkGeneration();
+  state.m_bInit.store(true, std::memory_order_release);
   return true;
 }
 
@@ -102,29 +140,18 @@ bool VeltDebugMgr::IsInit() const { return m_pState->IsInit(); }
 
 bool VeltDebugMgr::Init(std::string const& name, std::string const& cfgFile, std::string const& logDir,
                         std::string const& fileHeader, bool channelFlag, bool silent) {
-  ManagerState& state = *m_pState;
-  if (state.InheritedByFork()) return true;  // it is initialised; its locks must not be touched
-  velt::WriteLock const lock(state.m_modules.m_tableLock);
-  if (!lock.locked()) return false;
-  if (state.m_bInit.load(std::memory_order_relaxed)) return true;
-  state.m_bSilent.store(silent, std::memory_order_relaxed);
-  if (name.empty()) return false;
-  state.m_strName = name;
-  constexpr mode_t kDirectoryMode = 0755;
-  // A failure is ignored: the channel finds out whether the directory is usable.
-  if (!logDir.empty()) (void)mkdir(logDir.c_str(), kDirectoryMode);
-  std::string const directory = logDir.empty() ? VeltGetDefaultLogPath() : logDir;
-  if (!cfgFile.empty()) velt::RememberCfgFile(state, cfgFile, true);
-
-  velt::DebugConfig config;
-  velt::ReadConfig(state, cfgFile, config);
-  state.m_limits = velt::WithinBounds(config.limits, name);
-  state.m_modules.RegisterConfigured_i(config.modules);
-  if (!silent && !velt::OpenMainChannel(state, directory, fileHeader, channelFlag)) return false;
-
-  state.m_nForkGeneration = velt::ForkGeneration();
-  state.m_bInit.store(true, std::memory_order_release);
-  return true;
+  if (m_pState->InheritedByFork()) return true;  // initialised it is; its locks are not to be touched
+  velt::ReadProblemSetting();
+  velt::ConfigProblems problems;
+  bool initialised = false;
+  {
+    velt::WriteLock const lock(m_pState->m_modules.m_tableLock);
+    if (!lock.locked()) return false;
+    initialised =
+        velt::Initialise_i(*m_pState, {name, cfgFile, logDir, fileHeader, channelFlag, silent}, problems);
+  }
+  problems.Tell();  // the handler may ask the manager things
+  return initialised;
 }
 
 void VeltDebugMgr::GetCfgItem(std::string const& cfgFile, int& filtLogBufSize, int& maxFileNum,
@@ -132,7 +159,7 @@ void VeltDebugMgr::GetCfgItem(std::string const& cfgFile, int& filtLogBufSize, i
                               ModuleSets& modules) {
   velt::DebugConfig config;
   config.modules.swap(modules);
-  velt::ReadConfig(*m_pState, cfgFile, config);
+  (void)velt::ReadConfig(*m_pState, cfgFile, config);  // without a file the defaults are the result
   config.modules.swap(modules);
   filtLogBufSize = config.limits.m_nFiltLogBufSize;
   maxFileNum = config.limits.m_nMaxFileNum;

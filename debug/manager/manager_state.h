@@ -14,6 +14,7 @@
 #include "platform/fork_generation.h"
 #include "platform/inherited.h"
 #include "platform/locks.h"
+#include "platform/problem_report.h"
 
 namespace velt {
 
@@ -45,6 +46,7 @@ struct ManagerState {
   // The members above keep their given order; these are additions.
   Mutex m_cfgFileLock;
   std::uint32_t m_nForkGeneration = 0;  // of the process that called Init; written before m_bInit
+  ProblemGate m_reloadProblems;         // any thread
   Inherited m_inherited;                // for a forked child that sets the manager aside
 };
 

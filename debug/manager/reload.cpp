@@ -1,7 +1,10 @@
 // Reads the modules of the configuration file again while other threads trace.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <bitset>
+#include <cerrno>
+#include <cstdint>
 #include <map>
 #include <string>
 
@@ -13,6 +16,7 @@
 #include "debug/manager/manager_state.h"
 #include "debug/manager/module_name.h"
 #include "platform/locks.h"
+#include "platform/problem_report.h"
 
 namespace {
 
@@ -57,8 +61,18 @@ Texts DebugItems(Texts const& all) {
   return items;
 }
 
-// The result for a file that is not applied.
-bool KeepWhatHolds() { return false; }
+// Tells of a file that is not taken. Returns false.
+bool KeepWhatHolds(velt::ManagerState& state, std::string const& file) {
+  int const reason = access(file.c_str(), R_OK) == 0 ? 0 : errno;
+  std::uint64_t all = 0;
+  if (state.m_reloadProblems.Pass(1, all)) {
+    velt::TellProblem(
+        VeltProblemKind::kNoConfiguration,
+        "the modules of the configuration file " + file + " were not taken, nothing has changed", file,
+        reason, all);
+  }
+  return false;
+}
 
 std::string CfgFile(velt::ManagerState& state) {
   velt::MutexLock const lock(state.m_cfgFileLock);
@@ -94,7 +108,7 @@ bool VeltDebugMgr::ReloadModules() {
   std::string file = CfgFile(*m_pState);
   ModuleSets modules;
   // The file is read without the table's lock, which tracing threads may need.
-  if (!ReadNamedModules(file, modules)) return KeepWhatHolds();
+  if (!ReadNamedModules(file, modules)) return KeepWhatHolds(*m_pState, file);
   velt::WriteLock const lock(m_pState->m_modules.m_tableLock);
   if (!lock.locked()) return false;
   // The first changed module makes what threads remember out of date: they then wait for the lock, and see

@@ -11,6 +11,7 @@
 #include "velt/manager.h"
 
 #include "debug/channel/channel_state.h"
+#include "debug/channel/counts.h"
 #include "debug/channel/trace.h"
 #include "debug/manager/manager_state.h"
 #include "debug/manager/sets_cache.h"
@@ -27,6 +28,12 @@ constexpr std::size_t kStandardOutput = 0;  // bits of an output set
 constexpr std::size_t kLogFile = 1;
 
 using velt::ManagerState;
+
+// Counts a call that reaches no channel with the main one. Returns false.
+bool Refused(ManagerState& state) {
+  if (state.m_pChannel != nullptr) velt::CountRefused(velt::ChannelState::Of(*state.m_pChannel));
+  return false;
+}
 
 // Traces to the main channel. `length` is strlen(text) if known, else npos.
 bool TraceToMain(ManagerState& state, std::string const& module, VeltLogLevel level, char const* text,
@@ -65,7 +72,7 @@ bool ExpandAndTrace(ManagerState& state, std::string const& module, VeltLogLevel
                     std::va_list args) {
   std::array<char, kMessageCapacity> buffer;
   velt::Message const message = velt::ExpandMessage(buffer.data(), buffer.size(), fmt, args);
-  if (message.kept <= 0) return false;
+  if (message.kept <= 0) return Refused(state);  // which leaves errno alone
   TraceToMain(state, module, level, buffer.data(), message.length, nullptr, {});
   return true;
 }
@@ -128,7 +135,7 @@ bool TraceToMain(ManagerState& state, std::string const& module, VeltLogLevel le
   if (engine != nullptr) return engine->Trace(module, level, text, asn, asked.print, asked.log);
   if (state.m_bSilent.load(std::memory_order_relaxed)) return false;  // ordered by the acquire of IsInit
   if (state.m_pChannel == nullptr || level > kLargestLevel || text == nullptr || state.InheritedByFork()) {
-    return false;
+    return Refused(state);
   }
   velt::OutputFlags const flags = velt::ResolveFlags(state, module, level, asked);
   return velt::TraceText(velt::ChannelState::Of(*state.m_pChannel), module, level, text, length, asn,
@@ -173,13 +180,13 @@ bool VeltDebugMgr::AppTrace(std::string const& module, VeltLogLevel level, char 
   VeltDebugEngine* const engine = state.m_pEngine.load(std::memory_order_acquire);
   if (engine != nullptr) return engine->AppTrace(module, level, text, asn, bPrint, bLog, subName);
   if (state.m_bSilent.load(std::memory_order_relaxed)) return true;  // the opposite of what Trace returns
-  if (level > kLargestLevel || text == nullptr || state.InheritedByFork()) return false;
-  if (subName.size() >= kSubNameLimit) return false;
+  if (level > kLargestLevel || text == nullptr || state.InheritedByFork()) return Refused(state);
+  if (subName.size() >= kSubNameLimit) return Refused(state);
 
   VeltDebugInfo* channel = nullptr;
   velt::Lookup const found = state.m_channels.FindOrMake(ChannelKey(state.m_strName, subName), module,
                                                          state.m_limits, state.m_pChannel, channel);
-  if (found != velt::Lookup::kFound || channel == nullptr) return false;
+  if (found != velt::Lookup::kFound || channel == nullptr) return Refused(state);
   velt::OutputFlags const flags = velt::ResolveFlags(state, module, level, {bPrint, bLog});
   return channel->Trace(module, level, text, asn, flags.print, flags.log);
 }

@@ -75,31 +75,51 @@ class VELT_EXPORT OutDataUnit final {
   bool m_bLent = false;  // the arrays belong to the library's memory and are not freed with the record
 };
 
+// What became of a channel's records and files since it was made; all but `queued` and `inRing` only grow. At
+// every moment at which nobody traces: accepted = written + printedOnly + lost + queued.
+struct VeltTraceCounts {
+  uint64_t accepted;  // queued for the output thread, or brought out of the ring
+  uint64_t refused;  // the call returned false: queue full, not started, forked child, bad input; or it threw
+  uint64_t written;  // whole in a log file
+  uint64_t printedOnly;  // went to standard output and, as asked, to no file
+  uint64_t lost;       // accepted, then refused by the device, met while no file was open, or without a text
+  uint64_t queued;     // accepted and not yet dealt with
+  uint64_t inRing;     // kept in the ring now
+  uint64_t displaced;  // left the ring unwritten: newer ones took their place, or DequeueMsg deleted them
+  uint64_t filesOpened;      // log files opened
+  uint64_t archivesMade;     // log files compressed
+  uint64_t archivesFailed;   // attempts; the log file stays
+  uint64_t archivesRemoved;  // deleted above the limit
+  uint64_t bytesWritten;     // to log files, heads and trailers included
+};
+
 // VeltDebugInfo writes the log files <directory>/<prefix><YYYYMMDD_HHMMSS>.log from a thread of its own. A
 // file that has grown past its limit is closed, compressed to <name>.gz, and the oldest archives are
 // deleted.
 //
-// Threads:   Trace, TraceInner, FmtTrace, ASNTrace, Init, LogPath, GetFileType, CheckFileLength and
-//            GZCompress may be called from any thread at any time between construction and destruction. The
-//            other operations are for the output thread, or for a caller that knows that this thread has
-//            ended.
+// Threads:   Trace, TraceInner, FmtTrace, ASNTrace, Init, LogPath, Counts, Flush, SetQueueWait,
+//            GetFileType, CheckFileLength and GZCompress may be called from any thread at any time between
+//            construction and destruction. The other operations are for the output thread, or for a caller
+//            that knows that this thread has ended.
 // Errors:    only an allocation failure, and an ASN value's own copy or print, throw. A fault of a queue
 //            becomes a line in the log file. A file that cannot be opened is tried again at the next rotation
 //            or after one second.
 // Capacity:  the output queue accepts records while it holds less than 10,240,000 bytes, counted as
 //            sizeof(OutDataUnit) for each record (128,000 records). A caller waits for room for at most one
-//            second.
+//            second unless SetQueueWait says otherwise.
 // Fork:      a child has no output thread. A channel that was made before the fork refuses every record in
 //            the child and can be destroyed there; the child never writes into the parent's files.
-// Limits:    if two files of one channel are opened within one second, they get the same name and the older
-//            one is lost.
+// Names:     the running channel uses no name twice, and names rise in the order of creation. They run ahead
+//            of the clock, by an hour at most, while a family opens more than one file a second, after a
+//            quick restart, and at the end of summer time. The creation line in a file has the true time.
+// Exit:      when the process ends by exit or by a return from main, what was accepted is written first, as
+//            long as the device takes it, and one second beyond. Not after _exit, abort or a signal.
 class VELT_EXPORT VeltDebugInfo {
  public:
   // Starts the output thread.
   //
-  // - `logPath`: the directory; a missing '/' at the end is added; empty means VeltGetDefaultLogPath(). It
-  // need
-  //   not be writable: the output thread tries every second.
+  // - `logPath`: the directory; a missing '/' at the end is added; empty means VeltGetDefaultLogPath().
+  //   It need not be writable: the output thread tries every second.
   // - `filePrefix`: what the file names begin with.
   // - `fileHeader`: written at the top of every file.
   // - `bPrint`, `bLog`: print, or log, every record, even one whose caller did not ask for it.
@@ -166,8 +186,8 @@ class VELT_EXPORT VeltDebugInfo {
   // null.
   static void* HandleOutputStringLoop(void* channel);
 
-  // Creates <directory>/<prefix><local time>.log (mode 0640) with its header, and the directory (0755, one
-  // level) when it is missing. Returns false, with no file open, when the file cannot be opened.
+  // Creates or truncates <directory>/<prefix><local time>.log (mode 0640) with its header, and the directory
+  // (0755, one level) when it is missing. Returns false, with no file open, when the file cannot be opened.
   bool OpenNewFile();
 
   // Appends at most 2,097,152 bytes of `text` to the file. Returns false for null, when no file is open, and
@@ -200,6 +220,18 @@ class VELT_EXPORT VeltDebugInfo {
 
   // Compresses every log file of the channel in its directory, then calls RemoveSpilthFile.
   void ProcessLogFileBeforeCreateNew() const;
+
+  // What became of the channel's records and files until now. Never waits; any thread, and a forked child.
+  VeltTraceCounts Counts() const;
+
+  // Waits until all that was accepted before the call has been dealt with: written, printed or lost. Returns
+  // true then; false when that took longer than `milliseconds`, and at once in a forked child and on the
+  // output thread itself while it has records left. Any thread.
+  bool Flush(unsigned milliseconds);
+
+  // How long a trace call waits for room in a full queue from now on; 1000 unless set, 0 refuses at once. Any
+  // thread.
+  void SetQueueWait(unsigned milliseconds);
 
   // The directory of the channel's files, ending in '/'. Never changes.
   std::string const& LogPath() const;

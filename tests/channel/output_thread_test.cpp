@@ -143,7 +143,10 @@ TEST_F(LoopTest, ARotatedFileHasNoStartLines) {
 
   VeltDebugInfo::HandleOutputStringLoop(channel.get());
 
-  EXPECT_EQ(Body(), "thread handle output string exit\n");
+  std::vector<std::string> const files = FilesOf(dir.Path(), "t_", ".log");
+  ASSERT_EQ(files.size(), 1U);
+  std::string const rotated = ReadFile(dir / files.front());
+  EXPECT_EQ(rotated.substr(rotated.find('\n')), "\nheader\nthread handle output string exit\n");
 }
 
 TEST_F(OutputTest, AThreadThatIsWokenWithoutABlockSaysSoAndWorksOn) {

@@ -52,8 +52,8 @@ class NthCallFaultTest : public NthCall {
   unsigned ArchivesInTheEnd(Life const& life) const { return FilesOfFirstRun(life) + kAfterwards; }
 
   // How many files become archives while the fault is there. A file costs an open and a close of the log, and
-  // of the archive, in this order and in the opposite one; a listing for what to compress and one for what to
-  // prune, and the start, where there is nothing to compress, has both, too.
+  // of the archive, in this order and in the opposite one; a listing for what to compress, one for what to
+  // prune and one for the next name, and the start, where there is nothing to compress, has all three, too.
   unsigned ArchivesUnderTheFault(Life const& life) const {
     if (TheFault() == Lasts::kOnce) return Recorded(life);  // what failed is made up for at the next file
     if (GetParam().of_archives) return life.n - 1;          // one write and one close each
@@ -68,7 +68,7 @@ class NthCallFaultTest : public NthCall {
       case Call::kGzclose:
         return life.n / 2;
       case Call::kOpendir:
-        return life.n < 2 ? 0 : (life.n - 2) / 2;
+        return life.n < 2 ? 0 : (life.n - 2) / 3;
       default:  // kRemove: every archive is made, and its log stays
         return Recorded(life);
     }

@@ -1,0 +1,85 @@
+#include "debug/channel/channel_problems.h"
+
+#include <exception>
+
+#include "debug/channel/channel_state.h"
+
+namespace velt {
+namespace {
+
+std::string Number(std::uint64_t count, char const* noun) {
+  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+// Counts `count` more and makes the report when it is its turn. `sentence` is called with the number since
+// the last report. A report without memory for its text is not made.
+template <typename Sentence>
+void Tell(ProblemGate& gate, VeltProblemKind kind, std::string const& path, int error, std::uint64_t count,
+          Sentence const& sentence) {
+  std::uint64_t all = 0;
+  if (!gate.Pass(count, all)) return;
+  try {
+    TellProblem(kind, sentence(all), path, error, all);
+  } catch (std::exception const&) {
+    return;
+  }
+}
+
+}  // namespace
+
+void FileNotOpened(ChannelState& state, int error) {
+  ++state.m_problems.failed_opens;
+  std::string const& path = state.m_strCurFileName;
+  Tell(state.m_problems.cannot_open, VeltProblemKind::kCannotOpen, path, error, 1, [&](std::uint64_t all) {
+    return "cannot open the log file " + path + ", " + Number(all, "attempt") +
+           ", tried again every second, records wait in the queue";
+  });
+}
+
+void FileOpened(ChannelState& state) {
+  std::uint64_t const failed = state.m_problems.failed_opens;
+  if (failed == 0) return;
+  state.m_problems.failed_opens = 0;
+  std::string const& path = state.m_strCurFileName;
+  Tell(state.m_problems.open_again, VeltProblemKind::kOpenAgain, path, 0, failed, [&](std::uint64_t all) {
+    return "opened the log file " + path + " after " + Number(all, "failed attempt");
+  });
+}
+
+void RecordNotWritten(ChannelState& state, int error) {
+  ++state.m_problems.refused_writes;
+  std::string const& path = state.m_strCurFileName;
+  Tell(state.m_problems.write_refused, VeltProblemKind::kWriteRefused, path, error, 1,
+       [&](std::uint64_t all) {
+         return "cannot write to the log file " + path + ", " + Number(all, "record") + " lost";
+       });
+}
+
+void RecordWritten(ChannelState& state) {
+  std::uint64_t const lost = state.m_problems.refused_writes;
+  if (lost == 0) return;
+  state.m_problems.refused_writes = 0;
+  std::string const& path = state.m_strCurFileName;
+  Tell(state.m_problems.writes_again, VeltProblemKind::kWritesAgain, path, 0, lost, [&](std::uint64_t all) {
+    return "the log file " + path + " takes records again, " + Number(all, "record") + " lost meanwhile";
+  });
+}
+
+void FileNotArchived(ChannelState& state, std::string const& path, int error) {
+  Tell(state.m_problems.cannot_archive, VeltProblemKind::kCannotArchive, path, error, 1,
+       [&](std::uint64_t all) {
+         return "cannot compress the log file " + path + ", " + Number(all, "failure") +
+                ", it stays and is tried again at the next rotation";
+       });
+}
+
+void RecordRefused(ChannelState& state) {
+  std::string const& family = state.m_strLogPath;
+  Tell(state.m_problems.records_refused, VeltProblemKind::kRecordsRefused, family + state.m_strFilePrefix, 0,
+       1, [&](std::uint64_t all) {
+         return "the queue of the log family " + family + state.m_strFilePrefix + " is full, " +
+                Number(all, "record") + " refused";
+       });
+}
+
+}  // namespace velt

@@ -1,0 +1,40 @@
+#include "debug/channel/counts.h"
+
+#include "debug/channel/channel_state.h"
+
+namespace velt {
+
+std::uint64_t Accepted(ChannelState const& state) noexcept {
+  ChannelCounts const& counts = state.m_counts;
+  std::uint64_t const from_ring = counts.fromRing.Get();
+  std::uint64_t const markers = counts.markers.load(std::memory_order_relaxed);
+  return state.m_OutputQueue.Accepted() - markers + from_ring;
+}
+
+// What grows later is read later, so that no difference is negative.
+VeltTraceCounts CountsOf(ChannelState const& state) noexcept {
+  ChannelCounts const& counts = state.m_counts;
+  VeltTraceCounts now{};
+  std::uint64_t const dealt_with = counts.dealtWith.Get();
+  now.written = counts.written.Get();
+  now.printedOnly = counts.printedOnly.Get();
+  now.lost = counts.lost.Get();
+  now.accepted = Accepted(state);
+  now.queued = now.accepted - dealt_with;
+  now.refused = counts.refused.load(std::memory_order_relaxed);
+  now.displaced = state.m_DiscardQueue.Evicted() + counts.clearedRing.load(std::memory_order_relaxed);
+  std::uint64_t const left_ring = now.displaced + counts.fromRing.Get();
+  now.inRing = state.m_DiscardQueue.Accepted() - left_ring;
+  now.filesOpened = counts.filesOpened.Get();
+  now.archivesMade = counts.archivesMade.Get();
+  now.archivesFailed = counts.archivesFailed.Get();
+  now.archivesRemoved = counts.archivesRemoved.Get();
+  now.bytesWritten = counts.bytesWritten.Get();
+  return now;
+}
+
+void CountRefused(ChannelState& state) noexcept {
+  state.m_counts.refused.fetch_add(1, std::memory_order_relaxed);
+}
+
+}  // namespace velt

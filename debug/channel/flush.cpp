@@ -1,0 +1,146 @@
+#include "debug/channel/flush.h"
+
+#include <pthread.h>
+#include <time.h>
+
+#include <algorithm>
+
+#include "debug/channel/channel_state.h"
+#include "debug/channel/counts.h"
+
+namespace velt {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::microseconds kShortestPause(50);
+constexpr std::chrono::microseconds kLongestPause(2000);
+constexpr std::chrono::seconds kWithoutProgress(1);
+
+pthread_mutex_t live_lock = PTHREAD_MUTEX_INITIALIZER;  // never destroyed: used until the process has ended
+ChannelState* live_channels = nullptr;                  // under live_lock
+
+// Is asked whether it holds. A channel that cannot enter the list for that is not flushed at the exit.
+class LiveLock {
+ public:
+  LiveLock() : locked_(pthread_mutex_lock(&live_lock) == 0) {}
+  ~LiveLock() {
+    if (locked_) (void)pthread_mutex_unlock(&live_lock);
+  }
+  LiveLock(LiveLock const&) = delete;
+  LiveLock& operator=(LiveLock const&) = delete;
+
+  bool locked() const { return locked_; }
+
+ private:
+  bool locked_;
+};
+
+void Pause(std::chrono::microseconds length) {
+  timespec const rest{0, static_cast<long>(length.count() * 1000)};
+  (void)nanosleep(&rest, nullptr);  // an early end only looks once more
+}
+
+// The pauses grow, so that a short wait ends soon and a long one costs little.
+class Pauses {
+ public:
+  void Take() {
+    Pause(next_);
+    next_ = std::min(next_ * 2, kLongestPause);
+  }
+
+ private:
+  std::chrono::microseconds next_ = kShortestPause;
+};
+
+bool IsDealtWith(ChannelState const& state, std::uint64_t target) {
+  return state.m_counts.dealtWith.Get() >= target;
+}
+
+// What the live channels still have to write, and how far they have come. Under live_lock.
+struct Progress {
+  bool pending = false;
+  std::uint64_t steps = 0;
+};
+
+Progress LookAtLiveChannels_i() {
+  Progress now;
+  for (ChannelState const* state = live_channels; state != nullptr; state = state->m_pNextLive) {
+    if (state->InheritedByFork()) continue;
+    now.pending = now.pending || !IsDealtWith(*state, state->m_nFlushTarget);
+    now.steps += state->m_counts.dealtWith.Get() + state->m_counts.bytesWritten.Get() +
+                 state->m_counts.archiveBlocks.load(std::memory_order_relaxed);
+  }
+  return now;
+}
+
+void SetTargets() {
+  LiveLock const lock;
+  if (!lock.locked()) return;
+  for (ChannelState* state = live_channels; state != nullptr; state = state->m_pNextLive) {
+    state->m_nFlushTarget = Accepted(*state);
+  }
+}
+
+Progress LookAtLiveChannels() {
+  LiveLock const lock;
+  return lock.locked() ? LookAtLiveChannels_i() : Progress();
+}
+
+// Runs after the destructors of the host's own static objects, whose traces are flushed, too. Output threads
+// run on meanwhile. A device that takes nothing for a second holds the process no longer.
+[[gnu::destructor]] void FlushAtExit() {
+  SetTargets();
+  Pauses pauses;
+  std::uint64_t steps = 0;
+  Clock::time_point moved_at = Clock::now();
+  for (Progress now = LookAtLiveChannels(); now.pending; now = LookAtLiveChannels()) {
+    if (now.steps != steps) {
+      steps = now.steps;
+      moved_at = Clock::now();
+    } else if (Clock::now() - moved_at > kWithoutProgress) {
+      return;
+    }
+    pauses.Take();
+  }
+}
+
+}  // namespace
+
+bool Flush(std::vector<ChannelState*> const& channels, std::chrono::milliseconds wait) {
+  Clock::time_point const deadline = Clock::now() + wait;
+  std::vector<std::uint64_t> targets;
+  targets.reserve(channels.size());
+  for (ChannelState* const state : channels) {
+    if (state->InheritedByFork()) return false;
+    targets.push_back(Accepted(*state));
+  }
+  for (std::size_t i = 0; i < channels.size(); ++i) {
+    Pauses pauses;
+    while (!IsDealtWith(*channels[i], targets[i])) {
+      if (Clock::now() >= deadline || channels[i]->m_OutputQueue.OnTakersThread()) return false;
+      pauses.Take();
+    }
+  }
+  return true;
+}
+
+void EnterLiveChannel(ChannelState& state) noexcept {
+  LiveLock const lock;
+  if (!lock.locked()) return;
+  state.m_pNextLive = live_channels;
+  live_channels = &state;
+}
+
+void LeaveLiveChannel(ChannelState& state) noexcept {
+  LiveLock const lock;  // goes on without it: the list must not keep a channel that is deleted
+  ChannelState** at = &live_channels;
+  while (*at != nullptr && *at != &state) at = &(*at)->m_pNextLive;
+  if (*at != nullptr) *at = state.m_pNextLive;
+}
+
+void LockLiveChannels() noexcept { (void)pthread_mutex_lock(&live_lock); }
+
+void UnlockLiveChannels() noexcept { (void)pthread_mutex_unlock(&live_lock); }
+
+}  // namespace velt

@@ -1,0 +1,72 @@
+#include "platform/problem_report.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+
+namespace velt {
+namespace {
+
+constexpr std::int64_t kMillisecondsBetweenReports = 10'000;
+
+// Release and acquire: what the host set up for its handler is seen with it.
+std::atomic<VeltProblemHandler> problem_handler{nullptr};
+std::atomic<bool> to_standard_error{false};  // relaxed: a setting
+
+thread_local bool telling = false;
+
+std::string WithReason(std::string const& sentence, int error) {
+  if (error == 0) return sentence;
+  char text[256] = "";
+  return sentence + ": " + strerror_r(error, text, sizeof text) + " (" + std::to_string(error) + ")";
+}
+
+void WriteLine(std::string const& sentence) {
+  std::string const line = "veltbaseutil: " + sentence + "\n";
+  (void)!write(STDERR_FILENO, line.data(), line.size());  // nobody is left to tell of a failure
+}
+
+}  // namespace
+
+void ReadProblemSetting() noexcept {
+  char const* const value = std::getenv("VELT_PROBLEMS");
+  to_standard_error.store(value != nullptr && std::strcmp(value, "stderr") == 0, std::memory_order_relaxed);
+}
+
+void TellProblem(VeltProblemKind kind, std::string const& sentence, std::string const& path, int error,
+                 std::uint64_t count) noexcept {
+  VeltProblemHandler const handler = problem_handler.load(std::memory_order_acquire);
+  if (telling || (handler == nullptr && !to_standard_error.load(std::memory_order_relaxed))) return;
+  telling = true;
+  try {
+    std::string const whole = WithReason(sentence, error);
+    if (handler != nullptr) {
+      handler({kind, whole.c_str(), path.c_str(), error, count});
+    } else {
+      WriteLine(whole);
+    }
+  } catch (...) {
+    // a report that cannot be made, or whose handler throws, must not reach a trace call or a thread's end
+  }
+  telling = false;
+}
+
+bool ProblemGate::Pass(std::uint64_t count, std::uint64_t& all) noexcept {
+  untold_.fetch_add(count, std::memory_order_relaxed);
+  auto const since_boot = std::chrono::steady_clock::now().time_since_epoch();
+  std::int64_t const now = std::chrono::duration_cast<std::chrono::milliseconds>(since_boot).count();
+  std::int64_t told_at = told_at_ms_.load(std::memory_order_relaxed);
+  if (told_at != INT64_MIN && now - told_at < kMillisecondsBetweenReports) return false;
+  if (!told_at_ms_.compare_exchange_strong(told_at, now, std::memory_order_relaxed)) return false;
+  all = untold_.exchange(0, std::memory_order_relaxed);
+  return true;
+}
+
+}  // namespace velt
+
+VeltProblemHandler VeltSetProblemHandler(VeltProblemHandler handler) {
+  return velt::problem_handler.exchange(handler, std::memory_order_acq_rel);
+}
