@@ -12,7 +12,7 @@
 #ifndef VELT_CONFIG_H
 #define VELT_CONFIG_H
 
-#include <fstream>
+#include <iosfwd>
 #include <map>
 #include <string>
 
