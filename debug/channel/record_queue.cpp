@@ -12,12 +12,31 @@
 namespace velt {
 namespace {
 
+void Pause() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#endif
+}
+
+// The lock is held for less than 20 ns at a time. A thread that goes to sleep for it wakes up tens of
+// microseconds later, so it is tried for about 1 us first: with four producers on four cores that is
+// the 99.9th percentile of a call. No longer, for its holder may have lost its core.
+int LockAfterTrying(ACE_thread_mutex_t* mutex) {
+  constexpr int kMostTries = 8;
+  for (int tries = 1; tries <= kMostTries; ++tries) {
+    int const error = pthread_mutex_trylock(mutex);
+    if (error != EBUSY) return error;
+    for (int pauses = 0; pauses < tries; ++pauses) Pause();
+  }
+  return pthread_mutex_lock(mutex);
+}
+
 // Takes the lock as ACE_Guard does, without its two calls into ACE's library, which every record would pay
 // for.
 class QueueLock {
  public:
   explicit QueueLock(ACE_Thread_Mutex& mutex) : mutex_(const_cast<ACE_thread_mutex_t*>(&mutex.lock())) {
-    int const error = pthread_mutex_lock(mutex_);
+    int const error = LockAfterTrying(mutex_);
     locked_ = error == 0;
     if (!locked_) errno = error;
   }

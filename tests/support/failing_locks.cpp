@@ -112,6 +112,18 @@ VELT_INTERPOSED int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
   return velt::test::Fails(velt::test::Lock::kMutexLock) ? velt::test::kFailure : real(mutex);
 }
 
+// One that finds the lock taken does not count: who tries goes on, and comes here or to pthread_mutex_lock
+// again.
+VELT_INTERPOSED int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
+  static auto* const real = velt::test::Real<velt::test::MutexFunction>("pthread_mutex_trylock");
+  static auto* const unlock = velt::test::Real<velt::test::MutexFunction>("pthread_mutex_unlock");
+  velt::test::RunBeforeMutexLock();
+  int const result = real(mutex);
+  if (result != 0 || !velt::test::Fails(velt::test::Lock::kMutexLock)) return result;
+  (void)unlock(mutex);
+  return velt::test::kFailure;
+}
+
 VELT_INTERPOSED int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
   static auto* const real = velt::test::Real<velt::test::MutexFunction>("pthread_mutex_unlock");
   int const result = real(mutex);
