@@ -14,6 +14,13 @@ constexpr std::size_t kLongestName = 46;
 constexpr std::size_t kGroups = 32;    // each name belongs to one group, by its hash
 constexpr std::size_t kGroupSize = 4;  // a fifth name in a group evicts the oldest
 
+template <typename Number>
+std::uint64_t Load(char const* at) {
+  Number number = 0;
+  std::memcpy(&number, at, sizeof number);
+  return number;
+}
+
 // One cache line.
 struct alignas(64) Entry {
   std::uint64_t generation = 0;  // 0: never filled
@@ -24,6 +31,25 @@ struct alignas(64) Entry {
   std::array<char, kLongestName> name{};
 };
 static_assert(sizeof(Entry) == 64);
+
+// A call of memcmp costs as much as the rest of a search.
+bool IsName(Entry const& entry, std::string const& module) {
+  std::size_t const length = module.size();
+  if (entry.length != length) return false;
+  char const* const kept = entry.name.data();
+  char const* const asked = module.data();
+  constexpr std::size_t kWord = sizeof(std::uint64_t);
+  if (length < kWord) {
+    for (std::size_t i = 0; i < length; ++i) {
+      if (kept[i] != asked[i]) return false;
+    }
+    return true;
+  }
+  for (std::size_t at = 0; at + kWord < length; at += kWord) {
+    if (Load<std::uint64_t>(kept + at) != Load<std::uint64_t>(asked + at)) return false;
+  }
+  return Load<std::uint64_t>(kept + length - kWord) == Load<std::uint64_t>(asked + length - kWord);
+}
 
 using Group = std::array<Entry, kGroupSize>;
 
@@ -61,13 +87,6 @@ ThreadSets* OpenThread() noexcept {
 // acquire: a thread that sees the new number looks into the table, whose lock orders the rest.
 std::atomic<std::uint64_t> generation_now{1};
 
-template <typename Number>
-std::uint64_t Load(char const* at) {
-  Number number = 0;
-  std::memcpy(&number, at, sizeof number);
-  return number;
-}
-
 // Hashes the first bytes, the last bytes and the length of the name: a few loads, whatever its length.
 Group& GroupOf(ThreadSets& sets, std::string const& module) {
   char const* const name = module.data();
@@ -99,8 +118,7 @@ bool FindSets(std::string const& module, KnownSets& sets) {
   if (mine == nullptr || module.size() > kLongestName) return false;
   std::uint64_t const generation = SetsGeneration();
   for (Entry const& entry : GroupOf(*mine, module)) {
-    bool const found = entry.generation == generation && entry.length == module.size() &&
-                       std::memcmp(entry.name.data(), module.data(), module.size()) == 0;
+    bool const found = entry.generation == generation && IsName(entry, module);
     if (!found) continue;
     sets = {entry.known, entry.levels, entry.outputs};
     return true;
