@@ -23,10 +23,7 @@ class BoundedText {
         larger_end_(larger == nullptr ? nullptr : larger + larger_capacity - 1) {}
 
   void Add(char const* text, std::size_t length) {
-    if (length > Room()) {
-      if (larger_ != nullptr) MoveToLarger();
-      if (length > Room()) length = Room();
-    }
+    length = MakeRoom(length);
     std::memcpy(at_, text, length);
     at_ += length;
   }
@@ -45,7 +42,9 @@ class BoundedText {
     }
     std::array<char, kMostDigits> digits;
     char* const last = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-    Add(digits.data(), static_cast<std::size_t>(last - digits.data()));
+    std::size_t const length = MakeRoom(static_cast<std::size_t>(last - digits.data()));
+    std::memcpy(at_, digits.data(), length);
+    at_ += length;
   }
   std::size_t Finish() {
     *at_ = '\0';
@@ -55,6 +54,13 @@ class BoundedText {
 
  private:
   std::size_t Room() const { return static_cast<std::size_t>(end_ - at_); }
+
+  // Returns how many of `length` characters can be added.
+  std::size_t MakeRoom(std::size_t length) {
+    if (length <= Room()) return length;
+    if (larger_ != nullptr) MoveToLarger();
+    return length <= Room() ? length : Room();
+  }
 
   void MoveToLarger() {
     auto const length = static_cast<std::size_t>(at_ - begin_);
@@ -122,6 +128,7 @@ inline bool AddConversion(BoundedText& out, char const*& format, std::va_list& a
 // Expands a format of plain %d %i %u %ld %li %lu %zu %c %s and %%, which is what nearly all trace calls use,
 // in half of vsnprintf's time. Returns false at anything else; the buffer then holds some text.
 bool FormatPlain(BoundedText& out, char const* format, std::va_list& args) {
+  if (format == nullptr) return false;
   while (true) {
     char const* const percent = strchrnul(format, '%');
     out.Add(format, static_cast<std::size_t>(percent - format));
@@ -131,7 +138,7 @@ bool FormatPlain(BoundedText& out, char const* format, std::va_list& args) {
   }
 }
 
-// Expands by the C library what is not plain, and a null format not at all.
+// Expands by the C library what is not plain. A null format fails.
 Message ExpandOther(char* buffer, std::size_t capacity, char const* format, std::va_list args)
     VELT_PRINTF_FORMAT(3, 0);
 Message ExpandOther(char* buffer, std::size_t capacity, char const* format, std::va_list args) {
@@ -151,35 +158,25 @@ Message ExpandOther(char* buffer, std::size_t capacity, char const* format, std:
   return {cut ? static_cast<int>(capacity - 1) : length, std::strlen(buffer)};
 }
 
-// Returns false, with some text in the buffer, for what ExpandOther is for.
-bool ExpandPlain(BoundedText& text, char const* format, std::va_list args) VELT_PRINTF_FORMAT(2, 0);
-bool ExpandPlain(BoundedText& text, char const* format, std::va_list args) {
-  if (format == nullptr) return false;
-  std::va_list plain;
-  va_copy(plain, args);
-  bool const done = FormatPlain(text, format, plain);
-  va_end(plain);
-  return done;
-}
-
-Message Finished(BoundedText& text) {
-  std::size_t const length = text.Finish();
-  return {static_cast<int>(length), length};
-}
-
 }  // namespace
-
-Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args) {
-  BoundedText text(buffer, capacity, nullptr, 0);
-  if (ExpandPlain(text, format, args)) return Finished(text);
-  return ExpandOther(buffer, capacity, format, args);
-}
 
 PlacedMessage ExpandMessageInto(char* near, std::size_t near_capacity, char* far, std::size_t far_capacity,
                                 char const* format, std::va_list args) {
   BoundedText text(near, near_capacity, far, far_capacity);
-  if (ExpandPlain(text, format, args)) return {Finished(text), text.IsIn(near)};
+  std::va_list plain;
+  va_copy(plain, args);
+  bool const done = FormatPlain(text, format, plain);
+  va_end(plain);
+  if (done) {
+    std::size_t const length = text.Finish();
+    return {{static_cast<int>(length), length}, text.IsIn(near)};
+  }
+  if (far == nullptr) return {ExpandOther(near, near_capacity, format, args), true};
   return {ExpandOther(far, far_capacity, format, args), false};
+}
+
+Message ExpandMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args) {
+  return ExpandMessageInto(buffer, capacity, nullptr, 0, format, args).message;
 }
 
 int FormatMessage(char* buffer, std::size_t capacity, char const* format, std::va_list args) {

@@ -33,7 +33,7 @@ struct PlacedMessage {
 // ExpandMessage for a message that is wanted in a certain place: into `near` when it fits there, so that it
 // need not be copied, else into `far`, where it is cut and fails as above. Only plain conversions (%d %i %u
 // %ld %li %lu %zu %c %s %%) are expanded into `near`. The other buffer then holds nothing of use. `near` has
-// at least 1 byte, `far` more than `near`.
+// at least 1 byte, `far` more than `near`; without one (null) all goes to `near`.
 PlacedMessage ExpandMessageInto(char* near, std::size_t near_capacity, char* far, std::size_t far_capacity,
                                 char const* format, std::va_list args) VELT_PRINTF_FORMAT(5, 0);
 

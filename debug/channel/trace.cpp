@@ -71,8 +71,6 @@ std::unique_ptr<OutDataUnit> MakeRecord(std::string const& module, VeltLogLevel 
   return rec;
 }
 
-void Stamp(OutDataUnit& rec) { WriteTimeStamp(TimeOfDay(), rec.m_pTimeStamp); }
-
 // Writes what comes before the message; returns its end.
 char* WriteTextHead(char* at, std::string const& module, VeltLogLevel level) {
   *at++ = ' ';
@@ -130,9 +128,10 @@ bool TraceTextUncounted(ChannelState& state, std::string const& module, VeltLogL
   if (module.size() > kLongestModule) return false;
   if (!print && !log && !KeepsFiltered(state)) return true;  // nobody will see it: nothing is made for it
 
+  ACE_Time_Value const now = TimeOfDay();  // first, as in TraceFormat
   if (length == std::string::npos) length = strnlen(text, kLongestMessage);
   std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, print || state.m_bPrint, log || state.m_bLog);
-  Stamp(*made);
+  WriteTimeStamp(now, made->m_pTimeStamp);
   WriteText(*made, module, level, text, length);
   if (asn != nullptr) made->m_pAsn = asn->Clone();
   return Enqueue(state, made, &NodeOf(made.get())->block);
@@ -141,6 +140,9 @@ bool TraceTextUncounted(ChannelState& state, std::string const& module, VeltLogL
 Printed TraceFormatUncounted(ChannelState& state, std::string const& module, VeltLogLevel level,
                              char const* fmt, std::va_list args, bool print, bool log) {
   if (module.size() > kLongestModule) return Printed::kRefused;
+  // First: the reading waits for all that the processor has begun, and what was begun last is to fetch the
+  // record's lines from another core.
+  ACE_Time_Value const now = TimeOfDay();
   std::unique_ptr<OutDataUnit> made = MakeRecord(module, level, print || state.m_bPrint, log || state.m_bLog);
   std::array<char, kLongestPrinted + 1> elsewhere;
   PlacedMessage placed{};
@@ -157,8 +159,8 @@ Printed TraceFormatUncounted(ChannelState& state, std::string const& module, Vel
     errno = error;
     return Printed::kNotExpanded;
   }
+  WriteTimeStamp(now, made->m_pTimeStamp);
   if (!placed.near) WriteText(*made, module, level, elsewhere.data(), placed.message.length);
-  Stamp(*made);
   return Enqueue(state, made, &NodeOf(made.get())->block) ? Printed::kTraced : Printed::kRefused;
 }
 
