@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::int64_t kMillisecondsBetweenReports = 10'000;
 
-// Release and acquire: what the host set up for its handler is seen with it.
+// Stored with release, loaded with acquire: what the host prepared for its handler is seen with the pointer.
 std::atomic<VeltProblemHandler> problem_handler{nullptr};
 std::atomic<bool> to_standard_error{false};  // relaxed: a setting
 
@@ -26,7 +26,7 @@ std::string WithReason(std::string const& sentence, int error) {
 
 void WriteLine(std::string const& sentence) {
   std::string const line = "veltbaseutil: " + sentence + "\n";
-  (void)!write(STDERR_FILENO, line.data(), line.size());  // nobody is left to tell of a failure
+  (void)!write(STDERR_FILENO, line.data(), line.size());  // a failure cannot be reported
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Tells the host's problem handler, or standard error, what went wrong.
+// Reports problems to the host's handler, or on standard error.
 #ifndef VELT_PLATFORM_PROBLEM_REPORT_H
 #define VELT_PLATFORM_PROBLEM_REPORT_H
 
@@ -10,24 +10,25 @@
 
 namespace velt {
 
-// Reads VELT_PROBLEMS. For constructors: other threads of the host may change the environment later.
+// Reads VELT_PROBLEMS. Called by constructors only: later, other threads of the host may change the
+// environment.
 void ReadProblemSetting() noexcept;
 
-// Calls the handler, or writes the line. `sentence` gets ": TEXT (NUMBER)" for an `error` other than 0.
-// Nothing on a thread that is inside the handler. To be called with no lock held.
+// Calls the handler, or writes the line. Adds ": TEXT (NUMBER)" to `sentence` for an `error` other than 0.
+// Does nothing on a thread that is inside the handler. The caller must hold no lock.
 void TellProblem(VeltProblemKind kind, std::string const& sentence, std::string const& path, int error,
                  std::uint64_t count) noexcept;
 
-// Lets the first report of a kind through at once and then one in ten seconds, and counts what comes between.
-// Any thread.
+// Limits the reports of one kind: the first is made at once, later ones at most every ten seconds. Counts
+// what happens in between. Any thread.
 class ProblemGate {
  public:
-  // Counts `count` more. Returns whether to tell now: `all` is then what has come since the last time.
+  // Counts `count` more. Returns whether to report now; `all` is then the count since the last report.
   bool Pass(std::uint64_t count, std::uint64_t& all) noexcept;
 
  private:
-  // Relaxed both: they decide what is told, and publish nothing.
-  std::atomic<std::int64_t> told_at_ms_{INT64_MIN};  // of a monotonic clock
+  // Both relaxed: they decide what is reported, and publish nothing.
+  std::atomic<std::int64_t> told_at_ms_{INT64_MIN};  // time of the last report, on a monotonic clock
   std::atomic<std::uint64_t> untold_{0};
 };
 

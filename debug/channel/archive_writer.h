@@ -1,4 +1,4 @@
-// Writes one gzip archive. Which compressor does it is settled when the library is built (VELT_GZIP).
+// Writes one gzip archive. The compressor is chosen when the library is built (VELT_GZIP).
 #ifndef VELT_DEBUG_CHANNEL_ARCHIVE_WRITER_H
 #define VELT_DEBUG_CHANNEL_ARCHIVE_WRITER_H
 
@@ -8,23 +8,23 @@ namespace velt {
 
 char const* ArchiveWriterName();  // "isal" or "zlib"
 
-// One gzip member, streamed: memory does not grow with the text. Used by one thread.
+// Writes one gzip member piece by piece, so that memory does not grow with the text. Used by one thread.
 class ArchiveWriter {
  public:
   ArchiveWriter();
-  ~ArchiveWriter();  // closes without a look at the result; what was not closed before is not whole
+  ~ArchiveWriter();  // closes the descriptor; without a Close before, the archive is incomplete
   ArchiveWriter(ArchiveWriter const&) = delete;
   ArchiveWriter& operator=(ArchiveWriter const&) = delete;
 
-  // Takes `descriptor` over, which is open for writing, whatever the result. False without memory.
+  // Takes over `descriptor`, which is open for writing, whatever the result. Returns false when memory runs
+  // out.
   bool Start(int descriptor);
 
-  // Compresses `count` bytes, more than none; what comes of them may be held back until Close. Returns how
-  // many it took, 0 when the device refused a write.
+  // Compresses `count` bytes, at least one; the output may be buffered until Close. Returns how many bytes it
+  // took, 0 when the device refused a write.
   unsigned Write(char const* bytes, unsigned count);
 
-  // Ends the archive and closes the descriptor. False when any of it could not be written, the close
-  // included.
+  // Ends the archive and closes the descriptor. Returns false when a write or the close failed.
   bool Close();
 
  private:

@@ -1,4 +1,4 @@
-// The public operations of a channel. Each is done in the room that its include names.
+// The public operations of a channel. Each one calls a function of one of the included files.
 #include "velt/channel.h"
 
 #include <array>
@@ -26,7 +26,7 @@
 
 namespace {
 
-constexpr std::size_t kQueueBytes = 10'240'000;  // both water marks of both queues
+constexpr std::size_t kQueueBytes = 10'240'000;  // high and low water mark of both queues
 constexpr std::size_t kFormatCapacity = 2047;
 
 std::string DirectoryFor(std::string const& log_path) {
@@ -74,7 +74,7 @@ VeltDebugInfo::VeltDebugInfo(std::string const& logPath, std::string const& file
 
 VeltDebugInfo::~VeltDebugInfo() {
   if (m_pState->InheritedByFork()) {
-    m_pState->m_pFile.reset();  // the descriptor alone: it holds nothing back that closing could write
+    m_pState->m_pFile.reset();  // closes the descriptor only: the file has no buffer that must be written
     velt::KeepInherited(m_pState->m_inherited, m_pState);
     return;
   }

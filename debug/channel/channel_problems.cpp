@@ -11,8 +11,8 @@ std::string Number(std::uint64_t count, char const* noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-// Counts `count` more and makes the report when it is its turn. `sentence` is called with the number since
-// the last report. A report without memory for its text is not made.
+// Counts `count` more, and makes the report if one is due. `sentence` is called with the count since the last
+// report. If memory for the text runs out, no report is made.
 template <typename Sentence>
 void Tell(ProblemGate& gate, VeltProblemKind kind, std::string const& path, int error, std::uint64_t count,
           Sentence const& sentence) {

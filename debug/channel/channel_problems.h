@@ -1,4 +1,4 @@
-// What a channel has to tell of its files and its queue.
+// Reports of a channel's problems with its files and its queue.
 #ifndef VELT_DEBUG_CHANNEL_CHANNEL_PROBLEMS_H
 #define VELT_DEBUG_CHANNEL_CHANNEL_PROBLEMS_H
 
@@ -11,7 +11,7 @@ namespace velt {
 
 struct ChannelState;
 
-// Kept per channel. Output thread, except where said.
+// The state of a channel's reports. For the output thread, except where a comment says otherwise.
 struct ChannelProblems {
   ProblemGate cannot_open;
   ProblemGate open_again;
@@ -23,18 +23,18 @@ struct ChannelProblems {
   std::uint64_t refused_writes = 0;  // records lost since a record was written
 };
 
-// A file could not be opened, for `error`; and one was opened.
+// Call the first when a file could not be opened, because of `error`; the second when a file was opened.
 void FileNotOpened(ChannelState& state, int error);
 void FileOpened(ChannelState& state);
 
-// The device refused a record, for `error`; and it took one.
+// Call the first when the device refused a record, because of `error`; the second when it took one.
 void RecordNotWritten(ChannelState& state, int error);
 void RecordWritten(ChannelState& state);
 
-// The finished log file `path` stays uncompressed, for `error`.
+// Call it when the finished log file `path` stays uncompressed because of `error`.
 void FileNotArchived(ChannelState& state, std::string const& path, int error);
 
-// A call found the queue full for as long as it waits. Any thread.
+// Call it when a trace call is refused because the queue stayed full. Any thread.
 void RecordRefused(ChannelState& state);
 
 }  // namespace velt

@@ -1,4 +1,4 @@
-// What the operations of one channel share.
+// The state of one channel.
 #ifndef VELT_DEBUG_CHANNEL_CHANNEL_STATE_H
 #define VELT_DEBUG_CHANNEL_CHANNEL_STATE_H
 
@@ -21,7 +21,8 @@
 
 namespace velt {
 
-// "Output thread" below means: that thread, and whoever destroys the channel after it has ended.
+// "Output thread" below means: only for that thread, and for the thread that destroys the channel after it
+// has ended.
 struct ChannelState {
   ChannelState(std::string const& logPath, std::string const& filePrefix, std::string const& fileHeader,
                bool bPrint, bool bLog, unsigned int nFiltLogBufSize, unsigned int nEachFileMaxSize,
@@ -29,12 +30,13 @@ struct ChannelState {
 
   static ChannelState& Of(VeltDebugInfo const& channel) { return *channel.m_pState; }
 
-  // Whether this process is a forked child of the one that made the channel: nobody takes records here.
+  // Whether this process is a forked child of the one that made the channel: it has no output thread.
   bool InheritedByFork() const noexcept { return m_nForkGeneration != ForkGeneration(); }
 
-  std::atomic<bool> m_bThreadExited{false};  // written last by the output thread (release), polled by the end
-  std::atomic<bool> m_bExit{false};          // written by the destructor, polled by the output thread
-  std::string m_strFirstFileName;            // output thread
+  // The output thread's last store (release); the destructor polls it.
+  std::atomic<bool> m_bThreadExited{false};
+  std::atomic<bool> m_bExit{false};  // written by the destructor, polled by the output thread
+  std::string m_strFirstFileName;    // output thread
   std::string const m_strFilePrefix;
   std::string const m_strLogPath;
   std::string const m_strFileHeader;
@@ -51,15 +53,15 @@ struct ChannelState {
   RecordQueue m_DiscardQueue;  // locked by itself
   Mutex m_mutex;               // guards the start of the output thread
 
-  // Above are the fields of the channel in their given order, below what the rooms need besides.
+  // The fields above keep their given order; these are additions.
   ListInHand m_inHand{m_OutputQueue};  // output thread
   NameHistory m_names;                 // output thread
   ChannelCounts m_counts;
   ChannelProblems m_problems;
-  ChannelState* m_pNextLive = nullptr;    // under the lock of flush.cpp
-  std::uint64_t m_nFlushTarget = 0;       // the same: how many records the flush at exit waits for
+  ChannelState* m_pNextLive = nullptr;    // under live_lock of flush.cpp
+  std::uint64_t m_nFlushTarget = 0;       // under live_lock: how many records the flush at exit waits for
   std::uint32_t const m_nForkGeneration;  // of the process that made the channel
-  Inherited m_inherited;                  // keeps the state in a forked child that gives the channel up
+  Inherited m_inherited;                  // for a forked child that sets the channel aside
 };
 
 }  // namespace velt

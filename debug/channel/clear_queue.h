@@ -1,4 +1,4 @@
-// Deletes what a queue holds, unwritten.
+// Deletes the records of a queue without writing them.
 #ifndef VELT_DEBUG_CHANNEL_CLEAR_QUEUE_H
 #define VELT_DEBUG_CHANNEL_CLEAR_QUEUE_H
 
@@ -10,8 +10,8 @@ namespace velt {
 
 struct ChannelState;
 
-// Deletes every record of `queue`. One that cannot be taken out ends it, with the line `failure` in the log
-// file. Returns how many were deleted.
+// Deletes every record of `queue`. If one cannot be taken out, writes the line `failure` to the log file and
+// stops. Returns how many were deleted.
 std::size_t ClearQueue(ChannelState& state, RecordQueue& queue, char const* failure);
 
 }  // namespace velt

@@ -11,7 +11,8 @@ std::uint64_t Accepted(ChannelState const& state) noexcept {
   return state.m_OutputQueue.Accepted() - markers + from_ring;
 }
 
-// What grows later is read later, so that no difference is negative.
+// The counts are read in the reverse of the order in which a record changes them, or a difference could be
+// negative.
 VeltTraceCounts CountsOf(ChannelState const& state) noexcept {
   ChannelCounts const& counts = state.m_counts;
   VeltTraceCounts now{};

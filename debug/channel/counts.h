@@ -1,4 +1,4 @@
-// What became of a channel's records and files, in numbers.
+// Counts of what happened to a channel's records and files.
 #ifndef VELT_DEBUG_CHANNEL_COUNTS_H
 #define VELT_DEBUG_CHANNEL_COUNTS_H
 
@@ -11,11 +11,11 @@ namespace velt {
 
 struct ChannelState;
 
-// A number that only the output thread changes, and that any thread reads.
+// A count that only the output thread changes and any thread may read.
 class OutputCount {
  public:
   void Add(std::uint64_t more = 1) noexcept {
-    // Release: who sees that a record was dealt with sees what became of it.
+    // Release: a thread that sees that a record was dealt with also sees what happened to it.
     value_.store(value_.load(std::memory_order_relaxed) + more, std::memory_order_release);
   }
   std::uint64_t Get() const noexcept { return value_.load(std::memory_order_acquire); }
@@ -41,14 +41,14 @@ struct ChannelCounts {
   std::atomic<std::uint64_t> archiveBlocks{0};  // compressed until now; shows that a compression goes on
 };
 
-// Records accepted for the output thread until now: those that were queued, and those of the ring that were
-// brought out.
+// How many records were accepted for the output thread until now: those that were queued, and those that were
+// taken out of the ring to be written.
 std::uint64_t Accepted(ChannelState const& state) noexcept;
 
 // VeltDebugInfo::Counts.
 VeltTraceCounts CountsOf(ChannelState const& state) noexcept;
 
-// Counts a record that a caller could not hand over.
+// Counts a record that a caller could not queue.
 void CountRefused(ChannelState& state) noexcept;
 
 }  // namespace velt

@@ -31,10 +31,10 @@ constexpr mode_t kLogFileMode = 0640;
 
 using TimeBuffer = std::array<char, 512>;
 
-// An array: the output thread has nobody to pass an allocation failure to.
+// Returns an array, not a string: on the output thread an allocation failure could not be handled.
 TimeBuffer TimeText(std::tm const& local, char const* pattern) {
   TimeBuffer text{};
-  (void)FormatLocalTime(text.data(), text.size(), pattern, local);  // the three patterns fit
+  (void)FormatLocalTime(text.data(), text.size(), pattern, local);  // all patterns of this file fit
   return text;
 }
 
@@ -67,7 +67,7 @@ void BeginFile(ChannelState& state, std::string const& name, std::tm const& crea
   (void)chmod(state.m_strCurFileName.c_str(), kLogFileMode);  // the file is written either way
 }
 
-// Keeps errno, which says why.
+// Does not change errno, which has the reason.
 void ForgetFile(ChannelState& state) {
   int const reason = errno;
   state.m_pFile.reset();
@@ -78,7 +78,7 @@ void WaitForNextSecond() {
   timeval now{};
   (void)gettimeofday(&now, nullptr);
   timespec const rest{0, (1'000'000 - now.tv_usec) * 1000 - 1};
-  (void)nanosleep(&rest, nullptr);  // an early end only opens the file a little sooner
+  (void)nanosleep(&rest, nullptr);  // if it ends early, the file is opened a little sooner
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The file that a channel writes now: its name, its first lines and its last one.
+// The file that a channel is writing: its name, its first lines and its last line.
 #ifndef VELT_DEBUG_CHANNEL_CURRENT_FILE_H
 #define VELT_DEBUG_CHANNEL_CURRENT_FILE_H
 
@@ -8,7 +8,7 @@ namespace velt {
 
 struct ChannelState;
 
-inline constexpr std::size_t kLongestWrite = 2'097'152;  // bytes of one text
+inline constexpr std::size_t kLongestWrite = 2'097'152;  // bytes of one text; the rest is cut
 
 // The operations of VeltDebugInfo of the same names.
 bool OpenNewFile(ChannelState& state);
@@ -19,8 +19,8 @@ void CloseFile(ChannelState& state);
 // errno set and no file open, when none can be opened.
 bool OpenNextFile(ChannelState& state);
 
-// Appends `length` bytes to the open file. Returns false when the device refuses some of them: the rest is
-// given up.
+// Appends `length` bytes to the open file. Returns false when the device refuses some of them; the rest is
+// not written.
 bool AppendToFile(ChannelState& state, char const* text, std::size_t length);
 
 }  // namespace velt

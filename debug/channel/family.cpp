@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t kTimeLength = 15;  // "20240305_140709"
 constexpr std::size_t kTimeAndLogLength = kTimeLength + 4;
-constexpr mode_t kRegularFileBit = 0100000;  // one bit, not the whole file type: a socket has it as well
+constexpr mode_t kRegularFileBit = 0100000;  // one bit of the file type, which a socket has too
 
 bool EndsWith(std::string const& name, char const* suffix) {
   std::size_t const length = std::strlen(suffix);
@@ -47,7 +47,7 @@ bool CheckFileLength(ChannelState const& state, std::string const& name, int typ
 FileType FileTypeByName(ChannelState const& state, std::string const& name) {
   if (name.compare(0, state.m_strFilePrefix.size(), state.m_strFilePrefix) != 0) return kForeign;
   if (EndsWith(name, LOGFILETAIL) && CheckFileLength(state, name, kLogFile)) return kLogFile;
-  // Archives of both kinds have names of one length, so the longer suffix is asked for first.
+  // Names of both kinds of archives have the same length, so the longer suffix is checked first.
   if (EndsWith(name, ZIPFILETAIL) && CheckFileLength(state, name, kTarArchive)) return kTarArchive;
   if (EndsWith(name, TARFILETAIL) && CheckFileLength(state, name, kTar)) return kTar;
   if (EndsWith(name, GZFILETAIL) && CheckFileLength(state, name, kLogArchive)) return kLogArchive;
@@ -55,7 +55,7 @@ FileType FileTypeByName(ChannelState const& state, std::string const& name) {
 }
 
 int GetFileType(ChannelState const& state, std::string const& name) {
-  // The name first: a directory may hold any number of foreign files, and a stat of each is slow.
+  // The name first: a directory may have many other files, and stat is slow.
   FileType const type = FileTypeByName(state, name);
   if (type == kForeign) return kForeign;
   struct stat info {};

@@ -1,4 +1,4 @@
-// The names of the files of a channel.
+// Finds out which files of a directory belong to a channel.
 #ifndef VELT_DEBUG_CHANNEL_FAMILY_H
 #define VELT_DEBUG_CHANNEL_FAMILY_H
 
@@ -18,7 +18,7 @@ enum FileType : int { kTarArchive = 0, kLogFile = 1, kTar = 2, kLogArchive = 3, 
 bool CheckFileLength(ChannelState const& state, std::string const& name, int type);
 int GetFileType(ChannelState const& state, std::string const& name);
 
-// What `name` would be to the channel were it a regular file: the name alone decides.
+// The type of `name` if it is a regular file: only the name is looked at.
 FileType FileTypeByName(ChannelState const& state, std::string const& name);
 
 struct CloseDirectory {

@@ -8,8 +8,8 @@
 namespace velt {
 namespace {
 
-// The C library's timegm is not used: it takes the lock of the time zone, which a forked child may have
-// inherited locked.
+// These functions replace the C library's timegm: that takes the time zone's lock, which a forked child may
+// have inherited locked.
 constexpr std::int64_t kSecondsPerDay = 86'400;
 constexpr std::int64_t kDaysPerEra = 146'097;      // 400 years
 constexpr std::int64_t kDaysBefore1970 = 719'468;  // from 0000-03-01
@@ -20,7 +20,7 @@ struct Date {
   int day;    // 1 to 31
 };
 
-// Years are counted from March, so that the day of a leap year comes last.
+// Counts years from March, so that February 29 is the last day of a year.
 std::int64_t DaysOf(Date const& date) {
   std::int64_t const year = date.month <= 2 ? date.year - 1 : date.year;
   std::int64_t const era = (year >= 0 ? year : year - 399) / 400;
@@ -44,7 +44,7 @@ Date DateOf(std::int64_t days) {
   return {month < 10 ? year : year + 1, month < 10 ? month + 3 : month - 9, day};
 }
 
-// The number in `count` digits at `at`. Returns false when one is no digit.
+// Reads the number in the `count` characters at `at`. Returns false when one of them is not a digit.
 bool Digits(std::string_view text, std::size_t at, std::size_t count, int& number) {
   number = 0;
   for (std::size_t i = at; i < at + count; ++i) {

@@ -20,7 +20,8 @@ constexpr std::chrono::seconds kWithoutProgress(1);
 pthread_mutex_t live_lock = PTHREAD_MUTEX_INITIALIZER;  // never destroyed: used until the process has ended
 ChannelState* live_channels = nullptr;                  // under live_lock
 
-// Is asked whether it holds. A channel that cannot enter the list for that is not flushed at the exit.
+// Ask it whether it holds the lock. A channel that cannot be added because the lock fails is not flushed at
+// exit.
 class LiveLock {
  public:
   LiveLock() : locked_(pthread_mutex_lock(&live_lock) == 0) {}
@@ -38,10 +39,10 @@ class LiveLock {
 
 void Pause(std::chrono::microseconds length) {
   timespec const rest{0, static_cast<long>(length.count() * 1000)};
-  (void)nanosleep(&rest, nullptr);  // an early end only looks once more
+  (void)nanosleep(&rest, nullptr);  // if it ends early, the caller checks once more
 }
 
-// The pauses grow, so that a short wait ends soon and a long one costs little.
+// Pauses that grow: a short wait ends soon, and a long one takes little time of the processor.
 class Pauses {
  public:
   void Take() {
@@ -57,7 +58,7 @@ bool IsDealtWith(ChannelState const& state, std::uint64_t target) {
   return state.m_counts.dealtWith.Get() >= target;
 }
 
-// What the live channels still have to write, and how far they have come. Under live_lock.
+// How much the live channels still have to write, and how far they are. Under live_lock.
 struct Progress {
   bool pending = false;
   std::uint64_t steps = 0;
@@ -87,8 +88,8 @@ Progress LookAtLiveChannels() {
   return lock.locked() ? LookAtLiveChannels_i() : Progress();
 }
 
-// Runs after the destructors of the host's own static objects, whose traces are flushed, too. Output threads
-// run on meanwhile. A device that takes nothing for a second holds the process no longer.
+// Runs after the destructors of the host's static objects, so that their traces are flushed too. The output
+// threads still run. Ends when all is written, or when nothing was written for a second.
 [[gnu::destructor]] void FlushAtExit() {
   SetTargets();
   Pauses pauses;
@@ -133,7 +134,7 @@ void EnterLiveChannel(ChannelState& state) noexcept {
 }
 
 void LeaveLiveChannel(ChannelState& state) noexcept {
-  LiveLock const lock;  // goes on without it: the list must not keep a channel that is deleted
+  LiveLock const lock;  // goes on even without the lock: a deleted channel must not stay in the list
   ChannelState** at = &live_channels;
   while (*at != nullptr && *at != &state) at = &(*at)->m_pNextLive;
   if (*at != nullptr) *at = state.m_pNextLive;

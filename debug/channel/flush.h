@@ -1,4 +1,4 @@
-// Waiting until what was accepted has been dealt with.
+// Waits until accepted records are written, printed or lost.
 #ifndef VELT_DEBUG_CHANNEL_FLUSH_H
 #define VELT_DEBUG_CHANNEL_FLUSH_H
 
@@ -10,18 +10,19 @@ namespace velt {
 
 struct ChannelState;
 
-// Waits until each channel has dealt with what it had accepted when this was called. Returns whether all have
-// within `wait`. False at once for a channel of a forked child's parent, and on an output thread that has
-// records left.
+// Waits until each channel has dealt with all records that it had accepted before the call. Returns true
+// then; false when that takes longer than `wait`; false at once if a channel was inherited over a fork, and
+// on an output thread that has records left.
 bool Flush(std::vector<ChannelState*> const& channels, std::chrono::milliseconds wait);
 
-// Enters a channel among those that are flushed when the process ends by exit or by returning from main.
+// Adds a channel to the list of those that are flushed when the process ends by exit or by returning from
+// main.
 void EnterLiveChannel(ChannelState& state) noexcept;
 
-// Takes it out again. Waits for a flush at the process's end that is running.
+// Removes it from the list. Waits for a flush at exit that is under way.
 void LeaveLiveChannel(ChannelState& state) noexcept;
 
-// Around a fork: the lock of that list.
+// Around a fork: lock and unlock the list.
 void LockLiveChannels() noexcept;
 void UnlockLiveChannels() noexcept;
 

@@ -17,14 +17,14 @@ namespace velt {
 namespace {
 
 constexpr unsigned kBlockBytes = 65'535;
-constexpr mode_t kNewArchiveMode = 0666;  // less the umask; housekeeping narrows it once the archive is whole
+constexpr mode_t kNewArchiveMode = 0666;  // less the umask; housekeeping makes a complete archive 0440
 
 struct CloseGzip {
   void operator()(gzFile_s* file) const { gzclose(file); }
 };
 using GzipFile = std::unique_ptr<gzFile_s, CloseGzip>;
 
-// A source that is gzip data is unpacked, any other one read as it is.
+// Opens a file for reading: gzip data is unpacked, any other content is read as it is.
 GzipFile OpenSource(char const* path) {
   int const descriptor = OpenAboveStandard(path, O_RDONLY);
   if (descriptor == -1) return nullptr;
@@ -38,13 +38,13 @@ enum class Copied { kAll, kNothing, kWriteFailed };
 Copied CopyAll(gzFile_s* in, ArchiveWriter& out, char* block, std::atomic<std::uint64_t>* blocks) {
   int got = gzread(in, block, kBlockBytes);
   if (got == 0) return Copied::kNothing;
-  // A read that fails ends the copy like the end of the file, the very first one too: a source that cannot be
-  // read is given up for good instead of being met again at every rotation.
+  // A failed read, even the first, counts as the end of the file: otherwise a source that cannot be read
+  // would be tried again at every rotation.
   for (; got > 0; got = gzread(in, block, kBlockBytes)) {
     unsigned const put = out.Write(block, static_cast<unsigned>(got));
     if (put == 0) return Copied::kWriteFailed;
     if (put != static_cast<unsigned>(got)) break;
-    if (blocks != nullptr) blocks->fetch_add(1, std::memory_order_relaxed);  // a sign of life, no more
+    if (blocks != nullptr) blocks->fetch_add(1, std::memory_order_relaxed);  // only shows that work goes on
   }
   return Copied::kAll;
 }
@@ -57,19 +57,20 @@ int GZCompress(std::string const& source, std::string const& destination,
   if (in == nullptr) return -1;
   int const archive = OpenAboveStandard(destination.c_str(), O_WRONLY | O_CREAT | O_TRUNC, kNewArchiveMode);
   if (archive == -1) return -1;
-  errno = 0;  // what an empty source leaves
+  errno = 0;  // the value for an empty source
   ArchiveWriter out;
   bool complete = out.Start(archive);
   if (complete) {
     std::unique_ptr<char[]> const block(new (std::nothrow) char[kBlockBytes]);
     if (block == nullptr) errno = ENOMEM;
     complete = block != nullptr && CopyAll(in.get(), out, block.get(), blocks) == Copied::kAll;
-    // What the archive still holds back is written by its close, so a full device may show only there.
+    // Close writes the rest of the archive, so a full device may be noticed only here.
     if (!out.Close()) complete = false;
   }
   if (complete) return 0;
   int const reason = errno;
-  (void)std::remove(destination.c_str());  // a broken archive that stays is overwritten at the next rotation
+  (void)std::remove(
+      destination.c_str());  // if that fails, the next rotation overwrites the incomplete archive
   errno = reason;
   return -1;
 }

@@ -8,8 +8,8 @@
 
 namespace velt {
 
-// VeltDebugInfo::GZCompress. After -1 errno says why; 0 for an empty source. `blocks` counts on with each
-// piece that was compressed; null counts nothing.
+// VeltDebugInfo::GZCompress. After -1 errno has the reason, 0 for an empty source. `blocks`, unless it is
+// null, is incremented for each piece that is compressed.
 int GZCompress(std::string const& source, std::string const& destination, std::atomic<std::uint64_t>* blocks);
 
 }  // namespace velt

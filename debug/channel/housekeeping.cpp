@@ -34,15 +34,15 @@ void ZipLogFiles(ChannelState& state, std::string const& name) {
   std::string const source = (found ? std::string(resolved.data()) + '/' : state.m_strLogPath) + name;
   std::string const archive = source + GZFILETAIL;
   if (GZCompress(source, archive, &state.m_counts.archiveBlocks) == -1) {
-    if (errno != 0) {  // an empty file stays as it is, and that is no failure
+    if (errno != 0) {  // 0: the file is empty, which is left and is not a failure
       state.m_counts.archivesFailed.Add();
       FileNotArchived(state, source, errno);
     }
     return;
   }
   state.m_counts.archivesMade.Add();
-  (void)chmod(archive.c_str(), kArchiveMode);  // the archive is whole whatever its mode
-  (void)std::remove(source.c_str());           // one that stays is compressed again at the next rotation
+  (void)chmod(archive.c_str(), kArchiveMode);  // after a failure the archive is still complete
+  (void)std::remove(source.c_str());           // after a failure the next rotation compresses it again
 }
 
 void RemoveSpilthFile(ChannelState& state) {
@@ -60,7 +60,7 @@ void RemoveSpilthFile(ChannelState& state) {
   for (auto archive = archives.begin(); archive != archives.end() && surplus > 0; ++archive) {
     if (!kept_stem.empty() && archive->find(kept_stem) != std::string::npos) continue;
     if (std::remove((state.m_strLogPath + *archive).c_str()) == 0) state.m_counts.archivesRemoved.Add();
-    --surplus;  // also when it stays: one that cannot be removed must not cost the life of a newer one
+    --surplus;  // even if it could not be removed: no newer one must be deleted in its place
   }
 }
 
@@ -74,7 +74,7 @@ void ProcessLogFileBeforeCreateNew(ChannelState& state) {
     for (std::string const& name : finished) ZipLogFiles(state, name);
     RemoveSpilthFile(state);
   } catch (std::bad_alloc const&) {
-    return;  // the next rotation meets the same files again
+    return;  // the next rotation tries again
   }
 }
 

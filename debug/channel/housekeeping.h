@@ -1,4 +1,4 @@
-// What happens between two log files: finished ones are compressed, the oldest archives deleted.
+// The work between two log files: finished files are compressed, the oldest archives deleted.
 #ifndef VELT_DEBUG_CHANNEL_HOUSEKEEPING_H
 #define VELT_DEBUG_CHANNEL_HOUSEKEEPING_H
 

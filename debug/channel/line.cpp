@@ -14,10 +14,10 @@ namespace velt {
 namespace {
 
 constexpr std::size_t kYearLength = 5;  // "2026-", which a line leaves out
-constexpr std::size_t kDayAt = 8;       // of the two day digits in a time stamp
+constexpr std::size_t kDayAt = 8;       // where the two day digits are in a time stamp
 
-// The day digits of the record that any channel wrote last. Relaxed: the two digits travel in one value, and
-// an update that another thread sees late only moves a day line.
+// The day digits of the record that any channel wrote last. Relaxed: both digits are in one value, and if a
+// thread sees an update late, only a day line is moved.
 std::atomic<std::uint16_t> last_day_seen{0};
 
 std::uint16_t DayOf(char const* stamp) {
@@ -27,16 +27,16 @@ std::uint16_t DayOf(char const* stamp) {
   return static_cast<std::uint16_t>(tens << 8 | ones);
 }
 
-// The stamp without its year, and the thread.
+// Makes the head of a line: the stamp without its year, and the thread id.
 std::string_view MakeHead(OutDataUnit const& rec, std::array<char, kLineHeadCapacity>& buffer) {
   char const* const stamp = StampOf(rec);
   auto const thread = static_cast<unsigned long>(rec.m_nThreadId);
-  if (strnlen(stamp, kTimeStampLength + 1) != kTimeStampLength) {  // a host's own
+  if (strnlen(stamp, kTimeStampLength + 1) != kTimeStampLength) {  // a stamp that the host made
     snprintf_s(buffer.data(), buffer.size(), buffer.size() - 1, "%s.T%lu",
                stamp + strnlen(stamp, kYearLength), thread);
     return buffer.data();
   }
-  // By hand for the others: snprintf is a tenth of what the thread spends on a record.
+  // Our own stamps are copied by hand: snprintf would take a tenth of the thread's time for a record.
   constexpr std::size_t kStampPart = kTimeStampLength - kYearLength;
   std::memcpy(buffer.data(), stamp + kYearLength, kStampPart);
   std::memcpy(buffer.data() + kStampPart, ".T", 2);
@@ -50,8 +50,8 @@ std::string AsAsnText(std::ostringstream const& printed) {
   return "ASN Trace:\n" + text.substr(0, text.find('\0'));
 }
 
-// The output thread has nobody to pass an exception to: a value whose print throws leaves what it printed
-// until then. Without memory for that there is no text.
+// For the output thread, which cannot pass an exception on: if Print throws, returns what it had printed. If
+// memory runs out, returns no text.
 std::string AsnTextWithoutExceptions(AsnType const* value) {
   if (value == nullptr) return {};
   try {
@@ -59,7 +59,7 @@ std::string AsnTextWithoutExceptions(AsnType const* value) {
     try {
       value->Print(printed, 0, 1);
     } catch (...) {
-      // kept as far as it came
+      // what was printed so far is the result
     }
     return AsAsnText(printed);
   } catch (std::exception const&) {

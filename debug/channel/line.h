@@ -1,4 +1,4 @@
-// A record as the bytes of its lines.
+// Turns a record into the bytes of its lines.
 #ifndef VELT_DEBUG_CHANNEL_LINE_H
 #define VELT_DEBUG_CHANNEL_LINE_H
 
@@ -13,15 +13,15 @@ namespace velt {
 
 inline constexpr std::size_t kLineHeadCapacity = 512;
 
-// What precedes the text of a record, and the record's ASN value. The parts of the record are not copied: a
-// line must not outlive it.
+// The part of a line before the record's text, and the text of its ASN value. Parts of the record are not
+// copied: the line must not outlive the record.
 struct RecordLine {
   std::array<char, kLineHeadCapacity> head_buffer;
   std::string_view head;  // "11-15 08:52:13.123456.T4711"
   std::string asn_text;   // empty without a value
 };
 
-// Fills `line` from `rec`. Runs the Print of the record's value; what that throws ends its text.
+// Fills `line` from `rec`. Calls Print of the record's value; if that throws, its text ends there.
 void MakeLine(OutDataUnit const& rec, RecordLine& line);
 
 // "ASN Trace:\n" and what `value` prints, up to the first NUL. Empty for null. Passes on what Print throws.

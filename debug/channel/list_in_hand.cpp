@@ -13,7 +13,7 @@ void ListInHand::Begin() { given_back_at_ = Clock::now(); }
 void ListInHand::NextRecord() {
   ++counted_;
   bool const many = counted_ >= kMostCounted;
-  // The clock is read only while somebody waits for it.
+  // The clock is read only while a caller waits for room.
   if (many || (queue_.CallersWait() && Clock::now() > given_back_at_ + kLongestCounted)) GiveBack();
 }
 

@@ -9,20 +9,21 @@
 
 namespace velt {
 
-// Records of the list count as queued until their room is given back: every 512 records or 10 ms. Once per
-// record costs a context switch each, less often lets blocked callers time out. Output thread only.
+// Records of the list count as queued until their room is given back, every 512 records or 10 ms. Giving it
+// back after every record would cost a context switch each; less often, blocked callers would time out.
+// Output thread only.
 class ListInHand {
  public:
   explicit ListInHand(RecordQueue& queue) : queue_(queue) {}
 
-  // A new list was taken; the queue has given back the room of its first record.
+  // Call it when a new list was taken; the queue has then given back the room of its first record.
   void Begin();
 
-  // The next record of the list is dealt with from now on.
+  // Call it before the next record of the list is dealt with.
   void NextRecord();
 
-  // Gives back the room of all records until now. To be called before anything that may take long or that is
-  // the host's code: a trace call from there waits for this room.
+  // Gives back the room of all records until now. Call it before anything that may take long, and before the
+  // host's code, whose trace calls wait for this room.
   void GiveBack();
 
  private:

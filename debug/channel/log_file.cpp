@@ -16,7 +16,7 @@ constexpr mode_t kCreationMode =
 }  // namespace
 
 LogFile::~LogFile() {
-  if (file_ != -1) (void)close(file_);  // nothing is held back that closing could lose
+  if (file_ != -1) (void)close(file_);  // there is no buffer: a failing close loses nothing
 }
 
 bool LogFile::Open(std::string const& path) {

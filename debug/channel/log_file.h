@@ -24,15 +24,15 @@ class LogFile {
   // Creates or truncates `path`. Returns false when it cannot be opened.
   bool Open(std::string const& path);
 
-  // Creates `path`. Returns false when it cannot be created; with errno EEXIST when there is something of
-  // that name, which is left alone.
+  // Creates `path`. Returns false when it cannot be created; with errno EEXIST when the name exists, and what
+  // has it is left alone.
   bool Create(std::string const& path);
 
-  // Writes all of `text`. Returns false when the device refuses it: a head of it may be in the file, and
-  // Size() counts that head.
+  // Writes all of `text`. Returns false when the device refuses it: its beginning may be in the file, and
+  // counts in Size().
   bool Append(char const* text, std::size_t length);
 
-  // Where the next byte goes.
+  // The position of the next byte.
   std::uint32_t Size() const { return size_; }
 
  private:

@@ -12,7 +12,8 @@ namespace {
 
 constexpr std::int64_t kMostAhead = 3600;
 
-// The newest name of the family in the directory that is not too far ahead; kNone when there is none.
+// The time in the newest name of the family in the directory that is not too far ahead; kNone if there is
+// none.
 std::int64_t NewestInDirectory(ChannelState const& state, std::int64_t now) {
   std::int64_t newest = NameHistory::kNone;
   (void)ForEachName(state.m_strLogPath, [&](std::string const& name) {

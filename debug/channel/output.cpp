@@ -27,10 +27,10 @@ namespace {
 constexpr std::size_t kUsualLineBytes = 4096;
 constexpr unsigned kSecondsBetweenAttempts = 1;
 
-// Output threads print one record at a time; the state of std::cout has no lock of its own.
+// Output threads print one at a time, since std::cout's state has no lock of its own.
 std::mutex print_lock;
 
-// Standard output belongs to the host: it may throw, when the host has asked it to.
+// std::cout throws if the host has enabled its exceptions.
 void PrintRecord(OutDataUnit const& rec, RecordLine const& line_of_rec) try {
   std::string line(line_of_rec.head);
   std::string const& asn_text = line_of_rec.asn_text;
@@ -43,16 +43,16 @@ void PrintRecord(OutDataUnit const& rec, RecordLine const& line_of_rec) try {
   std::lock_guard<std::mutex> const lock(print_lock);
   std::cout.write(line.data(), static_cast<std::streamsize>(line.size()));
   if (rec.m_pText == nullptr) {
-    std::cout.setstate(std::ios_base::badbit);  // as the insertion of a null text leaves it
+    std::cout.setstate(std::ios_base::badbit);  // what inserting a null text does
     return;
   }
   if (!ends_in_newline || !asn_text.empty()) std::cout.flush();
 } catch (std::exception const&) {
-  return;  // the log file has the record; nobody waits for this copy
+  return;  // only the printed copy of the record is lost
 }
 
-// One write to the file for a record of usual length. A giant one is written as it lies, without a copy.
-// The first write that the device refuses ends the record: what would follow has lost its head.
+// Writes a record of usual length with one write; a very long one in parts, without a copy. If the device
+// refuses a part, the rest is not written, since its beginning would be missing.
 template <std::size_t kCount>
 bool AppendTogether(ChannelState& state, std::array<std::string_view, kCount> const& pieces) {
   std::array<char, kUsualLineBytes> line;
@@ -72,7 +72,7 @@ bool AppendTogether(ChannelState& state, std::array<std::string_view, kCount> co
   return AppendToFile(state, line.data(), length);
 }
 
-// Returns whether the record is whole in the file.
+// Returns whether the whole record is in the file.
 bool LogRecord(ChannelState& state, OutDataUnit const& rec, RecordLine const& line) {
   std::array<char, kLineHeadCapacity> day_line;
   day_line[0] = '\0';
@@ -97,7 +97,7 @@ bool LogRecord(ChannelState& state, OutDataUnit const& rec, RecordLine const& li
 }
 
 bool RotateWhenOutgrown(ChannelState& state) {
-  // Signed on both sides: a limit of 4294967295 is -1 here, and every record ends its file.
+  // Compared as signed: a limit of 4294967295 is -1 here, and the file is rotated after every record.
   if (static_cast<std::int32_t>(state.m_nEachFileMaxSize) >=
       static_cast<std::int32_t>(state.m_pFile->Size())) {
     return true;
@@ -122,14 +122,14 @@ bool OpenFileUntilExit(ChannelState& state) {
   return true;
 }
 
-// The ring's records come back here, once: they are told to be from the ring.
+// Recursive: a record of level 0 writes the ring's records through here, with `fromDiscard` set.
 // NOLINTNEXTLINE(misc-no-recursion): one level deep, as fromDiscard sees to
 Outcome OutputRecord(ChannelState& state, OutDataUnit const& rec, bool fromDiscard) {
   if (state.m_pFile == nullptr) return {false, false};
   if (rec.m_nLevel == 0 && !fromDiscard) OutputDiscardQueue(state);
-  if (state.m_pFile == nullptr) return {false, false};  // a rotation for the ring found the channel's end
+  if (state.m_pFile == nullptr) return {false, false};  // the channel ended in a rotation during the ring
 
-  // The value's print and the stream behind standard output are the host's code and may trace.
+  // The value's Print and the stream buffer of std::cout are the host's code and may trace.
   if (rec.m_pAsn != nullptr || rec.m_bPrint) state.m_inHand.GiveBack();
   RecordLine line;
   MakeLine(rec, line);
@@ -161,8 +161,8 @@ void CountOutcome(ChannelState& state, OutDataUnit const& rec, Outcome const& ou
 
 // NOLINTNEXTLINE(misc-no-recursion): see OutputString
 void OutputDiscardQueue(ChannelState& state) {
-  // At most what is there now: records that are filtered meanwhile came after the event that asks for the
-  // ring, and busy threads could add them faster than they are written.
+  // Only the records that are there now: later ones came after the record of level 0, and busy threads could
+  // add them faster than they are written.
   for (std::size_t left = RecordsInRing(state); left > 0; --left) {
     std::unique_ptr<OutDataUnit> rec;
     if (!TakeFromRing(state, rec)) return;

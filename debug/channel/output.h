@@ -1,4 +1,4 @@
-// Where a record goes: the log file, standard output, or both; and rotation.
+// Writes records to the log file and standard output, and rotates the file.
 #ifndef VELT_DEBUG_CHANNEL_OUTPUT_H
 #define VELT_DEBUG_CHANNEL_OUTPUT_H
 
@@ -8,10 +8,10 @@ namespace velt {
 
 struct ChannelState;
 
-// What became of one record.
+// What happened to one record.
 struct Outcome {
   bool has_file;  // a file is open: what VeltDebugInfo::OutputString returns
-  bool whole;     // it went where it was asked to go, all of it
+  bool whole;     // all of it went to every output that it was for
 };
 
 // Writes one record to the file and to standard output, as its flags say. Output thread.
@@ -27,7 +27,7 @@ void OutputDiscardQueue(ChannelState& state);
 // Opens the next file, trying once a second. Returns false when the channel ends before one can be opened.
 bool OpenFileUntilExit(ChannelState& state);
 
-// For a forked child: the lock of standard output may have been copied while a thread held it.
+// For a forked child: makes the lock of standard output usable, which may have been copied while it was held.
 void RemakePrintLock();
 
 }  // namespace velt

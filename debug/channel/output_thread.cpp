@@ -28,8 +28,9 @@ namespace {
 constexpr std::size_t kThreadNameLength = 15;  // the kernel's limit
 constexpr time_t kSecondsBeforeTrim = 5;
 
-// Blocks, while it lives, every signal that a process is sent: a thread created meanwhile inherits that, and
-// the host's handlers and sigwait never run on it. Faults of the thread itself still kill with a core.
+// While it exists, blocks every signal in the calling thread except those of faults. A thread that is created
+// meanwhile inherits the mask: signals sent to the process never run a handler on it, and its own faults
+// still end the process with a core.
 class HostSignalsBlocked {
  public:
   HostSignalsBlocked() {
@@ -50,8 +51,8 @@ class HostSignalsBlocked {
   bool changed_;
 };
 
-// What the new thread begins with. ACE's own would give it an ACE log object, whose destruction at the
-// thread's end races with ACE's at the process's end.
+// The new thread's start function. ACE's own would give the thread an ACE log object, which is destroyed at
+// the thread's end, in a race with ACE's destruction at the end of the process.
 class LoopStart : public ACE_Base_Thread_Adapter {
  public:
   explicit LoopStart(VeltDebugInfo* channel)
@@ -66,7 +67,7 @@ class LoopStart : public ACE_Base_Thread_Adapter {
   VeltDebugInfo* channel_;
 };
 
-// An array: the thread has nobody to pass an allocation failure to.
+// Returns an array, not a string: on this thread an allocation failure could not be handled.
 std::array<char, kThreadNameLength + 1> ThreadName(std::string const& prefix) {
   std::array<char, kThreadNameLength + 1> name{};
   (void)snprintf_s(name.data(), name.size(), kThreadNameLength, "velt:%s", prefix.c_str());
@@ -82,7 +83,8 @@ void WriteStartLines(ChannelState& state) {
   WriteFile(state, line.data());
 }
 
-// Takes what is queued, waiting for it. Memory that a burst left idle is given back in a longer pause.
+// Takes everything that is queued, and waits for it. When there is nothing to do for a while, frees idle
+// memory.
 ACE_Message_Block* TakeRecords(RecordQueue& queue) {
   while (IdleNodesToStock() && queue.is_empty()) StockIdleNodes();
   while (IdleNodesToTrim()) {
@@ -116,7 +118,7 @@ bool HandleRecord(ChannelState& state, std::unique_ptr<OutDataUnit> rec) {
   return true;
 }
 
-// Handles all records that are queued, with few locks. Returns false when the thread is to end.
+// Handles all records that are queued, under one lock. Returns false when the thread must end.
 bool HandleNextRecords(ChannelState& state) {
   RecordQueue& queue = state.m_OutputQueue;
   if (state.m_bExit.load(std::memory_order_acquire) && queue.message_count() == 0) return false;
@@ -130,7 +132,7 @@ bool HandleNextRecords(ChannelState& state) {
   while (true) {
     BlockPtr block(next);
     next = next->next();
-    // Two ahead: the links of the next one are here already, and were for that.
+    // Two records ahead: the links of the next one are in the cache already.
     if (next != nullptr) PrefetchRecord(next->next());
     go_on = HandleRecord(state, UnwrapRecord(std::move(block)));
     if (next == nullptr || !go_on) break;
@@ -145,7 +147,7 @@ bool HandleNextRecords(ChannelState& state) {
 
 bool StartOutputThread(ChannelState& state, VeltDebugInfo* channel) {
   if (state.InheritedByFork()) return false;
-  // Held over the creation, so that two callers cannot start two threads.
+  // Held while the thread is created, so that two callers cannot start two threads.
   MutexLock const lock(state.m_mutex);
   if (!lock.locked()) return false;
   if (state.m_bThreadStarted.load(std::memory_order_relaxed)) return true;
@@ -156,8 +158,8 @@ bool StartOutputThread(ChannelState& state, VeltDebugInfo* channel) {
                          start.get()) == -1) {
     return false;
   }
-  (void)start.release();  // the thread's now
-  // Relaxed: it tells tracing threads that somebody will read the queue, which has a lock of its own.
+  (void)start.release();  // the new thread owns it
+  // Relaxed: tracing threads only learn that the queue will be read; the queue has a lock of its own.
   state.m_bThreadStarted.store(true, std::memory_order_relaxed);
   return true;
 }
@@ -171,7 +173,8 @@ void RunOutputThread(ChannelState& state) {
     }
     WriteFile(state, "thread handle output string exit\n");
   }
-  // The last touch of the channel. Release: the destructor that sees it sees the file as this thread left it.
+  // The last access to the channel. Release: a destructor that sees the mark also sees what this thread
+  // wrote.
   state.m_bThreadExited.store(true, std::memory_order_release);
 }
 

@@ -1,4 +1,4 @@
-// The output thread of a channel: takes records off the queue and hands them to the output.
+// The output thread of a channel: takes records off the queue and writes them.
 #ifndef VELT_DEBUG_CHANNEL_OUTPUT_THREAD_H
 #define VELT_DEBUG_CHANNEL_OUTPUT_THREAD_H
 
@@ -11,7 +11,7 @@ struct ChannelState;
 // VeltDebugInfo::Init: creates the thread unless it was created.
 bool StartOutputThread(ChannelState& state, VeltDebugInfo* channel);
 
-// What the thread does from its start to its end.
+// The thread's work from its start to its end.
 void RunOutputThread(ChannelState& state);
 
 }  // namespace velt

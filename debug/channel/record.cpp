@@ -30,14 +30,14 @@ namespace velt {
 
 BlockPtr WrapRecord(OutDataUnit* record) {
   BlockPtr block(new ACE_Message_Block(reinterpret_cast<char*>(record), sizeof(OutDataUnit), 0));
-  // ACE constructs the block even when there is no memory for its inner part, and would crash on it later.
+  // ACE constructs the block even if memory for its inner part runs out, and would crash on it later.
   if (block->data_block() == nullptr) throw std::bad_alloc();
   return block;
 }
 
 RecordPtr UnwrapRecord(BlockPtr block) {
-  // Released when this function returns. A parameter lives until its caller's statement ends, which may
-  // delete the record, and with it the memory that its block lies in.
+  // Moved here so that it is released when this function returns. A parameter lives until the end of the
+  // caller's statement, which may delete the record, and with it the memory of its block.
   BlockPtr const released = std::move(block);
   OutDataUnit* const own = RecordOfNodeBlock(released.get());
   return RecordPtr(own != nullptr ? own : reinterpret_cast<OutDataUnit*>(released->base()));

@@ -16,7 +16,7 @@ struct ReleaseBlock {
 using BlockPtr = std::unique_ptr<ACE_Message_Block, ReleaseBlock>;
 using RecordPtr = std::unique_ptr<OutDataUnit>;
 
-// Wraps `record`, which stays the caller's. Throws std::bad_alloc.
+// Wraps `record`, which the caller still owns. Throws std::bad_alloc.
 BlockPtr WrapRecord(OutDataUnit* record);
 
 // Takes the record out of a block that came off a queue and releases the block. May be null.

@@ -41,7 +41,7 @@ void RecordNode::LendArrays(OutDataUnit& lies_here) noexcept {
 
 bool RecordNode::IsLent(OutDataUnit const& record, char const* array) noexcept {
   if (!record.m_bLent) return false;
-  // A host may have replaced either array by one of its own.
+  // A host may have replaced either array with one of its own.
   auto const& node = *reinterpret_cast<RecordNode const*>(reinterpret_cast<char const*>(&record) - kRecordAt);
   return array == node.stamp || array == node.text;
 }

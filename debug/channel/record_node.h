@@ -12,7 +12,7 @@
 
 namespace velt {
 
-// A message block that lives as long as its node: releasing it only takes it out of its list.
+// A message block that exists as long as its node: releasing it only takes it out of its list.
 class RecordBlock : public ACE_Message_Block {
  public:
   explicit RecordBlock(ACE_Data_Block* data);
@@ -22,15 +22,15 @@ class RecordBlock : public ACE_Message_Block {
 inline constexpr std::size_t kNodeTextBytes = 208;  // a longer record text is an array of its own
 inline constexpr std::size_t kNodeStampBytes = kTimeStampRoom;
 
-// What one trace call touches stands together, from the links of the block to the head of the text: a node
-// comes from another core's cache, and each further line of it costs a caller as much as the formatting of a
-// number.
+// The parts that one trace call touches are next to each other, from the links of the block to the beginning
+// of the text: a node comes from another core's cache, and each further cache line costs a caller as much as
+// formatting a number.
 struct alignas(64) RecordNode {
   RecordNode();
 
-  // Has `record` use the arrays of this node, which is the one it lies in.
+  // Makes the record of this node use the node's arrays.
   void LendArrays(OutDataUnit& lies_here) noexcept;
-  // Whether `array` is lent to `record`, wherever that lies.
+  // Whether `array` belongs to the node of `record`; false for a record that is not in a node.
   static bool IsLent(OutDataUnit const& record, char const* array) noexcept;
 
   RecordBlock block;                                  // wraps `record`; constructed once per node
@@ -48,11 +48,11 @@ static_assert(sizeof(RecordNode) == 512);
 // The node around a record that OutDataUnit's own operator new made.
 RecordNode* NodeOf(OutDataUnit* record);
 
-// The record of a block that is a node's own; null for any other. Spares the way through the block's inner
-// part, which lies in a line of its own.
+// The record of a node's own block; null for any other block. Does not read the block's inner part, which is
+// in another cache line.
 OutDataUnit* RecordOfNodeBlock(ACE_Message_Block* block);
 
-// Brings what is read of a record into this core's cache; null is nothing to do.
+// Prefetches what the output thread reads of a record into this core's cache; does nothing for null.
 void PrefetchRecord(ACE_Message_Block* block);
 
 }  // namespace velt

@@ -31,8 +31,7 @@ int LockAfterTrying(ACE_thread_mutex_t* mutex) {
   return pthread_mutex_lock(mutex);
 }
 
-// Takes the lock as ACE_Guard does, without its two calls into ACE's library, which every record would pay
-// for.
+// Takes the lock as ACE_Guard does, but without its two calls into ACE's library for every record.
 class QueueLock {
  public:
   explicit QueueLock(ACE_Thread_Mutex& mutex) : mutex_(const_cast<ACE_thread_mutex_t*>(&mutex.lock())) {
@@ -53,8 +52,8 @@ class QueueLock {
   bool locked_;
 };
 
-// A thread that was cancelled in the wait would leave without its record and stay counted as waiting. It is
-// cancelled at its next cancellation point instead.
+// Disables cancellation: a thread that is cancelled in the wait would lose its record and stay counted as
+// waiting. It is cancelled at its next cancellation point instead.
 class NoCancellation {
  public:
   NoCancellation() { changed_ = pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_) == 0; }
@@ -100,7 +99,7 @@ bool RecordQueue::EnqueueWithin(ACE_Message_Block* block, std::chrono::milliseco
     wake = taker_waits_;
     taker_waits_ = false;
   }
-  // After the lock, so that the thread that wakes up does not run into it.
+  // Without the lock, so that the thread that wakes up does not have to wait for it.
   if (wake) (void)not_empty_cond_.signal();
   return true;
 }
@@ -111,7 +110,7 @@ bool RecordQueue::AppendWhenRoom_i(ACE_Message_Block* block, std::chrono::millis
     errno = EWOULDBLOCK;
     return false;
   }
-  // The wait begins here: what a caller did to make its record does not shorten it.
+  // The wait begins here, so that the time in which the caller made its record does not count.
   ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(wait);
   NoCancellation const none;
   Caller caller{block, lock_};
@@ -135,7 +134,8 @@ void RecordQueue::GiveRoomToCallers_i() {
     RemoveCaller_i(caller);
     Append_i(caller.block);
     caller.queued = true;
-    (void)caller.queued_cond.signal();  // before the lock is released: it ends with its caller's wait
+    (void)caller.queued_cond
+        .signal();  // under the lock: the condition is destroyed when its caller's wait ends
   }
   if (was_empty) (void)not_empty_cond_.broadcast();  // who waits has found it empty
 }
@@ -176,7 +176,7 @@ ACE_Message_Block* RecordQueue::TakeAll(ACE_Time_Value* deadline) {
   has_taker_ = true;
   ACE_Message_Block* const all = head_;
   head_ = tail_ = nullptr;
-  GiveBack_i(1);  // the one that is dealt with now is queued no longer
+  GiveBack_i(1);  // the first block, which is dealt with now, no longer counts
   return all;
 }
 

@@ -1,5 +1,5 @@
-// The queue of a channel: ACE's own, with cheaper ways in and out for many callers and one output thread, and
-// with what a bounded ring needs.
+// The queue of a channel: ACE's queue, with cheaper operations for many callers and one output thread, and an
+// operation for the bounded ring.
 #ifndef VELT_DEBUG_CHANNEL_RECORD_QUEUE_H
 #define VELT_DEBUG_CHANNEL_RECORD_QUEUE_H
 
@@ -17,7 +17,7 @@
 
 namespace velt {
 
-// Blocks count sizeof(OutDataUnit) bytes each against the water marks. Any thread; locked by itself.
+// Each block counts as sizeof(OutDataUnit) bytes against the water marks. Any thread; locked by itself.
 class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
  public:
   RecordQueue();
@@ -25,38 +25,41 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   // How long EnqueueRecord and EnqueueEvicting wait for room; one second unless set. Any thread.
   void SetWait(std::chrono::milliseconds wait) noexcept;
 
-  // Puts `block` at the end. Waits for room while the queue is at its water mark, but not on the thread that
-  // empties it: nobody else would make room. Callers get room in the order in which they came: on a slow
-  // device one of them would else be passed over until its time is up. Returns true when it was queued;
-  // false, with errno EWOULDBLOCK after a wait in vain, leaves it the caller's.
+  // Puts `block` at the end. Waits for room while the queue is at its water mark, except on the thread that
+  // empties the queue, since only that thread makes room. Callers get room in the order in which they came;
+  // otherwise, on a slow device, others could overtake one of them until its time is up. Returns true when
+  // `block` was queued. Returns false, and the caller still owns it, when it was not; errno is EWOULDBLOCK
+  // when the time was up.
   bool EnqueueRecord(ACE_Message_Block* block);
 
   // The same with a wait of its own.
   bool EnqueueWithin(ACE_Message_Block* block, std::chrono::milliseconds wait);
 
-  // For the one thread that empties the queue. Takes all blocks as a chain (by next()), waiting until there
-  // is one or until `deadline` when it is not null. The room of the first is given back; the others stay
-  // counted, in message_count() and against the water mark, until GiveBack: a list in hand must not double
-  // what the queue may hold. Returns null, with errno EWOULDBLOCK, when the deadline passed, and null when
-  // the queue is deactivated or pulsed or its lock fails.
+  // For the one thread that empties the queue. Takes all blocks as a chain (by next()); waits until there is
+  // one, or until `deadline` unless that is null. Gives back the room of the first block. The others still
+  // count, in message_count() and against the water mark, until GiveBack: otherwise this chain and a full
+  // queue together would be twice the limit. Returns null with errno EWOULDBLOCK when the deadline has
+  // passed; null also when the queue is deactivated or pulsed, or its lock fails.
   ACE_Message_Block* TakeAll(ACE_Time_Value* deadline);
 
-  // Gives back the room of `count` more blocks of the list in hand, and lets as many waiting callers in.
+  // Gives back the room of `count` more blocks of the chain, and queues the blocks of as many waiting
+  // callers.
   void GiveBack(std::size_t count);
 
-  // Whether a caller waits for room now; then it is worth giving room back early.
+  // Whether a caller waits for room now; room should then be given back early.
   bool CallersWait() const noexcept { return callers_wait_.load(std::memory_order_relaxed); }
 
-  // Puts the rest of a chain that TakeAll gave, all of it still counted, back at the head.
+  // Puts the rest of a chain of TakeAll, which still counts, back at the head of the queue.
   void PutBack(ACE_Message_Block* chain);
 
-  // Puts `block` at the end after taking the oldest blocks out while `capacity` or more are queued; `evicted`
-  // gets those as a chain (null when there are none), for the caller to release. One lock for all of it, so
-  // that neither a second caller nor a drain can come between. Waits for room while the queue is still at its
-  // water mark. Returns true when `block` was queued; false leaves it the caller's.
+  // Takes the oldest blocks out while `capacity` or more are queued, then puts `block` at the end. `evicted`
+  // is set to the blocks that were taken out, as a chain (null if there are none), which the caller releases.
+  // All of it happens under one lock, so that no other thread comes in between. Waits for room while the
+  // queue is still at its water mark. Returns true when `block` was queued; false when not, and the caller
+  // still owns it.
   bool EnqueueEvicting(ACE_Message_Block* block, std::size_t capacity, ACE_Message_Block*& evicted);
 
-  // How many blocks were put in since the queue was made, and how many of them EnqueueEvicting took out. Any
+  // How many blocks were put in since the queue was made; how many of them EnqueueEvicting took out. Any
   // thread, without the lock.
   std::uint64_t Accepted() const noexcept { return accepted_.load(std::memory_order_relaxed); }
   std::uint64_t Evicted() const noexcept { return evicted_.load(std::memory_order_relaxed); }
@@ -69,11 +72,11 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   ACE_Message_Block* TryDequeue();
 
  private:
-  // A caller that waits for room, on its stack. All under the lock.
+  // A caller that waits for room; it is on that caller's stack. Everything in it is under the lock.
   struct Caller {
     ACE_Message_Block* const block;
     ACE_Condition_Thread_Mutex queued_cond;
-    bool queued = false;  // by the thread that made the room
+    bool queued = false;  // set by the thread that made room and queued the block
     Caller* next = nullptr;
   };
 
@@ -86,14 +89,15 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   void Append_i(ACE_Message_Block* block);
   void GiveBack_i(std::size_t count);
 
-  bool taker_waits_ = false;        // under the lock: somebody must signal it
-  Caller* first_caller_ = nullptr;  // under the lock: who waits for room, in the order of their coming
+  bool taker_waits_ = false;        // under the lock: TakeAll waits and must be signalled
+  Caller* first_caller_ = nullptr;  // under the lock: the waiting callers, first come first
   Caller* last_caller_ = nullptr;   // under the lock
-  // first_caller_ is not null. Written under the lock; relaxed readers only decide when to give room back.
+  // Whether first_caller_ is not null. Written under the lock; relaxed readers only decide when to give room
+  // back.
   std::atomic<bool> callers_wait_{false};
-  pthread_t taker_{};       // under the lock: who called TakeAll last
+  pthread_t taker_{};       // under the lock: the thread that called TakeAll last
   bool has_taker_ = false;  // under the lock
-  // Written under the lock, so a load and a store count as well as one atomic addition, and cost less.
+  // Written under the lock, so a load and a store are enough and cost less than an atomic addition.
   std::atomic<std::uint64_t> accepted_{0};
   std::atomic<std::uint64_t> evicted_{0};
   std::atomic<std::int64_t> wait_ms_{1000};  // relaxed: a setting, it orders nothing

@@ -26,17 +26,17 @@ namespace {
 
 constexpr std::size_t kBunchLength = 8;
 constexpr std::size_t kBunchesOfChain = 16;
-constexpr std::size_t kMostIdle = 131'072;  // a full queue's worth
+constexpr std::size_t kMostIdle = 131'072;  // as many as a full queue holds
 constexpr std::size_t kIdleKept = 2'048;
 constexpr std::chrono::seconds kBetweenShrinks(5);
-constexpr std::size_t kMadeForOneChain =
-    16 * kBunchesOfChain * kBunchLength;  // by callers, for one in reserve
+// For so many nodes that callers have allocated, one chain is made in reserve.
+constexpr std::size_t kMadeForOneChain = 16 * kBunchesOfChain * kBunchLength;
 constexpr std::size_t kGrowthNodes = 64;
 constexpr std::size_t kCacheLine = 64;
-constexpr std::size_t kHotBytes = 320;  // of a node, as far as a usual record reaches
+constexpr std::size_t kHotBytes = 320;  // the part of a node that a usual record uses
 
-// The allocator does not see that an idle node is not in use, so the address sanitizer is told: it then
-// reports who touches a record, or its arrays, after its deletion. The links of chains stay in use.
+// Tells the address sanitizer that an idle node is not in use, which the allocator cannot know: it then
+// reports uses of a deleted record and its arrays. The links of chains stay in use.
 void ForbidUse([[maybe_unused]] RecordNode* node) noexcept {
 #ifdef VELT_ADDRESS_SANITIZER
   ASAN_POISON_MEMORY_REGION(node, sizeof *node);
@@ -90,11 +90,11 @@ struct Depot {
   std::mutex lock;
   RecordNode* chains = nullptr;       // under the lock; linked by `next_chain`
   std::atomic<std::size_t> nodes{0};  // written under the lock; relaxed readers only decide whether to look
-  std::atomic<bool> threads_keep{
-      false};  // relaxed, a hint: some thread has kept a bunch since the last shrinking
+  // Whether some thread has kept a bunch since the last shrinking. Relaxed: a hint.
+  std::atomic<bool> threads_keep{false};
 };
 
-// Never destroyed: threads trace while the process exits.
+// Never destroyed: threads may still trace while the process exits.
 Depot depot;
 static_assert(std::is_trivially_destructible_v<Depot>);
 
@@ -131,16 +131,15 @@ RecordNode* TakeChain() noexcept {
   return head;
 }
 
-// Brings the lines that the next trace call of this thread will write into this core's cache, while this call
-// formats: they were last written by the output thread. A node that another thread takes meanwhile does no
-// harm.
+// Prefetches the cache lines that this thread's next trace call will write, while this call formats; the
+// output thread wrote them last. It does no harm if another thread takes the node meanwhile.
 void Prefetch(RecordNode* node) noexcept {
   if (node == nullptr) return;
   auto* const from = reinterpret_cast<char*>(node);
   for (std::size_t at = 0; at < kHotBytes; at += kCacheLine) __builtin_prefetch(from + at, 1);
 }
 
-// One thread's idle nodes: less than two bunches at hand, and a chain that other threads may empty.
+// One thread's idle nodes: up to two bunches that only it uses, and a chain that other threads may take.
 class ThreadNodes final : public ThreadObject {
  public:
   RecordNode* Take() noexcept;  // null when neither the thread nor the depot has one
@@ -148,7 +147,7 @@ class ThreadNodes final : public ThreadObject {
   bool MadeOne() noexcept { return made_++ % kGrowthNodes == 0; }  // true when the heap is to grow
 
   void AtThreadEnd() noexcept override;
-  // Acquire: the chain's links, as the thread wrote them.
+  // Acquire: the chain's links are seen as the thread wrote them.
   void Shrink() noexcept override { GiveChain(chain_.exchange(nullptr, std::memory_order_acquire)); }
 
  private:
@@ -156,11 +155,12 @@ class ThreadNodes final : public ThreadObject {
   void GiveBunch(RecordNode* head) noexcept;
   void Keep(RecordNode* chain, std::size_t bunches) noexcept;
 
-  Bunch current_;  // this thread's, like `spare_`: two, so that a thread at the edge of one does not move
-                   // bunches
-  Bunch spare_;    // for every record
+  // Only this thread uses these. With one bunch, a thread that takes and gives nodes in turn could move a
+  // bunch for every record.
+  Bunch current_;
+  Bunch spare_;
   std::atomic<RecordNode*> chain_{nullptr};  // filled by this thread, emptied by any
-  std::size_t bunches_ = 0;                  // in the chain, as this thread left it
+  std::size_t bunches_ = 0;                  // in the chain when this thread stored it
   std::size_t made_ = 0;                     // nodes that the depot did not have
 };
 
@@ -179,8 +179,9 @@ RecordNode* ThreadNodes::Take() noexcept {
 }
 
 bool ThreadNodes::TakeBunch() noexcept {
-  // Acquire: another thread may have linked the chain. While this one has it in hand, who shrinks finds
-  // nothing. Asked first: an exchange costs ten times a load, and a burst of new nodes comes here for each.
+  // Acquire: another thread may have linked the chain. While this thread has taken it, Shrink finds none. The
+  // load comes first, since an exchange costs ten times as much and a burst of new nodes comes here each
+  // time.
   RecordNode* head = nullptr;
   if (chain_.load(std::memory_order_relaxed) != nullptr) {
     head = chain_.exchange(nullptr, std::memory_order_acquire);
@@ -214,10 +215,10 @@ void ThreadNodes::Keep(RecordNode* chain, std::size_t bunches) noexcept {
   }
 }
 
-// A process that is never quiet has idle threads as well.
+// For processes that always trace: some of their threads may be idle all the same.
 void ShrinkWhenDue() noexcept {
   using Clock = std::chrono::steady_clock;
-  static std::atomic<Clock::rep> due{0};  // relaxed: it keeps two threads from doing the same, no more
+  static std::atomic<Clock::rep> due{0};  // relaxed: it only keeps two threads from doing the same work
   Clock::rep const now = Clock::now().time_since_epoch().count();
   Clock::rep expected = due.load(std::memory_order_relaxed);
   Clock::rep const next = now + Clock::duration(kBetweenShrinks).count();
@@ -239,7 +240,7 @@ void ThreadNodes::GiveBunch(RecordNode* head) noexcept {
 void ThreadNodes::AtThreadEnd() noexcept {
   mine = nullptr;
   Shrink();
-  // Whole bunches are worth handing on; a rest is not worth counting.
+  // Full bunches go to the depot; the depot counts full bunches only, so the rest is freed.
   for (Bunch const& bunch : {current_, spare_}) {
     if (bunch.length == kBunchLength) {
       bunch.head->next_bunch = nullptr;
@@ -251,7 +252,8 @@ void ThreadNodes::AtThreadEnd() noexcept {
   delete this;
 }
 
-// Null when the thread is at its end, or when there is no memory: its nodes then come and go one by one.
+// Makes `mine`. Null when the thread is ending or memory has run out: its nodes are then allocated and freed
+// one by one.
 ThreadNodes* OpenThread() noexcept {
   if (ThreadEnds()) return nullptr;
   auto* const nodes = new (std::nothrow) ThreadNodes;
@@ -264,11 +266,11 @@ ThreadNodes* OpenThread() noexcept {
   return nodes;
 }
 
-// Callers come here when a burst needs more nodes than any before it. `nodes` may be null.
+// Allocates a node, when there are more records at a time than ever before. `nodes` may be null.
 RecordNode* NewNode(ThreadNodes* nodes) {
   if (nodes != nullptr && nodes->MadeOne()) {
-    // Has the C library extend this thread's heap once for many nodes: page by page, the system calls of that
-    // are most of what a new node costs.
+    // Makes the C library extend this thread's heap once for many nodes. Extending it page by page takes
+    // system calls, which are most of the cost of a new node.
     ::operator delete(::operator new(kGrowthNodes * sizeof(RecordNode), std::nothrow));
   }
   auto* const node = new RecordNode;
@@ -276,7 +278,7 @@ RecordNode* NewNode(ThreadNodes* nodes) {
   return node;
 }
 
-// A full one; null without memory.
+// A full bunch; null when memory runs out.
 RecordNode* NewBunch() noexcept {
   Bunch bunch;
   while (bunch.length < kBunchLength) {
@@ -313,13 +315,13 @@ bool IdleNodesToTrim() noexcept {
 }
 
 void TrimIdleNodes() noexcept {
-  // First: what threads keep after this is seen by the next trimming.
+  // The mark is cleared first: bunches that threads keep after this set it again for the next call.
   if (depot.threads_keep.exchange(false, std::memory_order_relaxed)) ShrinkThreadObjects();
   if (depot.nodes.load(std::memory_order_relaxed) > kIdleKept) FreeChain(TakeChain());
 }
 
 void StockIdleNodes() noexcept {
-  // In one step: of two output threads that see the same nodes only one makes a chain for them.
+  // One atomic step, so that only one of two output threads that see the same count makes a chain for it.
   std::size_t made = made_by_callers.load(std::memory_order_relaxed);
   do {
     if (made < kMadeForOneChain) return;

@@ -1,4 +1,4 @@
-// The ring of filtered records: the newest are kept until a record of level 0 brings them out.
+// The ring of filtered records: the newest are kept, and written when a record of level 0 comes.
 #ifndef VELT_DEBUG_CHANNEL_RING_H
 #define VELT_DEBUG_CHANNEL_RING_H
 
@@ -13,15 +13,16 @@ namespace velt {
 
 struct ChannelState;
 
-// Puts `rec`, whose block is `block`, into the ring; the oldest make room. Releases `rec` when it was kept.
-// Returns true, with the record still the caller's, when there is no ring; false when it was not kept.
+// Puts `rec`, whose block is `block`, into the ring, in place of the oldest if it is full. Returns true with
+// `rec` released when it was kept; true with `rec` still the caller's when there is no ring; false when it
+// was not kept.
 bool KeepInRing(ChannelState& state, std::unique_ptr<OutDataUnit>& rec, ACE_Message_Block* block);
 
 // How many records the ring holds now.
 std::size_t RecordsInRing(ChannelState& state);
 
-// Takes the oldest record into `rec`, null for a block that has none. Returns false when the ring is empty or
-// its lock fails.
+// Takes the oldest record into `rec`, which becomes null for a block without a record. Returns false when the
+// ring is empty or its lock fails.
 bool TakeFromRing(ChannelState& state, std::unique_ptr<OutDataUnit>& rec);
 
 // VeltDebugInfo::DequeueMsg.

@@ -32,14 +32,14 @@ bool EnqueueStopMarker(ChannelState& state) {
   try {
     auto marker = std::make_unique<OutDataUnit>();
     BlockPtr block = WrapRecord(marker.get());
-    // Before it is queued: the output thread may end by it at any moment.
+    // Counted before it is queued: the output thread may then end at any moment.
     state.m_counts.markers.fetch_add(1, std::memory_order_relaxed);
     if (!state.m_OutputQueue.EnqueueWithin(block.get(), kPoll)) {
       state.m_counts.markers.fetch_sub(1, std::memory_order_relaxed);
-      if (errno != EWOULDBLOCK) SleepOnePoll();  // it has not waited for room
+      if (errno != EWOULDBLOCK) SleepOnePoll();  // the call has failed without waiting for room
       return false;
     }
-    (void)block.release();  // the queue's now, like the marker
+    (void)block.release();  // the queue owns it now, and the marker
     (void)marker.release();
     return true;
   } catch (std::bad_alloc const&) {
@@ -70,19 +70,20 @@ void ClearQueues(ChannelState& state) {
 }  // namespace
 
 void EndOutputThread(ChannelState& state) noexcept {
-  // Release: the output thread that sees it sees what was queued before. One end per channel.
+  // Release: an output thread that sees it also sees what was queued before. The exchange makes sure that a
+  // channel is ended once.
   if (state.m_bExit.exchange(true, std::memory_order_acq_rel) || state.InheritedByFork()) return;
   if (!state.m_bThreadStarted.load(std::memory_order_relaxed)) return;
-  // Without the marker the thread could sleep for ever, so neither a full queue nor a lack of memory ends the
-  // attempt; only the thread's own end does. Acquire: whatever the thread did to the file is seen before this
-  // thread touches it.
+  // Without the marker the thread could sleep for ever, so it is tried again when the queue is full or memory
+  // has run out, until the thread has ended. Acquire: what the thread wrote is seen before this thread uses
+  // the file.
   while (!EnqueueStopMarker(state) && !state.m_bThreadExited.load(std::memory_order_acquire)) {
   }
   while (!state.m_bThreadExited.load(std::memory_order_acquire)) SleepOnePoll();
 }
 
 bool HasEnded(ChannelState const& state) noexcept {
-  return state.m_bExit.load(std::memory_order_relaxed);  // asked by the thread that ends channels
+  return state.m_bExit.load(std::memory_order_relaxed);  // called by the thread that ends the channels
 }
 
 void EndChannel(ChannelState& state) noexcept {
@@ -91,9 +92,9 @@ void EndChannel(ChannelState& state) noexcept {
     if (state.m_bThreadStarted.load(std::memory_order_relaxed)) ClearQueues(state);
     CloseFile(state);
   } catch (std::exception const&) {
-    state.m_pFile.reset();  // a destructor has nobody to tell; closing is all that is left to do
+    state.m_pFile.reset();  // a destructor cannot report an error; it only closes the file
   }
-  // Empty after an orderly stop; a thread that never started leaves what was handed in.
+  // Usually empty; if the thread never started, the records that were queued are still here.
   while (ACE_Message_Block* const block = state.m_DiscardQueue.TryDequeue()) DeleteChain(block);
   while (ACE_Message_Block* const block = state.m_OutputQueue.TryDequeue()) DeleteChain(block);
 }

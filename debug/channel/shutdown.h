@@ -1,5 +1,5 @@
-// The end of a channel: the stop marker, the wait for the output thread, and what is said and deleted
-// afterwards.
+// Ends a channel: queues the stop marker, waits for the output thread, writes the last lines and deletes what
+// is left.
 #ifndef VELT_DEBUG_CHANNEL_SHUTDOWN_H
 #define VELT_DEBUG_CHANNEL_SHUTDOWN_H
 
@@ -7,8 +7,8 @@ namespace velt {
 
 struct ChannelState;
 
-// Ends the output thread once it has dealt with what was queued, and waits for that without limit. Nothing
-// where it has ended, was never started, or is the parent's.
+// Ends the output thread after it has dealt with everything queued, and waits for that without limit. Does
+// nothing if the thread has ended, was never started, or is the parent's.
 void EndOutputThread(ChannelState& state) noexcept;
 
 // Whether EndOutputThread was called.

@@ -28,19 +28,19 @@ namespace velt {
 namespace {
 
 constexpr std::size_t kLongestMessage = 2048;
-constexpr std::size_t kLongestPrinted = 2046;  // of an expanded one
+constexpr std::size_t kLongestPrinted = 2046;  // of an expanded format
 constexpr std::size_t kTextOverhead = 18;      // spaces, tag and NUL, with room to spare
 constexpr std::size_t kLongestModule =
     INT32_MAX - kLongestMessage - kTextOverhead;  // a text's size is an int
 constexpr std::size_t kTagLength = 3;
-constexpr int kCheckedOutLevel = 32;  // the one level above the tagged ones that a record keeps
+constexpr int kCheckedOutLevel = 32;  // kept in a record as levels 0 to 3 are; others become kDefaultLevel
 
 std::string_view TagOf(int level) {
   constexpr std::array<std::string_view, 4> kTags = {"A: ", "E: ", "W: ", "I: "};
   return level >= 0 && level < 4 ? kTags[static_cast<std::size_t>(level)] : std::string_view();
 }
 
-// What ACE_OS::gettimeofday gives, without the normalising of what is in range: 2 ns.
+// The time that ACE_OS::gettimeofday returns, but without normalising, which would cost 2 ns.
 ACE_Time_Value TimeOfDay() {
   timeval time{};
   (void)gettimeofday(&time, nullptr);
@@ -55,7 +55,7 @@ char* AppendText(char* at, char const* text, std::size_t length) {
   return at + length;
 }
 
-// A record without its stamp and text. It has the arrays of its node for both.
+// Makes a record without its stamp and text, for which it has the arrays of its node.
 std::unique_ptr<OutDataUnit> MakeRecord(std::string const& module, VeltLogLevel level, bool print, bool log) {
   auto rec = std::make_unique<OutDataUnit>();
   NodeOf(rec.get())->LendArrays(*rec);
@@ -88,10 +88,10 @@ void WriteText(OutDataUnit& rec, std::string const& module, VeltLogLevel level, 
   *at = '\0';
 }
 
-// Queues `rec`, whose block is `block`, and releases it to the queue. Returns false, with the record still
-// the caller's, when there is no room for as long as a call waits.
+// Queues `rec`, whose block is `block`; the queue then owns it. Returns false, and the caller still owns it,
+// when there is no room for as long as a call waits.
 bool QueueForOutput(ChannelState& state, std::unique_ptr<OutDataUnit>& rec, ACE_Message_Block* block) {
-  // Given up before it is queued: from then on the output thread may delete it at any moment.
+  // Released before it is queued: from then on the output thread may delete it at any moment.
   OutDataUnit* const given = rec.release();
   if (state.m_OutputQueue.EnqueueRecord(block)) return true;
   bool const full = errno == EWOULDBLOCK;
@@ -100,8 +100,8 @@ bool QueueForOutput(ChannelState& state, std::unique_ptr<OutDataUnit>& rec, ACE_
   return false;
 }
 
-// Releases `rec` to a queue when it was queued; else it stays the caller's, and the result is true only for a
-// filtered record on a channel without a ring.
+// Queues `rec` for output, or puts it into the ring. Returns true with `rec` released when a queue has it;
+// true with `rec` still the caller's when it is filtered and there is no ring; false otherwise.
 bool Enqueue(ChannelState& state, std::unique_ptr<OutDataUnit>& rec, ACE_Message_Block* block) {
   if (state.InheritedByFork()) return false;
   bool const filtered = !rec->m_bPrint && !rec->m_bLog;
@@ -111,7 +111,7 @@ bool Enqueue(ChannelState& state, std::unique_ptr<OutDataUnit>& rec, ACE_Message
 }  // namespace
 
 bool TakesRecords(ChannelState const& state) {
-  // Relaxed: the queue's lock orders everything that a record carries.
+  // Relaxed: the queue's lock orders everything in a record.
   return state.m_bThreadStarted.load(std::memory_order_relaxed) && !state.InheritedByFork();
 }
 
@@ -121,12 +121,12 @@ bool KeepsFiltered(ChannelState const& state) {
 
 namespace {
 
-// TraceText without the count of what it refuses.
+// TraceText, without counting what it refuses.
 bool TraceTextUncounted(ChannelState& state, std::string const& module, VeltLogLevel level, char const* text,
                         std::size_t length, AsnType const* asn, bool print, bool log) {
   if (text == nullptr || !TakesRecords(state)) return false;
   if (module.size() > kLongestModule) return false;
-  if (!print && !log && !KeepsFiltered(state)) return true;  // nobody will see it: nothing is made for it
+  if (!print && !log && !KeepsFiltered(state)) return true;  // no output and no ring: no record is made
 
   ACE_Time_Value const now = TimeOfDay();  // first, as in TraceFormat
   if (length == std::string::npos) length = strnlen(text, kLongestMessage);
@@ -166,12 +166,12 @@ Printed TraceFormatUncounted(ChannelState& state, std::string const& module, Vel
 
 bool TraceRecordUncounted(ChannelState& state, OutDataUnit*& rec) {
   RecordPtr owned(rec);
-  rec = nullptr;  // what every path but success leaves, an exception too
+  rec = nullptr;  // every result but success, also an exception, leaves null
   if (owned == nullptr) return false;
   OutDataUnit* const queued = owned.get();
-  // A block of its own: a host may have made the record in any way.
+  // A new block: the host may have made the record without a node.
   BlockPtr block = WrapRecord(queued);
-  // Before it is queued: the output thread may end by it at any moment.
+  // Counted before it is queued: the output thread may then end at any moment.
   bool const marker = IsStopMarker(*queued);
   if (marker) state.m_counts.markers.fetch_add(1, std::memory_order_relaxed);
   if (!Enqueue(state, owned, block.get())) {
@@ -179,12 +179,12 @@ bool TraceRecordUncounted(ChannelState& state, OutDataUnit*& rec) {
     return false;
   }
   if (owned != nullptr) return true;  // filtered, and there is no ring
-  (void)block.release();              // the queue's now, like the record
+  (void)block.release();              // the queue owns it now, and the record
   rec = queued;
   return true;
 }
 
-// Calls `trace` and counts a record that it refuses or throws away.
+// Calls `trace`, and counts a record that is refused or lost to an exception.
 template <typename Trace>
 bool Counted(ChannelState& state, Trace const& trace) try {
   bool const taken = trace();
@@ -207,7 +207,7 @@ Printed TraceFormat(ChannelState& state, std::string const& module, VeltLogLevel
                     std::va_list args, bool print, bool log) try {
   Printed const printed = TraceFormatUncounted(state, module, level, fmt, args, print, log);
   if (printed != Printed::kTraced) {
-    int const error = errno;  // says why a format was not expanded
+    int const error = errno;  // why a format was not expanded
     CountRefused(state);
     errno = error;
   }

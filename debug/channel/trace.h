@@ -22,17 +22,17 @@ bool TraceText(ChannelState& state, std::string const& module, VeltLogLevel leve
 // Whether the channel takes records: its thread was started, by this process.
 bool TakesRecords(ChannelState const& state);
 
-// Whether the channel has a use for a record that its module wants on no output.
+// Whether the channel keeps filtered records, or has an output for every record.
 bool KeepsFiltered(ChannelState const& state);
 
 enum class Printed {
   kTraced,
-  kRefused,      // as where TraceText returns false
-  kNotExpanded,  // nothing was traced; errno says why, unless the text is only empty
+  kRefused,      // TraceText would return false
+  kNotExpanded,  // nothing was traced: the text is empty, or errno says why
 };
 
-// Expands `fmt` to at most 2046 characters and traces it, like ExpandMessage and TraceText. A usual message
-// is expanded in the array of its record: no second copy of it is made. The channel must take records.
+// Expands `fmt` to at most 2046 characters and traces it, as ExpandMessage and TraceText do. A message of
+// usual length is expanded in its record's array, without a copy. The channel must take records.
 Printed TraceFormat(ChannelState& state, std::string const& module, VeltLogLevel level, char const* fmt,
                     std::va_list args, bool print, bool log) VELT_PRINTF_FORMAT(4, 0);
 

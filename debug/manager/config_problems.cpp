@@ -15,7 +15,7 @@ namespace {
 
 constexpr char const* kReplacedText = "1100";  // of level and of output items alike
 
-// The number as it is in the file: the size is in megabytes there.
+// `value` in the unit of the file: sizes are megabytes there.
 int InFile(Limit limit, int value) { return limit == kFileBytes ? value >> kMegabyteShift : value; }
 
 // The file that has the item: the one that was read, or the secondary one.
@@ -56,7 +56,8 @@ void ConfigProblems::LookAtValues(DebugConfig const& config) {
 
 void ConfigProblems::LookAtTexts(std::string const& file, char const* marker) {
   std::map<std::string, std::string> items;
-  (void)VeltAllCfgItem(items, file, marker);  // a file that has gone meanwhile has no invalid text
+  (void)VeltAllCfgItem(items, file,
+                       marker);  // if the file has been removed meanwhile, there is nothing to report
   for (auto const& [module, text] : items) {
     std::string copy = text;
     std::bitset<32> set;

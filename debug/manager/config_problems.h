@@ -1,4 +1,4 @@
-// What the host ought to hear of its debug configuration.
+// Reports of problems in the debug configuration.
 #ifndef VELT_DEBUG_MANAGER_CONFIG_PROBLEMS_H
 #define VELT_DEBUG_MANAGER_CONFIG_PROBLEMS_H
 
@@ -11,7 +11,7 @@
 
 namespace velt {
 
-// Collects reports while a lock is held, and makes them later.
+// Collects reports while a lock is held; Tell makes them afterwards.
 class ConfigProblems {
  public:
   // The host named `cfgFile`; `found` tells whether `config` was read from any file.
@@ -23,7 +23,7 @@ class ConfigProblems {
   // Whether module "debug" is registered.
   void LookAtDefaultModule(bool exists);
 
-  // Makes the reports. To be called with no lock held.
+  // Makes the reports. The caller must hold no lock.
   void Tell() const;
 
  private:

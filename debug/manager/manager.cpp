@@ -30,7 +30,7 @@ void RememberCfgFile(ManagerState& state, std::string const& file, bool overwrit
   if (lock.locked() && (overwrite || state.m_strCfgFile.empty())) state.m_strCfgFile = file;
 }
 
-// Reads the configuration and keeps the name of the file that was read in place of one that is not there.
+// Reads the configuration. If another file than `cfgFile` was read, stores its name.
 // Returns false when no file is to be found.
 bool ReadConfig(ManagerState& state, std::string const& cfgFile, DebugConfig& config) {
   bool const found = ReadDebugConfig(cfgFile, config);
@@ -75,7 +75,7 @@ bool Initialise_i(ManagerState& state, InitArguments const& given, ConfigProblem
   if (given.name.empty()) return false;
   state.m_strName = given.name;
   constexpr mode_t kDirectoryMode = 0755;
-  // The channel finds out whether the directory is usable.
+  // A failure is ignored: the channel finds out whether the directory is usable.
   if (!given.logDir.empty()) (void)mkdir(given.logDir.c_str(), kDirectoryMode);
   std::string const directory = given.logDir.empty() ? VeltGetDefaultLogPath() : given.logDir;
   if (!given.cfgFile.empty()) RememberCfgFile(state, given.cfgFile, true);
@@ -140,7 +140,7 @@ bool VeltDebugMgr::IsInit() const { return m_pState->IsInit(); }
 
 bool VeltDebugMgr::Init(std::string const& name, std::string const& cfgFile, std::string const& logDir,
                         std::string const& fileHeader, bool channelFlag, bool silent) {
-  if (m_pState->InheritedByFork()) return true;  // initialised it is; its locks are not to be touched
+  if (m_pState->InheritedByFork()) return true;  // it is initialised; its locks must not be touched
   velt::ReadProblemSetting();
   velt::ConfigProblems problems;
   bool initialised = false;
@@ -150,7 +150,7 @@ bool VeltDebugMgr::Init(std::string const& name, std::string const& cfgFile, std
     initialised =
         velt::Initialise_i(*m_pState, {name, cfgFile, logDir, fileHeader, channelFlag, silent}, problems);
   }
-  problems.Tell();  // the handler may ask the manager things
+  problems.Tell();  // without the lock: the handler may call the manager
   return initialised;
 }
 

@@ -75,20 +75,20 @@ class VELT_EXPORT OutDataUnit final {
   bool m_bLent = false;  // the arrays belong to the library's memory and are not freed with the record
 };
 
-// What became of a channel's records and files since it was made; all but `queued` and `inRing` only grow. At
-// every moment at which nobody traces: accepted = written + printedOnly + lost + queued.
+// Counts of a channel's records and files since it was made. All but `queued` and `inRing` only grow. While
+// no thread traces: accepted = written + printedOnly + lost + queued.
 struct VeltTraceCounts {
-  uint64_t accepted;  // queued for the output thread, or brought out of the ring
+  uint64_t accepted;  // queued for the output thread, or taken out of the ring to be written
   uint64_t refused;  // the call returned false: queue full, not started, forked child, bad input; or it threw
   uint64_t written;  // whole in a log file
   uint64_t printedOnly;  // went to standard output and, as asked, to no file
-  uint64_t lost;       // accepted, then refused by the device, met while no file was open, or without a text
-  uint64_t queued;     // accepted and not yet dealt with
-  uint64_t inRing;     // kept in the ring now
-  uint64_t displaced;  // left the ring unwritten: newer ones took their place, or DequeueMsg deleted them
-  uint64_t filesOpened;      // log files opened
-  uint64_t archivesMade;     // log files compressed
-  uint64_t archivesFailed;   // attempts; the log file stays
+  uint64_t lost;    // accepted, but refused by the device, dealt with while no file was open, or without text
+  uint64_t queued;  // accepted and not yet dealt with
+  uint64_t inRing;  // kept in the ring now
+  uint64_t displaced;     // left the ring unwritten: newer ones took their place, or DequeueMsg deleted them
+  uint64_t filesOpened;   // log files opened
+  uint64_t archivesMade;  // log files compressed
+  uint64_t archivesFailed;   // failed attempts to compress; the log file stays
   uint64_t archivesRemoved;  // deleted above the limit
   uint64_t bytesWritten;     // to log files, heads and trailers included
 };
@@ -109,11 +109,12 @@ struct VeltTraceCounts {
 //            second unless SetQueueWait says otherwise.
 // Fork:      a child has no output thread. A channel that was made before the fork refuses every record in
 //            the child and can be destroyed there; the child never writes into the parent's files.
-// Names:     the running channel uses no name twice, and names rise in the order of creation. They run ahead
-//            of the clock, by an hour at most, while a family opens more than one file a second, after a
-//            quick restart, and at the end of summer time. The creation line in a file has the true time.
-// Exit:      when the process ends by exit or by a return from main, what was accepted is written first, as
-//            long as the device takes it, and one second beyond. Not after _exit, abort or a signal.
+// Names:     the running channel uses no name twice, and names sort in the order of creation. They may be
+//            ahead of the clock, by an hour at most: while a family opens more than one file a second, after
+//            a quick restart, and at the end of summer time. The creation line in a file has the true time.
+// Exit:      when the process ends by exit or by a return from main, accepted records are written first. The
+//            library stops waiting when the device has taken nothing for one second. Nothing is written after
+//            _exit, abort or a signal.
 class VELT_EXPORT VeltDebugInfo {
  public:
   // Starts the output thread.
@@ -221,16 +222,16 @@ class VELT_EXPORT VeltDebugInfo {
   // Compresses every log file of the channel in its directory, then calls RemoveSpilthFile.
   void ProcessLogFileBeforeCreateNew() const;
 
-  // What became of the channel's records and files until now. Never waits; any thread, and a forked child.
+  // The counts of the channel's records and files until now. Never waits. Any thread; also in a forked child.
   VeltTraceCounts Counts() const;
 
-  // Waits until all that was accepted before the call has been dealt with: written, printed or lost. Returns
-  // true then; false when that took longer than `milliseconds`, and at once in a forked child and on the
+  // Waits until every record that was accepted before the call is written, printed or lost. Returns true
+  // then; false when that takes longer than `milliseconds`; false at once in a forked child, and on the
   // output thread itself while it has records left. Any thread.
   bool Flush(unsigned milliseconds);
 
-  // How long a trace call waits for room in a full queue from now on; 1000 unless set, 0 refuses at once. Any
-  // thread.
+  // Sets how long a trace call waits for room in a full queue. The default is 1000; with 0 a full queue
+  // refuses at once. Any thread.
   void SetQueueWait(unsigned milliseconds);
 
   // The directory of the channel's files, ending in '/'. Never changes.

@@ -217,19 +217,20 @@ class VELT_EXPORT VeltDebugMgr {
   void Printf(char const* fmt, ...) VELT_PRINTF_FORMAT(2, 3);
   void Printf(int, ...) = delete;  // Printf(0, "x") would otherwise take 0 as a null format
 
-  // Adds the counts of every channel to `out`, by file name prefix, overwriting entries of the same name.
-  // Calls that reach no channel, for a level, a text or a sub-name that is refused, count as refused with the
-  // main one. Returns false before Init, in a forked child, and when a lock cannot be taken.
+  // Adds the counts of every channel to `out`, by file name prefix; overwrites entries of the same name.
+  // Calls that are refused before they reach a channel (for their level, text or sub-name) are counted as
+  // refused by the main channel. Returns false before Init, in a forked child, and when a lock cannot be
+  // taken.
   bool GetCounts(std::map<std::string, VeltTraceCounts>& out);
 
-  // Waits until every channel has dealt with all that it had accepted before the call. Returns true then;
-  // false when that took longer than `milliseconds` in all, before Init, in a forked child, and on an output
-  // thread that has records left. Any thread; for a terminate handler, too.
+  // Waits until every record that any channel accepted before the call is written, printed or lost. Returns
+  // true then; false when that takes longer than `milliseconds` in all, before Init, in a forked child, and
+  // on an output thread that has records left. Any thread; may be called in a terminate handler.
   bool Flush(unsigned milliseconds);
 
-  // How long a trace call waits for room in a full queue, for all channels, present and to come; 1000 unless
-  // set, 0 refuses at once. Any thread; before Init, too. Nothing in a forked child of an initialised
-  // process.
+  // Sets how long a trace call waits for room in a full queue, for all present and future channels. The
+  // default is 1000; with 0 a full queue refuses at once. Any thread; also before Init. Has no effect in a
+  // forked child of an initialised process.
   void SetQueueWait(unsigned milliseconds);
 
   // Reads the debug configuration, without the bounds that Init applies. Sizes are returned in bytes. Adds

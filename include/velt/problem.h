@@ -1,4 +1,4 @@
-// What a host can hear of what goes wrong inside the library. Without a handler it is silent.
+// Reports of problems inside the library, for a handler of the host. Without a handler there are no reports.
 #ifndef VELT_PROBLEM_H
 #define VELT_PROBLEM_H
 
@@ -6,7 +6,8 @@
 
 #include "velt/export.h"
 
-// What happened. `path`, `error` and `count` of VeltProblem are as said here; the rest is null or 0.
+// What happened. Each comment says what `path`, `error` and `count` of VeltProblem are; what it does not
+// name is empty or 0.
 enum class VeltProblemKind {
   kCannotOpen,      // no log file can be opened: its path, errno, failed attempts since the last report
   kOpenAgain,       // one could be opened after that: its path, failed attempts
@@ -21,23 +22,23 @@ enum class VeltProblemKind {
 
 // One report. All of it is valid during the call of the handler only.
 struct VeltProblem {
-  VeltProblemKind kind;  // which of them
-  char const* sentence;  // all of it in one English sentence, without a line end; never null
+  VeltProblemKind kind;  // what happened
+  char const* sentence;  // the whole report as an English sentence, without a line end; never null
   char const* path;      // never null; may be empty
   int error;             // an errno value, or 0
   uint64_t count;        // how many times, or records, as the kind says
 };
 
-// Receives one report, on the thread that met the problem and with no lock of the library held. That is an
-// output thread for files, the calling thread for a refused record and for Init. Of one kind and channel the
-// first report comes at once, and then at most one in ten seconds. What the handler throws is swallowed; what
-// it traces is traced, and does not call it again.
+// Receives one report, on the thread on which the problem occurred: an output thread for files, the calling
+// thread for a refused record and for Init. No lock of the library is held. For each kind and channel the
+// first report comes at once, and later ones at most every ten seconds. Exceptions of the handler are
+// ignored. It may trace; problems of these trace calls are not reported.
 using VeltProblemHandler = void (*)(VeltProblem const&);
 
-// Takes `handler` for all reports of the process from now on; null takes none. Returns the one before, null
-// at first. A call of the one before may still be running on another thread. Without a handler, and with
-// VELT_PROBLEMS=stderr in the environment when a channel or the manager is made, each sentence is written to
-// standard error as one line that begins with "veltbaseutil: ". Any thread.
+// Makes `handler` receive all reports of the process from now on; null removes the handler. Returns the
+// handler before it, or null. That one may still be running on another thread. Without a handler, and if
+// VELT_PROBLEMS=stderr was in the environment when a channel or the manager was made, each sentence is
+// written to standard error as one line that begins with "veltbaseutil: ". Any thread.
 VELT_EXPORT VeltProblemHandler VeltSetProblemHandler(VeltProblemHandler handler);
 
 #endif
