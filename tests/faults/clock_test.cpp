@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -76,28 +77,34 @@ class ClockTest : public Scenario {
     });
   }
 
-  // Ends the run; gives the times in the names of its files.
-  std::vector<std::string> Finish() {
+  // A file's times, as "20260707_120000".
+  struct FileTimes {
+    std::string in_name;
+    std::string created;  // by the clock, from its creation line
+  };
+
+  // Ends the run; gives the times of its files in the order of their names. A name is the time of creation,
+  // or a second after the name before it.
+  std::vector<FileTimes> Finish(bool names_tell_order) {
     EXPECT_EQ(host->Wait(), 0);
     checker::Expectation expected;
     expected.directory = dir / "logs";
     expected.prefix = "t_";
     expected.max_bytes = 20'000;
-    expected.in_order = false;
+    expected.in_order = names_tell_order;
     Report const report = Check(expected, checker::ReadOutcomes(dir / "side"));
     EXPECT_TRUE(report.Clean()) << report.Text();
     EXPECT_TRUE(report.Accounted());
     EXPECT_EQ(report.found, report.called);
     EXPECT_EQ(report.refused, 0U);
-    std::vector<std::string> times;
+    std::vector<FileTimes> times;
     for (auto const& file : checker::ReadFamilyFiles(dir / "logs", "t_")) {
-      std::string const time = file.name.substr(2, 15);
-      // The creation line tells the same time as the name.
-      std::string const line = "File create at time " + time.substr(0, 4) + "-" + time.substr(4, 2) + "-" +
-                               time.substr(6, 2) + " " + time.substr(9, 2) + ":" + time.substr(11, 2) + ":" +
-                               time.substr(13, 2) + ".";
-      EXPECT_NE(file.text.find(line), std::string::npos) << file.name << "\n" << file.text.substr(0, 200);
-      times.push_back(time);
+      FileTimes const now{file.name.substr(2, 15), CreationOf(file.text)};
+      if (now.in_name != now.created) {
+        EXPECT_TRUE(!times.empty() && SecondsOf(times.back().in_name) + 1 == SecondsOf(now.in_name))
+            << file.name << " created " << now.created;
+      }
+      times.push_back(now);
       texts += file.text;
     }
     Figure({{"files", static_cast<long long>(times.size())},
@@ -105,15 +112,35 @@ class ClockTest : public Scenario {
             {"lost", static_cast<long long>(report.missing)}});
     return times;
   }
-  static std::size_t CountWith(std::vector<std::string> const& times, std::string const& head) {
-    std::size_t count = 0;
-    for (auto const& time : times) count += time.compare(0, head.size(), head) == 0 ? 1 : 0;
-    return count;
+  // From the line "File create at time 2026-07-07 12:00:00."; "" when there is none.
+  static std::string CreationOf(std::string const& text) {
+    std::string const before = "File create at time ";
+    std::size_t const at = text.find(before);
+    if (at == std::string::npos) return "";
+    std::string time = text.substr(at + before.size(), 19);
+    time[10] = '_';
+    for (char const separator : {'-', ':'})
+      time.erase(std::remove(time.begin(), time.end(), separator), time.end());
+    return time;
   }
-  bool WaitForTime(std::string const& head) const {
+  static std::time_t SecondsOf(std::string const& time) {
+    std::tm fields{};
+    EXPECT_NE(strptime(time.c_str(), "%Y%m%d_%H%M%S", &fields), nullptr) << time;
+    return timegm(&fields);
+  }
+  static std::size_t Created(std::vector<FileTimes> const& times, std::string const& head) {
+    auto const begins = [&](FileTimes const& one) { return one.created.rfind(head, 0) == 0; };
+    return static_cast<std::size_t>(std::count_if(times.begin(), times.end(), begins));
+  }
+  static std::size_t Named(std::vector<FileTimes> const& times, std::string const& head) {
+    auto const begins = [&](FileTimes const& one) { return one.in_name.rfind(head, 0) == 0; };
+    return static_cast<std::size_t>(std::count_if(times.begin(), times.end(), begins));
+  }
+  // Waits until the family has a file that was created at a time that begins so.
+  bool WaitForCreation(std::string const& head) const {
     return test::WaitUntil([&] {
-      for (auto const& name : test::FilesOf(dir / "logs", "t_" + head, ""))
-        if (!name.empty()) return true;
+      for (auto const& file : checker::ReadFamilyFiles(dir / "logs", "t_"))
+        if (CreationOf(file.text).rfind(head, 0) == 0) return true;
       return false;
     });
   }
@@ -122,31 +149,33 @@ class ClockTest : public Scenario {
   std::string texts;
 };
 
-TEST_F(ClockTest, AtTheEndOfSummerTimeNamesGoBackAnHourAndEveryRecordIsThere) {
+TEST_F(ClockTest, AtTheEndOfSummerTimeNamesGoOnAndEveryRecordIsThereInItsOrder) {
   SetClock(kFallBack - 3);
   Start(700);
-  ASSERT_TRUE(WaitForTime("20261025_02595"));
-  ASSERT_TRUE(WaitForTime("20261025_0200"));
+  ASSERT_TRUE(WaitForCreation("20261025_02595"));
+  ASSERT_TRUE(WaitForCreation("20261025_0200"));
 
-  auto const times = Finish();
+  auto const times = Finish(true);
 
-  EXPECT_GE(CountWith(times, "20261025_0259"), 1U);
-  EXPECT_GE(CountWith(times, "20261025_0200"), 2U);
-  EXPECT_EQ(CountWith(times, "20261025_0259") + CountWith(times, "20261025_0200"), times.size());
+  EXPECT_GE(Created(times, "20261025_0259"), 1U);
+  EXPECT_GE(Created(times, "20261025_0200"), 2U);
+  EXPECT_EQ(Created(times, "20261025_0259") + Created(times, "20261025_0200"), times.size());
+  EXPECT_EQ(Named(times, "20261025_0259") + Named(times, "20261025_0300"), times.size());
   EXPECT_GE(test::CountOf(texts, "File close at CET 2026-10-25 02:00:"), 2U);
 }
 
 TEST_F(ClockTest, AtTheBeginningOfSummerTimeNamesSkipAnHour) {
   SetClock(kGap - 3);
   Start(700);
-  ASSERT_TRUE(WaitForTime("20260329_01595"));
-  ASSERT_TRUE(WaitForTime("20260329_0300"));
+  ASSERT_TRUE(WaitForCreation("20260329_01595"));
+  ASSERT_TRUE(WaitForCreation("20260329_0300"));
 
-  auto const times = Finish();
+  auto const times = Finish(true);
 
-  EXPECT_GE(CountWith(times, "20260329_0159"), 1U);
-  EXPECT_GE(CountWith(times, "20260329_0300"), 2U);
-  EXPECT_EQ(CountWith(times, "20260329_0159") + CountWith(times, "20260329_0300"), times.size());
+  EXPECT_GE(Named(times, "20260329_0159"), 1U);
+  EXPECT_GE(Named(times, "20260329_0300"), 2U);
+  EXPECT_EQ(Named(times, "20260329_0159") + Named(times, "20260329_0300"), times.size());
+  for (auto const& time : times) EXPECT_EQ(time.in_name, time.created);
   EXPECT_GE(test::CountOf(texts, "File close at CEST 2026-03-29 03:00:"), 2U);
 }
 
@@ -154,19 +183,22 @@ TEST_F(ClockTest, AClockThatIsSetBackAndForwardCostsNoRecord) {
   constexpr std::time_t kNoon = kGap + 100 * kDay + 9 * kHour;  // 2026-07-07 12:00:00 in Berlin
   SetClock(kNoon);
   Start(Scaled(900U, 3'000U));
-  ASSERT_TRUE(WaitForTime("20260707_1200"));
+  ASSERT_TRUE(WaitForCreation("20260707_1200"));
 
-  SetClock(kNoon - kHour);
-  ASSERT_TRUE(WaitForTime("20260707_1100"));
+  SetClock(kNoon - kHour + 60);
+  ASSERT_TRUE(WaitForCreation("20260707_1101"));
   SetClock(kNoon + 2 * kHour);
-  ASSERT_TRUE(WaitForTime("20260707_1400"));
+  ASSERT_TRUE(WaitForCreation("20260707_1400"));
   SetClock(kNoon - 32 * kDay);
-  ASSERT_TRUE(WaitForTime("20260605_1200"));
-  auto const times = Finish();
+  ASSERT_TRUE(WaitForCreation("20260605_1200"));
+  auto const times = Finish(false);
 
-  EXPECT_EQ(CountWith(times, "20260707_120") + CountWith(times, "20260707_110") +
-                CountWith(times, "20260707_140") + CountWith(times, "20260605_120"),
+  EXPECT_EQ(Created(times, "20260707_120") + Created(times, "20260707_110") + Created(times, "20260707_140") +
+                Created(times, "20260605_120"),
             times.size());
+  EXPECT_EQ(Named(times, "20260707_110"), 0U) << "names go on while the clock is less than an hour back";
+  EXPECT_EQ(Named(times, "20260707_140"), Created(times, "20260707_140"));
+  EXPECT_EQ(Named(times, "20260605_120"), Created(times, "20260605_120")) << "further back they start over";
   EXPECT_GE(test::CountOf(texts, "Current date&time:2026-06-05 12:0"), 1U)
       << "the day line follows the clock";
 }

@@ -80,47 +80,6 @@ class RefusedCalls {
   std::mutex mutex_;
 };
 
-// The pipes that take the place of a channel's next files.
-class FifoFiles {
- public:
-  FifoFiles(std::string directory, std::string const& prefix) : directory_(std::move(directory)) {
-    std::filesystem::create_directories(directory_);
-    names_ = ComingNames(prefix, 30);
-    for (auto const& name : names_) {
-      std::string const path = directory_ + "/" + name;
-      if (mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("no fifo");
-      ends_.push_back(std::make_unique<Descriptor>(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
-    }
-  }
-
-  // Reads what comes out of any of them, until `ended`; writes it into files of the same names in `target`.
-  void DrainInto(std::string const& target, std::atomic<bool> const& ended) {
-    std::filesystem::create_directories(target);
-    std::vector<std::string> texts(names_.size());
-    std::vector<char> block(65'536);
-    for (bool last = false, more = true; !last || more;) {
-      last = ended;
-      more = false;
-      for (std::size_t i = 0; i < ends_.size(); ++i) {
-        ssize_t const n = read(*ends_[i], block.data(), block.size());
-        if (n > 0) texts[i].append(block.data(), static_cast<std::size_t>(n));
-        more = more || n > 0;
-      }
-    }
-    for (std::size_t i = 0; i < names_.size(); ++i) {
-      std::string path = target;
-      path.append("/").append(names_[i]);
-      if (!texts[i].empty()) WriteFile(path, texts[i]);
-      if (!texts[i].empty()) chmod(path.c_str(), 0640);
-    }
-  }
-
- private:
-  std::string directory_;
-  std::vector<std::string> names_;
-  std::vector<std::unique_ptr<Descriptor>> ends_;
-};
-
 class QueueFaultTest : public ::testing::Test {
  protected:
   QueueFaultTest() {
@@ -193,7 +152,12 @@ class QueueFaultTest : public ::testing::Test {
 
 TEST_F(QueueFaultTest, AStalledFileRefusesAfterOneSecondAndLosesNothingThatWasAccepted) {
   int const refusals = Scaled(1, 5);
-  FifoFiles fifos(setup_.directory, "t_");
+  shim::Rule stall;
+  stall.call = shim::Call::kWrite;
+  stall.action = shim::Action::kStall;
+  stall.count = 0;
+  stall.path = "*/logs/*.log";
+  shim::AddRule(stall);
   auto channel = MakeChannelWithQueue();
   RefusedCalls refused;
 
@@ -205,14 +169,14 @@ TEST_F(QueueFaultTest, AStalledFileRefusesAfterOneSecondAndLosesNothingThatWasAc
   });
   std::this_thread::sleep_for(milliseconds(300));
   EXPECT_FALSE(ended) << "destruction waits for the stall's end";
-  fifos.DrainInto(dir_ / "drained", ended);
+  shim::ClearRules();
   stopper.join();
 
   EXPECT_FALSE(exhausted_);
   ExpectOneSecondEach(refused, kProducers * static_cast<std::size_t>(refusals));
-  checker::Report const report = CheckFamily(dir_ / "drained");
+  checker::Report const report = CheckFamily(setup_.directory);
   EXPECT_TRUE(report.Clean()) << report.Text();
-  ExpectLinesOfAnOrderlyStop(dir_ / "drained", 0);
+  ExpectLinesOfAnOrderlyStop(setup_.directory, 0);
   EXPECT_GE(report.found, kQueueRecords);
   ReportStall(report, refused);
 }

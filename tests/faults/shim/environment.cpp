@@ -20,8 +20,11 @@ constexpr Name<Call> kCallNames[] = {
     {"unlink", Call::kUnlink},   {"mkdir", Call::kMkdir},     {"opendir", Call::kOpendir},
     {"gzwrite", Call::kGzwrite}, {"gzclose", Call::kGzclose}, {"pthread_create", Call::kPthreadCreate},
     {"malloc", Call::kMalloc},   {"new", Call::kNew}};
-constexpr Name<Action> kActionNames[] = {
-    {"fail", Action::kFail}, {"short", Action::kShort}, {"delay", Action::kDelay}, {"stop", Action::kStop}};
+constexpr Name<Action> kActionNames[] = {{"fail", Action::kFail},
+                                         {"short", Action::kShort},
+                                         {"delay", Action::kDelay},
+                                         {"stop", Action::kStop},
+                                         {"stall", Action::kStall}};
 constexpr Name<int> kErrorNames[] = {{"ENOSPC", ENOSPC}, {"EIO", EIO},       {"EDQUOT", EDQUOT},
                                      {"EINTR", EINTR},   {"EMFILE", EMFILE}, {"EPERM", EPERM},
                                      {"EACCES", EACCES}, {"ENOMEM", ENOMEM}, {"EAGAIN", EAGAIN},

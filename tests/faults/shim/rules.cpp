@@ -130,6 +130,9 @@ Verdict Ask(Call call, char const* path) {
       case Action::kDelay:
         Wait(slot.delay_ms);
         break;
+      case Action::kStall:
+        while (slot.used.load(std::memory_order_acquire)) Wait(1);
+        break;
       case Action::kStop:
         // To this very thread, which then stops before it leaves the call.
         (void)syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), SIGSTOP);

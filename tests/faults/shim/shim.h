@@ -8,7 +8,8 @@
 //   VELT_SHIM='write,first=3,count=1,errno=ENOSPC,path=*/logs/*.log;remove,action=stop,path=*.gz'
 //
 // Threads: rules are added and cleared by one thread while others call; clearing only when no call that a
-// rule meets is on its way. A call of a kind without rules costs one relaxed read.
+// rule meets is on its way, but for calls that kStall holds. A call of a kind without rules costs one relaxed
+// read.
 #ifndef VELT_TESTS_FAULTS_SHIM_SHIM_H
 #define VELT_TESTS_FAULTS_SHIM_SHIM_H
 
@@ -40,6 +41,7 @@ enum class Action {
   kShort,  // kWrite: half of the bytes are written, and the answer says so
   kDelay,  // `delay_ms` before the call
   kStop,   // SIGSTOP to the process before the call, which is made when it goes on
+  kStall,  // the call waits until the rules are cleared, and is then made
 };
 
 // Applies to the first-th matching call since it was set and to `count` - 1 after it.
