@@ -49,7 +49,7 @@ lint_holds() {
     xargs -P "$jobs" -n 3 clang-tidy -p build/tidy --quiet
 }
 
-# Format and lint are those of one version: another one's opinion is different. NAME PROGRAM COMMAND
+# Format and lint are those of one version: another version formats differently. NAME PROGRAM COMMAND
 with_version_14() {
   local version
   version=$("$2" --version | grep -oE 'version [0-9.]+')

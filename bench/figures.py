@@ -173,7 +173,7 @@ class Target:
     figure: str
     text: str
     above: tuple  # subject, setting, metric
-    below: tuple  # the same, or None for a figure that stands by itself
+    below: tuple  # the same, or None for a figure without one
     limit: float
     better: float = None
     at_least: bool = False

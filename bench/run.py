@@ -43,7 +43,7 @@ class Run:
             output, errors = process.communicate(timeout=job.timeout)
             if process.returncode != 0:
                 raise RuntimeError(errors.strip() or f"ended with {process.returncode}")
-            # What a logger says on standard output itself stands before the result.
+            # A logger's own output on standard output comes before the result.
             for metric, value in json.loads(output.splitlines()[-1]).items():
                 row = (figure, self.started, number, job.subject, job.setting, metric, value)
                 self.rows.append(dict(zip(FIELDS, row)))

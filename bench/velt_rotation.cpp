@@ -41,7 +41,7 @@ bool Within(std::vector<Window> const& windows, std::int64_t when) {
                      [when](Window const& window) { return when >= window.first && when <= window.second; });
 }
 
-// Notes when a log file stands beside its archive: that is while it is being compressed.
+// Notes when both a log file and its archive exist: it is then being compressed.
 class RotationWatch {
  public:
   explicit RotationWatch(std::string const& directory)

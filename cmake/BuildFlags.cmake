@@ -1,4 +1,4 @@
-# What our own targets are compiled and linked with; never handed on to a host.
+# What our own targets are compiled and linked with; never passed on to a host.
 add_library(velt_build_flags INTERFACE)
 target_compile_options(velt_build_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2

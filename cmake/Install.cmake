@@ -45,7 +45,7 @@ write_basic_package_version_file(${velt_made}/veltbaseutil-config-version.cmake 
 install(FILES ${velt_made}/veltbaseutil-config.cmake ${velt_made}/veltbaseutil-config-version.cmake
   DESTINATION ${velt_package_dir} COMPONENT development)
 
-# The way back from the directory of the .pc file, so that an installed tree may be moved.
+# The relative path from the .pc file's directory to the prefix, so that an installed tree may be moved.
 file(RELATIVE_PATH VELT_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" VELT_PC_PREFIX "${VELT_PC_PREFIX}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/veltbaseutil.pc.in ${velt_made}/veltbaseutil.pc @ONLY)

@@ -20,7 +20,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(velt_package_version "${PROJECT_VERSION}-${velt_package_revision}")
 
-# Each package's own first line stands alone; the project's is not set before it.
+# Each package has its own first line; the project's is not put before it.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(velt_what_it_is
 "Configuration look-ups, installation paths, process services, and traces that

@@ -57,7 +57,7 @@ void CheckItems(MemoryFile const& file, std::string_view text, Bits levels, Bits
   CheckModules(modules, expected);
 }
 
-// The whole road, of a host that has a file of its own and no installation.
+// From file to module table, of a host that has a file of its own and no installation.
 void CheckManager(MemoryFile const& file, ModelModules const& expected) {
   static int const no_installation = unsetenv("APP_ROOT");
   Check(no_installation == 0, "the environment cannot be changed");

@@ -1,4 +1,4 @@
-// Configuration lines against the model of a file: one by one, all of them, and the trimming they rest on.
+// Configuration lines against the model of a file: one by one, all of them, and the trimming that they use.
 // An input is a marker, a newline, and the text of a file, in which each "`" stands for 500 of them.
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Frame helpers against what they promise of a field: guard bytes stand on both sides of it, and sources end
+// Frame helpers against what they promise of a field: guard bytes are on both sides of it, and sources end
 // where they may be read to.
 //
 // An input is the letter of the operation, three bytes (capacity, count, value or place), and a text.
@@ -33,7 +33,7 @@ class Frame {
   char* Place(std::size_t offset) { return bytes_.data() + offset % bytes_.size(); }
   std::size_t PlacesFrom(std::size_t offset) const { return bytes_.size() - offset % bytes_.size(); }
   char& Expected(std::size_t at) { return expected_[kMargin + at]; }
-  // What stands behind a text's NUL in its field is nobody's business.
+  // What is behind a text's NUL in its field may be anything.
   void ExpectText(std::string_view text, std::size_t capacity) {
     for (std::size_t at = 0; at < capacity; ++at) {
       Expected(at) = at < text.size() ? text[at] : at == text.size() ? '\0' : Field()[at];

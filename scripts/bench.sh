@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs the loggers to compare with, builds, measures and prints tables; figures stand in build/bench-results/.
+# Installs the loggers to compare with, builds, measures and prints tables; figures are in build/bench-results/.
 #
 #   scripts/bench.sh                all figures
 #   scripts/bench.sh a c            these only (what each is: bench/figures.py)

@@ -200,7 +200,7 @@ void MeasureSustained(Options const& options) {
   result.Print();
 }
 
-// What a logger that has written its first record costs while nobody logs.
+// What a logger that has written its first record costs while no thread logs.
 template <typename Logger>
 void MeasureIdle(Options const& options) {
   constexpr std::int64_t kSettleNs = 300'000'000;
@@ -221,7 +221,7 @@ void MeasureIdle(Options const& options) {
   result.Print();
 }
 
-// Memory when the output stalls and the queue is full. The file is a pipe that nobody reads; the queue counts
+// Memory when the output stalls and the queue is full. The file is a pipe that is not read; the queue counts
 // as full when a call has not come back for a while. Then the pipe is read, and every record must come out.
 template <typename Logger>
 void MeasureFullQueue(Options const& options) {

@@ -1,4 +1,4 @@
-// The line that every logger writes: 128 bytes with its newline. It bears a time stamp, the kernel's thread
+// The line that every logger writes: 128 bytes with its newline. It has a time stamp, the kernel's thread
 // id, a module, a tag and an 83-character message made on the caller's side of one string and two ints.
 //
 // The last 24 characters tell which producer wrote it and how many it had written, so that a lost, repeated

@@ -1,4 +1,4 @@
-// Single steps of a trace call, each beside what it stands in for.
+// Single steps of a trace call, each compared with what it replaces.
 #include <unistd.h>
 
 #include <array>

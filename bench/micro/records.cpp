@@ -1,4 +1,4 @@
-// Memory of records and the queue between callers and the output thread, each beside what it stands in for.
+// Memory of records and the queue between callers and the output thread, each compared with what it replaces.
 #include <atomic>
 #include <chrono>
 #include <cstddef>

@@ -38,7 +38,7 @@ kill -TERM "$service"
 wait "$service"
 service=
 
-# Settings of its own: nobody's colours, nothing left behind.
+# Settings of its own: no user's colours, and nothing is left behind.
 export HOME=$scratch/home XDG_CONFIG_HOME=$scratch/home/config XDG_CACHE_HOME=$scratch/home/cache
 export TZ=UTC LC_ALL=C.UTF-8
 mkdir -p "$XDG_CONFIG_HOME" "$XDG_CACHE_HOME"

@@ -1,4 +1,4 @@
-// The trace manager: its modules, its engine, its channels, and what each call answers.
+// The trace manager: its modules, its engine, its channels, and what each call returns.
 #ifndef VELT_FUZZ_MODEL_MANAGER_H
 #define VELT_FUZZ_MODEL_MANAGER_H
 

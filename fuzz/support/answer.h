@@ -1,4 +1,4 @@
-// What a call of the manager answers, its exception among the answers.
+// The result of a call of the manager: what it returns, or its exception.
 #ifndef VELT_FUZZ_SUPPORT_ANSWER_H
 #define VELT_FUZZ_SUPPORT_ANSWER_H
 

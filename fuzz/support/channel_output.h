@@ -19,7 +19,7 @@ class OutputText {
 
   bool AtEnd() const { return rest_.empty(); }
   bool StartsWith(std::string_view literal) const { return rest_.substr(0, literal.size()) == literal; }
-  bool Skip(std::string_view literal);  // false, and nothing skipped, when it does not stand here
+  bool Skip(std::string_view literal);  // false, and nothing skipped, when it is not next
   void Expect(std::string_view literal);
   std::string_view ExpectShape(std::string_view shape);  // '0' in it stands for any digit
   void ExpectRest(std::string_view set);  // at least one character, all of `set`, up to a newline

@@ -23,7 +23,7 @@ class Scratch {
     Check(mkdtemp(path_.data()) != nullptr, "no scratch directory");
   }
   ~Scratch() {
-    std::error_code ignored;  // nobody is left to tell
+    std::error_code ignored;  // a failure cannot be reported
     std::filesystem::remove_all(path_, ignored);
   }
   Scratch(Scratch const&) = delete;

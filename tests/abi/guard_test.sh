@@ -43,7 +43,7 @@ link() {  # SOURCE...
   "$compiler" -shared -fno-lto -o "$variant/libveltbaseutil.so" -Wl,-soname,libveltbaseutil.so.1 \
     -Wl,--version-script="$variant/veltbaseutil.map" "${others[@]}" "$variant"/*.o "${ace[@]}" -lz
 }
-# The answer of abi_test.sh: 0 the same or compatible; 4 a change; 12 one that surely breaks hosts.
+# The exit code of abi_test.sh: 0 the same or compatible; 4 a change; 12 one that surely breaks hosts.
 verdict() {
   local answer=0
   "$(dirname "$0")/abi_test.sh" "$variant/libveltbaseutil.so" "$variant/include" "$scratch/baseline" \
@@ -62,7 +62,7 @@ expect() {  # VERDICT PHRASE
 . "$(dirname "$0")/abidw.sh"
 services=$(cd "$source_directory/process" && printf '%s\n' *.cpp)
 
-# What the others are compared with is the source as it stands.
+# The others are compared with the unchanged source.
 start unchanged
 link service_wait.cpp
 write_abi "$variant/libveltbaseutil.so" "$variant/include" "$scratch/baseline"

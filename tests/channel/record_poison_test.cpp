@@ -1,4 +1,4 @@
-// Memory that waits to be recycled is nobody's: the address sanitizer reports who touches it.
+// Memory that waits to be recycled is not in use: the address sanitizer reports every access.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -1,4 +1,5 @@
-// What the checker of log families stands on: the text of a record, and the outcomes of its producer's calls.
+// What the checker of log families is built on: the text of a record, and the outcomes of its producer's
+// calls.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

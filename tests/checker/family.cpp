@@ -61,7 +61,7 @@ std::string Inflate(std::string const& packed, std::string& text) {
   return {};
 }
 
-// The same with zlib's file functions, which skip what stands behind the first member.
+// The same with zlib's file functions, which skip what follows the first member.
 std::string ReadWithZlib(std::string const& path, std::string& text) {
   gzFile_s* const file = gzopen(path.c_str(), "rb");
   if (file == nullptr) return "zlib cannot open it";

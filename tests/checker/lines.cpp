@@ -8,7 +8,7 @@
 namespace velt::checker {
 namespace {
 
-// '9' is a digit, '#' a hexadecimal one, '+' more of the same; other characters stand for themselves.
+// '9' is a digit, '#' a hexadecimal one, '+' more of the same; other characters match themselves.
 // Returns the length that was met, 0 when it was not.
 std::size_t Match(std::string_view text, std::string_view shape) {
   auto const fits = [](char wanted, char c) {

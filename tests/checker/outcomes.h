@@ -1,4 +1,4 @@
-// What each trace call of a producer answered, kept so that it outlives a SIGKILL of the process.
+// What each trace call of a producer returned, stored so that it survives a SIGKILL of the process.
 #ifndef VELT_TESTS_CHECKER_OUTCOMES_H
 #define VELT_TESTS_CHECKER_OUTCOMES_H
 

@@ -255,7 +255,7 @@ TEST_F(SyslogEngineTest, ANullTextIsRefused) {
   EXPECT_TRUE(daemon.IsSilent());
 }
 
-// --- one that does not read ---
+// --- a daemon that does not read ---
 
 TEST_F(SyslogEngineTest, ADaemonThatDoesNotReadFillsTheBufferAndHoldsNobody) {
   options_.most_records = 100;
@@ -355,7 +355,7 @@ TEST_F(SyslogEngineTest, DropsAreToldOnceASecondAtMostAndAllOfThem) {
                      std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - began).count()));
 }
 
-// --- one that is absent, comes, and goes ---
+// --- a daemon that is absent, starts, and ends ---
 
 TEST_F(SyslogEngineTest, RecordsWaitForADaemonThatIsNotThereYet) {
   SyslogEngine engine(options_);

@@ -41,7 +41,7 @@ class SyslogMessageTest : public testing::Test {
     return SyslogFormatter(SyslogFormat::kLocal, "server", 16, most).Format(record);
   }
 
-  // What stands behind the head.
+  // What follows the head.
   static std::string Body(SyslogRecord const& record, std::size_t most = 8192) {
     std::string const datagram = Local(record, most);
     std::size_t const head = datagram.find("]: ");

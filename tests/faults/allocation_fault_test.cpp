@@ -1,4 +1,4 @@
-// Memory and threads that are not to be had, at every point of every operation: the caller is told, no lock
+// Memory and threads that cannot be had, at every point of every operation: the caller is told, no lock
 // stays held, and the next call works.
 #include <algorithm>
 #include <cerrno>
@@ -107,7 +107,7 @@ End FailAt(unsigned nth, Of whose, Tally& tally, Operation const& operation, Tim
   return end;
 }
 
-// Runs `body` in a thread of its own: what the library keeps for each thread is made anew.
+// Runs `body` in a thread of its own: what the library keeps for each thread is made again.
 template <typename Body>
 void InNewThread(Body const& body) {
   std::thread(body).join();
@@ -125,7 +125,7 @@ class Value : public AsnType {
 class AllocationFaultTest : public ::testing::Test {
  protected:
   // The records of all files of a family. A channel that could not be kept has left a file, and that of its
-  // successor may bear the same name: then the one is the archive and the other the log.
+  // successor may have the same name: then one is the archive and the other the log.
   std::size_t RecordsIn(std::string const& prefix) const {
     std::size_t count = 0;
     for (auto const& name : ExactFamily(host_.LogDir(), prefix)) {
@@ -397,7 +397,7 @@ TEST_F(AllocationFaultTest, AnOutputThreadThatLacksMemoryKeepsTheOldFilesAndWrit
     std::string const text = ReadFamily(setup.directory, setup.prefix);
     EXPECT_EQ(CountOf(text, " m I: after\n"), accepted ? 1U : 0U) << n;
     std::string const old_archive = setup.directory + "/" + setup.prefix + "20200101_000000.log.gz";
-    // A file whose very first read fails, here for want of zlib's own memory, is given up: its archive is
+    // A file whose very first read fails, here because zlib has no memory, is given up: its archive is
     // empty.
     bool const is_given_up = Exists(old_archive) && ReadGzip(old_archive).empty();
     given_up += is_given_up ? 1 : 0;

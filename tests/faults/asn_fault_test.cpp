@@ -117,7 +117,7 @@ TEST(AsnFaultTest, OddValuesLeaveTheirTextAndTheThreadGoesOn) {
       expected += traced ? 1 : 0;
       std::string const text = " m I: record " + id + "\n" + OddValue::Written(KindOf(i), id);
       std::size_t const at = log.find(" m I: record " + id + "\n", from);
-      if (at != std::string::npos) from = at;  // the next of this thread stands behind it
+      if (at != std::string::npos) from = at;  // the next record of this thread is behind it
       bool const there = at != std::string::npos && log.compare(at, text.size(), text) == 0;
       if (there != traced) ++wrong;
       // Behind it the next record's stamp, or the last lines.

@@ -1,5 +1,5 @@
 // Locks of a channel and of its queues that fail: records are refused, none is lost that was accepted, and
-// the thread and the destructor come to their end.
+// the thread and the destructor end.
 #include <gtest/gtest.h>
 
 #include <cerrno>

@@ -1,4 +1,4 @@
-// Configuration files that nobody meant to write: their parse, its cost, and files that change under a
+// Damaged and accidental configuration files: their parse, its cost, and files that change under a
 // look-up.
 #include <malloc.h>
 #include <sys/stat.h>

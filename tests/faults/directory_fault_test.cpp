@@ -31,7 +31,7 @@ class DirectoryFaultTest : public Scenario {
     family.expected.max_bytes = kEachRecord;
   }
 
-  // Counts what the output thread tries to open; the rules themselves harm nobody.
+  // Counts what the output thread tries to open; the rules themselves make nothing fail.
   void CountAttempts() {
     attempts = shim::AddRule({Call::kCreate, Action::kDelay, 1, 0, 0, 0, "*/logs/t_*.log"});
   }

@@ -139,7 +139,7 @@ TEST(EngineFaultTest, ASlowEngineHoldsNobodyUpButItsCallers) {
   }
   gate.WaitForVisitor();
 
-  // All of these go on while the callers stand in the engine.
+  // All of these work while the callers are inside the engine.
   Bits levels;
   Bits outputs;
   VeltDebugMgr::ModuleSets modules;

@@ -1,4 +1,4 @@
-// An environment and directory names that nobody meant: paths, set-ups while threads trace, names for a
+// Mistaken environments and directory names: paths, set-ups while threads trace, names for a
 // shell.
 #include <linux/audit.h>
 #include <linux/filter.h>
@@ -44,7 +44,7 @@ struct Variable {
   std::string directory;
 };
 
-// Each value and the directory that it stands for.
+// Each value and the directory that it gives.
 std::vector<Variable> OddVariables() {
   static std::string const five_thousand(5'000, 'p');
   return {{nullptr, ""},

@@ -29,7 +29,7 @@ using shim::Call;
 
 constexpr std::size_t kPage = 4096;
 
-// A small disk of its own, which nobody but this process sees and which goes with it.
+// A small disk that only this process sees and that disappears with it.
 class SmallDisk {
  public:
   SmallDisk(std::string path, std::string const& size) : path_(std::move(path)) {
@@ -66,7 +66,7 @@ class SmallDisk {
 
 class FullDiskTest : public Scenario {
  protected:
-  // The outcomes stand on another disk.
+  // The outcomes are on another disk.
   Family OnDisk() const {
     Family family(dir.Path(), "disk/logs");
     family.producers.side_directory = dir / "side";

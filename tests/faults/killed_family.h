@@ -115,7 +115,7 @@ class KilledFamily {
 
   void LinkNow() const { LinkLogs(directory_, "t_", witness_); }
 
-  // The family as it is now, held against what was written into each of its files.
+  // Compares the family as it is now with what was written into each of its files.
   checker::Report Look() const {
     checker::Expectation expected;
     expected.directory = directory_;
@@ -138,7 +138,7 @@ class KilledFamily {
     return gone > after.pruned ? gone - after.pruned : 0;
   }
 
-  // How many plain files stand beside an archive of theirs.
+  // How many plain files also have an archive.
   std::size_t PlainFilesWithArchive() const {
     std::size_t count = 0;
     for (auto const& name : LogNames(directory_, "t_"))

@@ -66,7 +66,7 @@ struct Life {
   std::string pattern;
   std::string archives;
   int rule = -1;
-  int opened = -1;  // a rule that harms nobody and counts the log files
+  int opened = -1;  // a rule that makes nothing fail and counts the log files
 };
 using Lives = std::vector<std::unique_ptr<Life>>;
 

@@ -153,7 +153,7 @@ TEST_P(NthPthreadCreateFaultTest, RefusesTheRecordsOfThatChannelUntilItsInitSucc
 
 std::vector<Fault> FaultsOfThreads() {
 #ifdef __clang__
-  if (kSanitized) return {};  // see the shim: it cannot stand before these threads
+  if (kSanitized) return {};  // see the shim: it cannot intercept these threads
 #endif
   return {{"PthreadCreate", Call::kPthreadCreate, EAGAIN, Lasts::kOnce},
           {"PthreadCreate", Call::kPthreadCreate, EAGAIN, Lasts::kUntilMended}};

@@ -1,5 +1,5 @@
 // Two threads that first ask for the trace directory at the same time: the C library's getenv is replaced in
-// this program, so that a second asker can come in exactly between the first one's question and its answer.
+// this program, so that a second asker can come in exactly between the first one's look-up and its result.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

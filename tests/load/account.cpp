@@ -63,7 +63,7 @@ void CheckPrinted(std::string const& printed, Checks const& checks, Findings& fi
   }
 }
 
-// Steps in order, so that the sorted answers are walked along.
+// Steps in order, so that the sorted results are read in step.
 class Walk {
  public:
   explicit Walk(std::vector<unsigned> const& indices) : at_(indices.begin()), end_(indices.end()) {}

@@ -1,4 +1,4 @@
-// Reads one family of the load run back, file by file, and holds each record against the plan.
+// Reads one family of the load run back, file by file, and compares each record with the plan.
 #ifndef VELT_TESTS_LOAD_FAMILY_CHECK_H
 #define VELT_TESTS_LOAD_FAMILY_CHECK_H
 
@@ -53,7 +53,7 @@ class FamilyCheck {
   Findings const& Found() const { return findings_; }
   std::vector<unsigned> const& RingRecords() const {
     return ring_records_;
-  }                                                 // numbers, as they stand in the files
+  }                                                 // numbers, as they are in the files
   std::size_t Evicted() const { return evicted_; }  // filtered records that made room for newer ones
   std::size_t Left() const { return left_; }        // that were in the ring at the end
   std::size_t Bytes() const { return bytes_; }

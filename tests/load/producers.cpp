@@ -13,7 +13,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kStepsBetweenLooks = 16;  // at the clock
-// "11-21 14:07:20.298572.T" and " load E: ", and the newline; the digits of the thread stand between.
+// "11-21 14:07:20.298572.T" and " load E: ", and the newline; the digits of the thread are between them.
 constexpr std::size_t kAroundMessage = 33;
 constexpr std::chrono::milliseconds kMayBeRefused(900);
 
@@ -23,7 +23,7 @@ std::size_t LineLength(std::size_t message) {
   return kAroundMessage + digits + message;
 }
 
-// Printf answers nothing: true.
+// Printf returns nothing: counts as true.
 bool TraceText(Step const& step, std::string const& text) {
   VeltDebugMgr* const manager = VeltDebugMgr::Instance();
   VeltLogLevel const level{LevelOf(step.kind)};

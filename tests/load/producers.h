@@ -1,4 +1,4 @@
-// The producers of the load run: threads that follow the plan and keep what each call answered.
+// The producers of the load run: threads that follow the plan and keep what each call returned.
 #ifndef VELT_TESTS_LOAD_PRODUCERS_H
 #define VELT_TESTS_LOAD_PRODUCERS_H
 
@@ -16,12 +16,12 @@
 
 namespace velt::load {
 
-// What one producer's calls answered; indices of steps, ascending. All others were accepted.
+// What one producer's calls returned; indices of steps, ascending. All others were accepted.
 struct Answers {
   std::vector<unsigned> refused;
   std::vector<unsigned> filtered_refused;
-  // Printf does not answer. One that returned at once was accepted: a full queue refuses only after a second.
-  // Of these few, the files tell.
+  // Printf returns no result. A call that returned at once was accepted: a full queue refuses only after a
+  // second. Of these few, the files tell.
   std::vector<unsigned> unknown;
 };
 

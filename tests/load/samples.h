@@ -42,7 +42,7 @@ struct Range {
 };
 Range RangeOf(std::vector<Sample> const& samples, long Sample::*field);
 
-// The sample that stands at `percent` of the run.
+// The sample at `percent` of the run.
 Sample const& SampleAt(std::vector<Sample> const& samples, unsigned percent);
 
 }  // namespace velt::load

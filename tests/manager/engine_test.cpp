@@ -44,7 +44,7 @@ std::ostream& operator<<(std::ostream& out, Call const& call) {
              << call.asn << ", " << call.print << ", " << call.log << ", " << call.sub_name << ")";
 }
 
-// Notes every call; answers and behaves as told. Outlived by what it writes into.
+// Notes every call; returns and behaves as told. What it writes into outlives it.
 class NotingEngine : public VeltDebugEngine {
  public:
   struct Log {

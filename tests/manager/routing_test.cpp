@@ -469,7 +469,7 @@ TEST_F(RoutingTest, OddFormatsGiveWhatTheCLibraryGives) {
   EXPECT_EQ(Logged(), (Strings{"  I: b a", "  I: (null)"}));
 }
 
-// --- formats that nobody would see ---
+// --- formats of records that no output wants ---
 
 // Without a ring; "net" has level 0 alone, as has the default module.
 constexpr char const* kNothingKept = "nFiltLogBufSize = 0\nnet_level = 1\nnet_output = 01\ndebug_level = 1\n";

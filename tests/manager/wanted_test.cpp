@@ -1,4 +1,4 @@
-// Whether a record would reach anyone: asked before it is made.
+// Whether a record would be taken, asked before it is made.
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -52,8 +52,8 @@ VELT_SHIM_EXPORT std::size_t strftime(char* text, std::size_t capacity, char con
 namespace velt::test {
 namespace {
 
-// How a child ends that is forked while `work` is inside `function`: 0 when nobody was inside any more and a
-// new second could be stamped.
+// How a child ends that is forked while `work` is inside `function`: 0 when no thread was inside any more and
+// a new second could be stamped.
 int ForkDuring(Function function, std::function<void()> const& work) {
   stays_in = function;
   std::thread worker(work);

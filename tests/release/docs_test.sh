@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Does what the documents say: builds and runs their programs with their own command line, runs their shell commands,
-# and holds their samples of output against what comes out. Against the library as it is installed.
+# and compares their samples of output with what comes out. Uses the library as it is installed.
 #
 #   docs_test.sh SOURCE_DIRECTORY BUILD_DIRECTORY COMPILER
 #
-# A program, a command or a manual page's example that nobody has put down here fails the test, too.
+# A program, a command or a manual page's example that is not listed here fails the test, too.
 set -euo pipefail
 
 if [[ $# -ne 3 || ! -d $1/include/velt || ! -x $2/tools/veltcfg ]]; then
@@ -104,7 +104,7 @@ for key in "${!expected[@]}"; do [[ -v done_programs[$key] ]] || complain "$key:
 sample() { awk -v begin="$2" '!inside && $0 ~ "^ +" begin { inside = 1 } inside && !/^    / { exit } inside' "$source_directory/$1" |
   sed -E 's/^ +//'; }
 
-# Times, numbers and addresses are others each time.
+# Times, numbers and addresses differ each time.
 shape() { sed -E 's/^\xef\xbb\xbf//; s/0x[0-9a-f]+/0xN/g; s/[0-9]+/N/g'; }
 
 same_shape() {  # WHAT SAMPLE FOUND
@@ -153,7 +153,7 @@ done
 
 eval "$(documented docs/shipping.md 'lnav -i share/lnav/veltbaseutil/veltbaseutil_log.json')" </dev/null >/dev/null 2>&1 ||
   complain 'the format of lnav cannot be installed'
-# Without its screen, which a test has not.
+# Without a screen, since a test has none.
 seen=$(eval "$(documented docs/shipping.md 'lnav /var/log/server/') -n" </dev/null)
 [[ $(grep -c ' line one$' <<<"$seen") -eq 2 ]] || complain "lnav shows: $seen"
 query='lnav -n -c ";SELECT log_level, module, count(*) FROM veltbaseutil_log WHERE event IS NULL GROUP BY 1, 2" /var/log/server/'
@@ -233,7 +233,7 @@ for line in "CONTRIBUTING.md|ctest --test-dir build/release -R '^TrimStringTest'
     complain "failed: ${line#*|}: $(cat "$scratch/contributor")"
 done
 
-# Every other command of the documents is one that the project's own scripts and checks run.
+# Every other command of the documents is run by the project's own scripts and checks.
 elsewhere='^(scripts/setup\.sh --tests|cmake --preset release && cmake --build --preset release|\./(demo|test)\.sh.*|scripts/(campaign|check|bench)\.sh.*|scripts/setup\.sh && cmake --preset install .*|cmake --(install|build) .*|apt install \./build/install/packages/.*)$'
 while IFS= read -r line; do
   [[ $line =~ $elsewhere ]] || grep -qF -e "'$line'" -e "|$line\"" "$0" || [[ $line == g++* ]] ||

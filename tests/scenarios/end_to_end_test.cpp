@@ -1,5 +1,5 @@
-// The whole road: many producers trace into several families of files, and every record is read back and
-// accounted for.
+// From call to archive: many producers trace into several families of files, and every record is read back
+// and accounted for.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -47,7 +47,7 @@ struct Account {
 };
 
 // Reads every record of one run back. The head of the line is not looked at: a header without a line end may
-// stand in front of it.
+// be in front of it.
 Account ReadBack(std::string const& text, std::string const& run) {
   Account account;
   std::string const mark = "run=" + run + " ";

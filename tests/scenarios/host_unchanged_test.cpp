@@ -1,4 +1,4 @@
-// What the library changes in its host's process: nothing. A process in an unusual state is held against
+// What the library changes in its host's process: nothing. A process in an unusual state is compared with
 // itself before, during and after a whole life of manager, channels, rotation and look-ups.
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -166,7 +166,7 @@ class AsnAtGate : public AsnType {
   Gate& gate_;
 };
 
-// Stalls the output thread of `channel` in the middle of a record, and returns once it stands there.
+// Stalls the output thread of `channel` in the middle of a record, and returns once it waits there.
 inline void StallAt(Gate& gate, VeltDebugInfo& channel) {
   AsnAtGate const value(gate);
   channel.Trace("gate", VeltLogLevel{3}, "stalled", &value, false, true);
@@ -183,7 +183,7 @@ inline std::string HeadOf(std::string const& name, ChannelSetup const& setup) {
          setup.header;
 }
 
-// The kernel's ids of this process's threads that bear `name`.
+// The kernel's ids of this process's threads with that name.
 inline std::vector<int> ThreadsNamed(std::string const& name) {
   std::vector<int> ids;
   std::error_code failed;

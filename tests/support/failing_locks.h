@@ -51,7 +51,7 @@ class TimedWaitsEndAtOnce {
   TimedWaitsEndAtOnce& operator=(TimedWaitsEndAtOnce const&) = delete;
 };
 
-// The answer of an operation and the errno that it left.
+// The result of an operation and the errno that it left.
 struct Result {
   int answer;
   int error;

@@ -116,7 +116,7 @@ class OutputTest : public ::testing::Test {
     EXPECT_TRUE(Output(*channel, WithStamp(NewRecord("", 3, false, false), stamp)));
   }
 
-  // What stands behind the head of the newest log file.
+  // What follows the head of the newest log file.
   std::string Body() const {
     auto const logs = FilesOf(setup.directory, setup.prefix, ".log");
     if (logs.empty()) return "no log file";

@@ -95,7 +95,7 @@ after,5' "$(query 'SELECT event, count(*) FROM veltbaseutil_log WHERE event IS N
 expect 'files' 'count(DISTINCT log_path)
 5' "$(query 'SELECT count(DISTINCT log_path) FROM veltbaseutil_log')"
 
-# Records bear no year: it comes from the time of the file.
+# Records have no year: it comes from the time of the file.
 year=$(basename "${plain[0]}" | cut -c 8-11)
 expect 'years' "year
 $year" "$(query "SELECT DISTINCT strftime('%Y', log_time) AS year FROM veltbaseutil_log")"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Holds the manual pages against the programs: every option of --help stands in the page and the other way round, every
+# Compares the manual pages with the programs: every option of --help is in the page and the other way round, every
 # word for a finding is explained, and what the pages and the operators' table say of the limits is what veltcfg knows.
 #
 #   man_test.sh SOURCE_DIRECTORY DIRECTORY_OF_PROGRAMS

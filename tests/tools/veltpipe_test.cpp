@@ -43,7 +43,7 @@ Outcome Trace(std::string const& input, std::string const& directory,
   return RunProgram(Command(directory, options), input);
 }
 
-// What stands behind `label` ("app I: ") in the records of a text, in order.
+// What follows `label` ("app I: ") in the records of a text, in order.
 std::vector<std::string> MessagesIn(std::string const& text, std::string const& label = "app I: ") {
   std::vector<std::string> messages;
   for (auto const& line : Lines(text)) {
@@ -632,7 +632,7 @@ TEST(VeltpipeFaultTest, ARecordThatAFullQueueRefusesIsTriedAgain) {
   RunningProgram program(Command(scratch / "logs", {"--print", "--stats"}), {input.read, output.write, err});
   input.read.Close();
   output.write.Close();
-  std::size_t lines = 127000;  // just fit into the queue, while nobody reads standard output
+  std::size_t lines = 127000;  // just fit into the queue, while standard output is not read
   WriteAll(input.write, std::string(lines, '\n'));
   auto limit = milliseconds(60'000);
   while (lines < 140000 && WaitUntil([&input] { return IsDrained(input.write); }, limit)) {
@@ -672,7 +672,7 @@ TEST(VeltpipeFaultTest, OnAStallRecordsAreDroppedAndCountedAndTheInputIsReadOn) 
   output.write.Close();
 
   WriteAll(input.write,
-           std::string(400'000, '\n'));  // three times the queue, while nobody reads standard output
+           std::string(400'000, '\n'));  // three times the queue, while standard output is not read
   input.write.Close();
   std::string printed;
   ReadOn(output.read, printed, std::string::npos);

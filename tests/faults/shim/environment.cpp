@@ -30,7 +30,7 @@ constexpr Name<int> kErrorNames[] = {{"ENOSPC", ENOSPC}, {"EIO", EIO},       {"E
                                      {"EACCES", EACCES}, {"ENOMEM", ENOMEM}, {"EAGAIN", EAGAIN},
                                      {"ENOENT", ENOENT}, {"EROFS", EROFS}};
 
-// A rule that is not understood would make a scenario pass for nothing.
+// A rule that is not understood would make a scenario pass without testing anything.
 [[noreturn]] void Refuse(std::string const& word) {
   std::fprintf(stderr, "VELT_SHIM: cannot use '%s'\n", word.c_str());
   std::abort();

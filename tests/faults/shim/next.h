@@ -1,4 +1,4 @@
-// The function that a wrapper stands in front of.
+// The function that a wrapper replaces and calls.
 #ifndef VELT_TESTS_FAULTS_SHIM_NEXT_H
 #define VELT_TESTS_FAULTS_SHIM_NEXT_H
 

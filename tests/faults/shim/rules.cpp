@@ -24,7 +24,8 @@ constexpr std::size_t kLongestPath = 512;
 constexpr long kAnyThread = 0;
 
 // A slot is filled before `used` is stored, so that readers need no lock, which calls in the middle of an
-// allocation could not take. After ClearRules it is filled anew, perhaps under a call that still looks at it.
+// allocation could not take. After ClearRules it is filled again, perhaps under a call that still looks at
+// it.
 struct Slot {
   std::atomic<bool> used{false};
   std::atomic<Call> call{Call::kCalls};

@@ -38,7 +38,7 @@ enum class Call {
 
 enum class Action {
   kFail,   // the call is not made; errno is `error`
-  kShort,  // kWrite: half of the bytes are written, and the answer says so
+  kShort,  // kWrite: half of the bytes are written, and the result says so
   kDelay,  // `delay_ms` before the call
   kStop,   // SIGSTOP to the process before the call, which is made when it goes on
   kStall,  // the call waits until the rules are cleared, and is then made
