@@ -14,11 +14,11 @@ namespace {
 
 using testing::HasSubstr;
 
-// With calls that fail by rule, see tests/faults/shim/environment.cpp.
-Outcome TraceWith(std::string const& rules, std::string const& directory) {
+// With calls that fail by rule, see tests/faults/shim/environment.cpp. After so many seconds it gets SIGTERM.
+Outcome TraceWith(std::string const& rules, std::string const& directory, std::string const& seconds = "2") {
   return RunProgram(
       {"/usr/bin/env", "LD_PRELOAD=" VELT_FAULT_SHIM, "VELT_SHIM=" + rules, "/usr/bin/timeout", "-s", "TERM",
-       "6", std::string(VELT_TOOLS_DIR) + "/veltpipe", "--name", "t_", "--dir", directory},
+       seconds, std::string(VELT_TOOLS_DIR) + "/veltpipe", "--name", "t_", "--dir", directory},
       "line\n");
 }
 
@@ -41,10 +41,45 @@ TEST(VeltpipeDeviceTest, ADiskWithoutRoomIsNamedWhileAFileIsWaitedForAndAtTheEnd
 
   EXPECT_THAT(outcome.err, HasSubstr("veltpipe: cannot lock the family t_ in " + scratch.Path() +
                                      ": No space left on device; a second veltpipe would not be noticed\n"));
-  EXPECT_THAT(outcome.err, HasSubstr("veltpipe: waiting for a log file to be opened in " + scratch.Path() +
-                                     "/: No space left on device\n"));
+  EXPECT_THAT(outcome.err, HasSubstr("veltpipe: cannot open the log file " + (scratch / "t_2")));
+  EXPECT_THAT(outcome.err, HasSubstr(".log, 1 attempt, tried again every second, records wait in the queue: "
+                                     "No space left on device (28)\n"));
   EXPECT_THAT(outcome.err,
-              HasSubstr("veltpipe: no log file could be opened at the end: No space left on device\n"));
+              HasSubstr("veltpipe: no log file could be opened at the end: No space left on device\n"
+                        "veltpipe: 1 records were read but not written\n"));
+}
+
+TEST(VeltpipeDeviceTest, ADiskThatHasBecomeReadOnlyIsNamed) {
+  ScratchDir const scratch;
+
+  Outcome const outcome =
+      TraceWith("create,first=1,count=0,errno=EROFS,path=" + scratch.Path() + "/t_*", scratch.Path());
+
+  EXPECT_THAT(outcome.err, HasSubstr(": Read-only file system (30)\n"));
+  EXPECT_THAT(outcome.err,
+              HasSubstr("veltpipe: no log file could be opened at the end: Read-only file system\n"));
+}
+
+TEST(VeltpipeDeviceTest, AFileThatCanBeOpenedOnlyLaterGetsEveryLine) {
+  ScratchDir const scratch;
+
+  Outcome const outcome =
+      TraceWith("create,first=1,count=2,errno=ENOSPC,path=" + scratch.Path() + "/t_*", scratch.Path(), "60");
+
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_THAT(outcome.err, HasSubstr("veltpipe: opened the log file " + (scratch / "t_2")));
+  EXPECT_THAT(ReadFamily(scratch.Path(), "t_"), HasSubstr(" app I: line\n"));
+}
+
+TEST(VeltpipeDeviceTest, RecordsThatAFullDiskRefusesAreCountedAndTheErrorIsNamed) {
+  ScratchDir const scratch;
+
+  Outcome const outcome =
+      TraceWith("write,first=1,count=0,errno=ENOSPC,path=" + scratch.Path() + "/t_*", scratch.Path());
+
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_THAT(outcome.err, HasSubstr(".log, 1 record lost: No space left on device (28)\n"));
+  EXPECT_THAT(outcome.err, HasSubstr("veltpipe: 1 records could not be written: No space left on device\n"));
 }
 
 }  // namespace

@@ -95,9 +95,6 @@ Descriptor OpenOutput(std::string const& path) {
   return Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
 }
 
-// How much of a file that the program has as its standard input it has read: both share one position.
-off_t ReadSoFar(Descriptor const& input) { return lseek(input, 0, SEEK_CUR); }
-
 // Reads on until `text` holds at least `bytes` bytes; false when the other end is closed before.
 bool ReadOn(Descriptor const& from, std::string& text, std::size_t bytes) {
   char block[65536];
@@ -426,7 +423,7 @@ TEST(VeltpipeFileTest, ARunThatFollowsAnotherAtOnceLosesNeither) {
   EXPECT_THAT(Traced(scratch.Path()), ElementsAre("first", "second", "third"));
 }
 
-TEST(VeltpipeFileTest, ASecondThatAnArchiveBearsIsWaitedOut) {
+TEST(VeltpipeFileTest, ANameThatAnArchiveHasIsPassedOver) {
   ScratchDir const scratch;
   WaitForNextSecond();
   std::string const taken = NameOfThisSecond();
@@ -437,6 +434,23 @@ TEST(VeltpipeFileTest, ASecondThatAnArchiveBearsIsWaitedOut) {
   EXPECT_FALSE(Exists(scratch / taken));
   EXPECT_EQ(ReadFile(scratch / (taken + ".gz")), "not to be touched");
   EXPECT_EQ(CountLogs(scratch.Path()), 1U);
+}
+
+TEST(VeltpipeFileTest, ManyRotationsASecondLoseNothingAndKeepTheInputAtItsPace) {
+  ScratchDir const scratch;
+  std::string const input = NumberedLines(150000);  // 20 MB in the files
+  auto const began = std::chrono::steady_clock::now();
+
+  Outcome const outcome = Trace(input, scratch.Path(), {"--size", "1", "--stats"});
+  auto const took = std::chrono::steady_clock::now() - began;
+
+  EXPECT_EQ(outcome.exit_code, 0);
+  std::size_t const rotated = CountArchives(scratch.Path());
+  EXPECT_GE(rotated, 15U);
+  EXPECT_EQ(outcome.err, "veltpipe: lines in 150000, records out 150000, retries 0, files rotated " +
+                             std::to_string(rotated) + "\n");
+  EXPECT_EQ(FirstDifference(Lines(input), Traced(scratch.Path())), "");
+  EXPECT_LT(took, std::chrono::seconds(rotated)) << "a file a second is too slow";
 }
 
 TEST(VeltpipeFileTest, KeepBoundsTheArchivesOfEarlierRuns) {
@@ -529,18 +543,19 @@ INSTANTIATE_TEST_SUITE_P(Each, VeltpipeSignalTest, testing::Values(SIGTERM, SIGI
 
 TEST(VeltpipeSignalTest, ASignalBetweenRotationsLosesNothingThatWasRead) {
   ScratchDir const scratch;
-  std::string const text = NumberedLines(40000);
-  WriteFile(scratch / "in.txt", text);
-  Descriptor const input = OpenInput(scratch / "in.txt");
-  RunningProgram program(Command(scratch / "logs", {"--size", "1"}), {input, -1, -1});
+  std::string const text = NumberedLines(20000);  // 2.6 MB in the files
+  PipeEnds input;
+  RunningProgram program(Command(scratch / "logs", {"--size", "1"}), {input.read, -1, -1});
+  WriteAll(input.write, text);
   ASSERT_TRUE(WaitUntil([&] { return CountArchives(scratch / "logs") >= 1; }));
 
   program.Signal(SIGTERM);
   int const exit_code = program.Wait();
-  auto const read = static_cast<std::size_t>(ReadSoFar(input));
+  int unread = 0;
+  ASSERT_EQ(ioctl(input.read, FIONREAD, &unread), 0);
+  std::size_t const read = text.size() - static_cast<std::size_t>(unread);
 
   EXPECT_EQ(exit_code, 0);
-  EXPECT_LT(read, text.size());
   EXPECT_EQ(FirstDifference(Lines(text.substr(0, read)), Traced(scratch / "logs")), "");
 }
 
@@ -554,24 +569,47 @@ bool ReceivesSignals(RunningProgram const& program) {
   return false;
 }
 
-TEST(VeltpipeSignalTest, ASignalEndsTheWaitForAFileThatCannotBeOpened) {
-  ScratchDir const scratch;
+// A directory that exists and in which no log file can be opened: with a file name behind it the path is too
+// long.
+std::string UnusableDirectory(ScratchDir const& scratch) {
   std::string directory = scratch.Path();
   while (directory.size() < 4080)
     directory += "/" + std::string(std::min<std::size_t>(200, 4080 - directory.size()), 'd');
-  std::filesystem::create_directories(
-      directory);  // with a file name behind it the path is too long to be opened
+  std::filesystem::create_directories(directory);
+  return directory;
+}
+
+TEST(VeltpipeSignalTest, ASignalEndsTheWaitForAFileThatCannotBeOpened) {
+  ScratchDir const scratch;
+  std::string const directory = UnusableDirectory(scratch);
   Descriptor const err = OpenOutput(scratch / "err.txt");
   PipeEnds input;
-  RunningProgram program(Command(directory), {input.read, -1, err});
+  RunningProgram program(Command(directory, {"--stats"}), {input.read, -1, err});
   WriteAll(input.write, "line\n");
+  ASSERT_TRUE(WaitUntil([&input] { return IsDrained(input.write); }));
   ASSERT_TRUE(WaitUntil([&program] { return ReceivesSignals(program); }));
 
   program.Signal(SIGTERM);
   int const exit_code = program.Wait();
 
   EXPECT_EQ(exit_code, 1);
-  EXPECT_THAT(ReadFile(scratch / "err.txt"), HasSubstr("no log file could be opened"));
+  std::string const err_text = ReadFile(scratch / "err.txt");
+  EXPECT_THAT(err_text, HasSubstr("veltpipe: cannot open the log file " + directory + "/t_"));
+  EXPECT_THAT(err_text,
+              HasSubstr(", tried again every second, records wait in the queue: File name too long"));
+  EXPECT_THAT(err_text, HasSubstr("veltpipe: no log file could be opened at the end: File name too long\n"
+                                  "veltpipe: 1 records were read but not written\n"
+                                  "veltpipe: lines in 1, records out 0, retries 0, files rotated 0\n"));
+}
+
+TEST(VeltpipeFaultTest, WithOnStallDropAFileThatCannotBeOpenedIsNotWaitedForAtTheEnd) {
+  ScratchDir const scratch;
+
+  Outcome const outcome = Trace("one\ntwo\n", UnusableDirectory(scratch), {"--on-stall", "drop"});
+
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_THAT(outcome.err, HasSubstr("veltpipe: no log file could be opened at the end: File name too long\n"
+                                     "veltpipe: 2 records were read but not written\n"));
 }
 
 // ---- Faults
@@ -681,6 +719,8 @@ TEST(VeltpipeFaultTest, OnAStallRecordsAreDroppedAndCountedAndTheInputIsReadOn) 
   std::string const stats = ReadFile(scratch / "err.txt");
   std::size_t const kept = CountOf(printed, " app I: \n");
   EXPECT_GE(kept, 128'000U);
+  EXPECT_THAT(stats, HasSubstr("veltpipe: the queue of the log family " + (scratch / "logs/t_") +
+                               " is full, 1 record refused\n"));
   EXPECT_THAT(stats, HasSubstr("veltpipe: " + std::to_string(400'000 - kept) +
                                " records were dropped while the log took no more\n"));
   EXPECT_THAT(stats, HasSubstr("lines in 400000, records out " + std::to_string(kept) + ", retries 0,"));
@@ -737,14 +777,21 @@ TEST(VeltpipeFaultTest, AFileThatTakesNoMoreToTheEndIsExitCodeOneAndAMessage) {
   WriteFile(scratch / "in.txt", NumberedLines(4000));
   Descriptor const input = OpenInput(scratch / "in.txt");
   Descriptor const err = OpenOutput(scratch / "err.txt");
-  RunningProgram program(Command(scratch / "logs"), {input, -1, err}, LimitFileSize);
+  RunningProgram program(Command(scratch / "logs", {"--stats"}), {input, -1, err}, LimitFileSize);
 
   EXPECT_EQ(program.Wait(), 1);
-  EXPECT_THAT(ReadFile(scratch / "err.txt"), HasSubstr("bytes of records did not get into the log file"));
-  EXPECT_EQ(ReadFamily(scratch / "logs", "t_").size(), 300000U);
+  std::string const family = ReadFamily(scratch / "logs", "t_");
+  EXPECT_EQ(family.size(), 300000U);
+  std::size_t const whole = CountOf(family, ".\n");  // the torn line has no end
+  std::string const err_text = ReadFile(scratch / "err.txt");
+  EXPECT_THAT(err_text, HasSubstr("veltpipe: cannot write to the log file " + (scratch / "logs/t_2")));
+  EXPECT_THAT(err_text, HasSubstr(".log, 1 record lost: File too large"));
+  EXPECT_THAT(err_text, HasSubstr("veltpipe: " + std::to_string(4000 - whole) +
+                                  " records could not be written: File too large\n"));
+  EXPECT_THAT(err_text, HasSubstr("lines in 4000, records out " + std::to_string(whole) + ", "));
 }
 
-TEST(VeltpipeFaultTest, AFileThatTookNoMoreForAWhileHoldsTheInputUpOnlyForThatWhile) {
+TEST(VeltpipeFaultTest, AFileThatTookNoMoreForAWhileCostsTheRecordsOfThatWhileAndTheyAreCounted) {
   ScratchDir const scratch;
   std::string const text = NumberedLines(12000);
   WriteFile(scratch / "in.txt", text);
@@ -752,12 +799,7 @@ TEST(VeltpipeFaultTest, AFileThatTookNoMoreForAWhileHoldsTheInputUpOnlyForThatWh
   Descriptor const err = OpenOutput(scratch / "err.txt");
   PipeEnds output;
   RunningProgram program(Command(scratch / "logs", {"--size", "1", "--print"}), {input, output.write, err},
-                         [] {
-                           rlimit limit{};
-                           getrlimit(RLIMIT_FSIZE, &limit);
-                           limit.rlim_cur = 300000;
-                           setrlimit(RLIMIT_FSIZE, &limit);
-                         });
+                         LimitFileSize);
   output.write.Close();
   std::string printed;
   ASSERT_TRUE(ReadOn(output.read, printed, 600000))
@@ -770,8 +812,12 @@ TEST(VeltpipeFaultTest, AFileThatTookNoMoreForAWhileHoldsTheInputUpOnlyForThatWh
   ReadOn(output.read, printed, std::string::npos);
 
   EXPECT_EQ(program.Wait(), 1);
-  EXPECT_THAT(ReadFile(scratch / "err.txt"), HasSubstr("bytes of records did not get into the log file"));
   EXPECT_EQ(FirstDifference(Lines(text), MessagesIn(printed)), "");
+  std::size_t const whole = CountOf(ReadFamily(scratch / "logs", "t_"), ".\n");
+  std::string const err_text = ReadFile(scratch / "err.txt");
+  EXPECT_THAT(err_text, HasSubstr("takes records again, "));
+  EXPECT_THAT(err_text, HasSubstr("veltpipe: " + std::to_string(12000 - whole) +
+                                  " records could not be written: File too large\n"));
   std::vector<std::string> const traced = Traced(scratch / "logs");
   ASSERT_FALSE(traced.empty());
   EXPECT_EQ(traced.front(), Lines(text).front());

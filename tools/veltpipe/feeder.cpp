@@ -1,25 +1,20 @@
 // Hands messages to the channel of veltpipe.
 #include "tools/veltpipe/feeder.h"
 
-#include <unistd.h>
-
+#include <algorithm>
 #include <chrono>
 
 namespace velt::tools {
 namespace {
 
-constexpr std::chrono::milliseconds kRetryPause(10);
-constexpr std::chrono::seconds kDropFor(1);  // as long as a refused call has waited
+using Clock = StopSignal::Clock;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
 
-// A record in the file is "MM-DD hh:mm:ss.uuuuuu", ".T" and the thread id, " module ", the tag, the message
-// and a newline.
-std::size_t RecordOverhead(Options const& options) {
-  std::size_t const stamp = 21;
-  std::size_t const thread = 2 + std::to_string(gettid()).size();
-  std::size_t const module = 1 + options.module.size() + 1;
-  std::size_t const tag = options.level <= 3 ? 3 : 0;
-  return stamp + thread + module + tag + 1;
-}
+constexpr milliseconds kRetryPause(10);
+constexpr unsigned kFlushMilliseconds = 100;  // then the stop signal is looked at
+constexpr seconds kGrace(3);                  // the channel tries to open a file every second
+constexpr seconds kPatience(1);               // the same with --on-stall drop
 
 }  // namespace
 
@@ -28,45 +23,81 @@ Feeder::Feeder(Options const& options, Limits const& limits, StopSignal& stop, S
       level_(static_cast<VeltLogLevel>(options.level)),
       print_(options.print),
       drop_on_stall_(options.drop_on_stall),
-      overhead_bytes_(RecordOverhead(options)),
       stop_(stop),
       statistics_(statistics),
-      family_(options.directory, options.name),
-      pacer_(family_, stop, statistics, limits.file_bytes, options.drop_on_stall) {
-  pacer_.WaitForFreeSecond();
-  channel_ = std::make_unique<VeltDebugInfo>(family_.Directory(), options.name, "", false, false,
-                                             limits.ring_records, limits.file_bytes, limits.archives,
-                                             limits.files_per_archive, true);
-  (void)pacer_.WaitForFirstFile(*channel_);  // if a signal ends the wait, no input is read
+      problems_(options.drop_on_stall),
+      channel_(std::make_unique<VeltDebugInfo>(options.directory, options.name, "", false, false,
+                                               limits.ring_records, limits.file_bytes, limits.archives,
+                                               limits.files_per_archive, true)),
+      last_move_(Clock::now()) {
+  problems_.Watch(channel_.get());
+  if (drop_on_stall_) channel_->SetQueueWait(0);
 }
+
+Feeder::~Feeder() { problems_.Watch(nullptr); }
 
 void Feeder::Feed(std::string const& message) {
-  if (drop_on_stall_ && StopSignal::Clock::now() < next_try_) {
-    ++statistics_.records_dropped;
-    return;
-  }
-  std::size_t const record_bytes = overhead_bytes_ + message.size();
-  if (!pacer_.Admit(record_bytes) || !TryUntilAccepted(message)) {
+  if (given_up_) {
+    ++statistics_.records_given_up;
+  } else if (!TryUntilAccepted(message)) {
     ++(drop_on_stall_ ? statistics_.records_dropped : statistics_.records_given_up);
-    next_try_ = StopSignal::Clock::now() + kDropFor;
-    return;
   }
-  ++statistics_.records_out;
-  pacer_.Count(record_bytes);
-}
-
-void Feeder::Finish() {
-  channel_.reset();
-  pacer_.CheckEnd();
 }
 
 bool Feeder::TryUntilAccepted(std::string const& message) {
   while (!channel_->Trace(module_, level_, message.c_str(), nullptr, print_, true)) {
-    if (drop_on_stall_ || pacer_.IsHopeless()) return false;
+    (void)channel_->Init();  // starts the thread if it could not be started before
+    if (drop_on_stall_) return false;
+    given_up_ = IsHopeless();
+    if (given_up_) return false;
     ++statistics_.retries;
     stop_.Pause(kRetryPause);
   }
   return true;
+}
+
+void Feeder::Finish() {
+  finishing_ = true;
+  last_move_ = Clock::now();
+  while (!IsDone() && !IsHopeless()) {
+  }
+  Refresh();
+  VeltTraceCounts const counts = channel_->Counts();
+  statistics_.no_log_file = problems_.IsWithoutFile(counts.filesOpened) || counts.filesOpened == 0;
+  statistics_.records_given_up += counts.queued;
+  problems_.Watch(nullptr);
+  channel_.reset();
+}
+
+void Feeder::Refresh() {
+  VeltTraceCounts const counts = channel_->Counts();
+  statistics_.records_out = counts.written;
+  statistics_.records_lost = counts.lost;
+  statistics_.files_rotated = counts.filesOpened > 0 ? counts.filesOpened - 1 : 0;
+}
+
+// Waits for a moment, and says whether all is in the log or lost.
+bool Feeder::IsDone() {
+  if (!channel_->Flush(kFlushMilliseconds)) return false;
+  if (channel_->Counts().filesOpened > 0) return true;
+  (void)channel_->Init();  // as in TryUntilAccepted
+  stop_.Pause(kRetryPause);
+  return false;
+}
+
+// Whether no file can be opened and nobody wants to wait for one any longer. An output that is only slow is
+// waited for, whatever it takes.
+bool Feeder::IsHopeless() {
+  VeltTraceCounts const counts = channel_->Counts();
+  std::uint64_t const steps = counts.written + counts.printedOnly + counts.lost + counts.filesOpened;
+  auto const now = Clock::now();
+  if (steps != steps_) {
+    steps_ = steps;
+    last_move_ = now;
+  }
+  if (!problems_.IsWithoutFile(counts.filesOpened) && channel_->Init()) return false;
+  if (stop_.Raised() && now - std::max(stop_.RaisedAt(), last_move_) > kGrace) return true;
+  return finishing_ && drop_on_stall_ && now - last_move_ > kPatience;
 }
 
 }  // namespace velt::tools

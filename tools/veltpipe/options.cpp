@@ -205,12 +205,12 @@ limit is compressed and a new one begun, and only the newest archives are kept.
   --version      show the version
 
 A line of more than 2048 characters becomes several records; a NUL byte becomes the two characters \0.
-When the log is slower than the input, the input waits, unless --on-stall says otherwise: at most one file a second
-is filled.
+When the log is slower than the input, the input waits, unless --on-stall says otherwise. A record that the device
+refuses (a full disk) is lost, counted and told.
 SIGTERM, SIGINT and SIGHUP end it once everything that was read is written.
 A second veltpipe on a family is refused.
 
-Exit status: 0 when every line read was traced, 1 when not, 2 for a wrong command line.
+Exit status: 0 when every line read is in the log, 1 when not, 2 for a wrong command line.
 )";
 }
 

@@ -10,6 +10,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 namespace velt::tools {
 namespace {
@@ -37,8 +38,9 @@ double Seconds(Progress::Clock::duration time) { return std::chrono::duration<do
 
 }  // namespace
 
-Progress::Progress(bool wanted, Statistics const& statistics)
+Progress::Progress(bool wanted, Statistics const& statistics, std::function<void()> refresh)
     : statistics_(statistics),
+      refresh_(std::move(refresh)),
       shown_(wanted && isatty(STDERR_FILENO) == 1),
       began_(Clock::now()),
       renewed_(began_) {}
@@ -46,6 +48,7 @@ Progress::Progress(bool wanted, Statistics const& statistics)
 void Progress::Tick() {
   auto const now = Clock::now();
   if (!shown_ || now - renewed_ < kEvery) return;
+  refresh_();
   auto const new_bytes = static_cast<double>(statistics_.bytes_in - renewed_bytes_);
   Write(new_bytes / Seconds(now - renewed_), "\r");
   renewed_ = now;

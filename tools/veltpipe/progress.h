@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include "tools/veltpipe/statistics.h"
 
@@ -19,7 +20,8 @@ class Progress {
  public:
   using Clock = std::chrono::steady_clock;
 
-  Progress(bool wanted, Statistics const& statistics);
+  // `refresh` is called before each redraw but the last: it brings the statistics up to date.
+  Progress(bool wanted, Statistics const& statistics, std::function<void()> refresh);
 
   bool IsShown() const { return shown_; }
 
@@ -35,6 +37,7 @@ class Progress {
   void Write(double bytes_per_second, char const* end);
 
   Statistics const& statistics_;
+  std::function<void()> const refresh_;
   bool const shown_;
   Clock::time_point const began_;
   Clock::time_point renewed_;

@@ -108,7 +108,7 @@ int Run(Options const& options) {
   Statistics statistics;
   Feeder feeder(options, LimitsFor(options), stop, statistics);
   LineSplitter lines(options.escape, [&feeder](std::string const& message) { feeder.Feed(message); });
-  Progress progress(options.progress, statistics);
+  Progress progress(options.progress, statistics, [&feeder] { feeder.Refresh(); });
   int const read_error = ReadInput(STDIN_FILENO, stop, lines, statistics, progress);
   lines.Finish();
   feeder.Finish();
@@ -118,7 +118,7 @@ int Run(Options const& options) {
   if (read_error != 0)
     std::fprintf(stderr, "veltpipe: cannot read standard input: %s; it takes a pipe or a file\n",
                  std::strerror(read_error));
-  PrintLoss(statistics, HasLoss(statistics) ? feeder.WhyNoFile() : "", stderr);
+  PrintLoss(statistics, feeder.OpenError(), feeder.WriteError(), stderr);
   if (options.stats) (options.json ? PrintStatisticsAsJson : PrintStatistics)(statistics, stderr);
   return read_error == 0 && !HasLoss(statistics) ? kSuccess : kLoss;
 }
