@@ -86,8 +86,7 @@ int AsOrdinaryUser(int (*body)(std::string const&), std::string const& argument)
   return child.exit_code;
 }
 
-// --- one line
-// ------------------------------------------------------------------------------------------------------
+// --- one line ---
 
 TEST(NameValueTest, TheFirstEqualsSignSplitsTheLine) {
   std::string name;
@@ -241,8 +240,7 @@ TEST(GetLineTest, ALineEndsAtItsFirstNul) {
   EXPECT_EQ(name + "/" + value, "c/3");
 }
 
-// --- the text of one item
-// --------------------------------------------------------------------------------------------
+// --- the text of one item ---
 
 TEST(CfgStringTest, FindsTheValueOfALineWithBlanksEverywhere) {
   EXPECT_EQ(ValueOf("key", "  key =  a = b\r\n"), "a = b");
@@ -470,8 +468,7 @@ TEST(CfgStringTest, AChangedFileIsSeenByTheNextLookUp) {
   EXPECT_EQ(LookUp("key", path.c_str()).text, "new");
 }
 
-// --- over-long lines, foreign bytes, large files
-// -----------------------------------------------------------------------
+// --- over-long lines, foreign bytes, large files ---
 
 TEST(CfgStringTest, AnOverLongLineIsParsedAndEndsTheSearch) {
   std::string const content = "before=1\nlong=" + std::string(5000, 'x') + "\nafter=2\n";
@@ -640,8 +637,7 @@ TEST(CfgStringTest, AFileThatComesAndGoesGivesAWholeValueOrNone) {
   EXPECT_EQ(look_ups.Torn(), 0);
 }
 
-// --- the number of one item
-// ------------------------------------------------------------------------------------------
+// --- the number of one item ---
 
 TEST(CfgIntTest, ReadsDecimalNumbers) {
   EXPECT_EQ(NumberOf("0"), 0);
@@ -703,8 +699,7 @@ TEST(CfgIntTest, AValueOf1791CharactersFitsAndOneMoreDoesNot) {
   EXPECT_EQ(NumberOf(std::string(1791, '0') + "5"), -77);
 }
 
-// --- all items
-// -------------------------------------------------------------------------------------------------------
+// --- all items ---
 
 TEST(AllCfgItemTest, CollectsEveryItem) {
   Items const items = AllOf("a = 1\n\n# c=3\n[s]\n =empty name\nb=\nd=x=y");

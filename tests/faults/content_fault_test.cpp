@@ -40,7 +40,7 @@ VeltDebugMgr& Manager() { return *VeltDebugMgr::Instance(); }
 // --- formats ---
 
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // formats that a compiler would not let pass
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // formats that a compiler would refuse
 #pragma GCC diagnostic ignored "-Wformat-security"
 
 // Every function that takes a format, under a number.

@@ -114,8 +114,7 @@ bool Matches(std::string const& line, std::string const& rest) {
          line.substr(end_of_id) == rest;
 }
 
-// --- the call to the manager
-// -----------------------------------------------------------------------------------------
+// --- the call to the manager ---
 
 TEST_F(MrbTest, AFormattedTextIsTracedUnderMrbAtLevelTwoAndLoggedByDefault) {
   StartWithEngine();
@@ -274,8 +273,7 @@ TEST_F(MrbTest, ANullTextIsPassedOnAsItIs) {
   EXPECT_TRUE(calls_[1].null_text);
 }
 
-// --- the two switches
-// ------------------------------------------------------------------------------------------------
+// --- the two switches ---
 
 struct Switches {
   char const* name;
@@ -439,8 +437,7 @@ TEST_F(MrbTest, ThreadsThatTraceFirstAtTheSameTimeHaveTheSameSwitches) {
   }
 }
 
-// --- through the manager into a log directory
-// ------------------------------------------------------------------------
+// --- through the manager into a log directory ---
 
 TEST_F(MrbTest, EachFunctionWritesItsLineToTheLog) {
   StartWithChannel();

@@ -33,7 +33,7 @@ unsigned long ChecksumOf(std::string const& text) {
   return crc32(0, reinterpret_cast<Bytef const*>(text.data()), static_cast<uInt>(text.size()));
 }
 
-// A record that can vouch for itself: "run=<id> p=<producer> s=<sequence> <filling> sum=<checksum of all
+// A record that can be checked by itself: "run=<id> p=<producer> s=<sequence> <filling> sum=<checksum of all
 // before>".
 std::string Message(std::string const& run, int producer, int sequence, std::size_t filling) {
   std::string text = "run=" + run + " p=" + std::to_string(producer) + " s=" + std::to_string(sequence) + " ";
@@ -43,7 +43,7 @@ std::string Message(std::string const& run, int producer, int sequence, std::siz
 
 struct Account {
   std::map<int, std::vector<int>> sequences;  // by producer, in the order of the files
-  std::string first_fault;                    // the first record that does not vouch for itself
+  std::string first_fault;                    // the first record that fails its own check
 };
 
 // Reads every record of one run back. The head of the line is not looked at: a header without a line end may

@@ -47,7 +47,7 @@ int Fork(std::function<int()> const& body) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
-// Answers every call; must be deleted by the process that made it and by no other.
+// Returns true for every call; only the process that made it may delete it.
 class OwnEngine : public VeltDebugEngine {
  public:
   ~OwnEngine() override {

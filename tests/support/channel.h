@@ -71,7 +71,7 @@ class NoNewThreads {
   pthread_attr_t before_{};
 };
 
-// A channel whose output thread could not be created: what belongs to that thread belongs to the test.
+// A channel whose output thread could not be created: the test may do that thread's work.
 inline std::unique_ptr<VeltDebugInfo> MakeIdleChannel(ChannelSetup const& setup) {
   NoNewThreads const none;
   return MakeChannel(setup);
@@ -129,7 +129,7 @@ class AsnText : public AsnType {
   inline static std::atomic<int> live_{0};
 };
 
-// What stalls an output thread: it waits where it prints until the gate is opened.
+// Stalls an output thread: its Print waits until the gate is opened.
 class Gate {
  public:
   void Open() {
@@ -155,7 +155,7 @@ class Gate {
   bool entered_ = false;
 };
 
-// A value that prints nothing, but only after its gate was opened.
+// A value that waits in Print until its gate is opened, and prints nothing.
 class AsnAtGate : public AsnType {
  public:
   explicit AsnAtGate(Gate& gate) : gate_(gate) {}
@@ -223,7 +223,7 @@ template <typename Body>
 int InFork(Body body) {
   pid_t const child = fork();
   if (child == 0) {
-    alarm(60);  // what hangs ends by this
+    alarm(60);  // ends a child that hangs
     _exit(body());
   }
   int status = 0;
@@ -235,7 +235,7 @@ int InFork(Body body) {
 inline RecordQueue& OutputQueueOf(VeltDebugInfo& channel) { return ChannelState::Of(channel).m_OutputQueue; }
 inline RecordQueue& RingOf(VeltDebugInfo& channel) { return ChannelState::Of(channel).m_DiscardQueue; }
 
-// Whether the output thread has ended; what it wrote is then the caller's to read.
+// Whether the output thread has ended; the caller may then read what it wrote.
 inline bool ThreadHasEnded(VeltDebugInfo& channel) {
   return ChannelState::Of(channel).m_bThreadExited.load(std::memory_order_acquire);
 }

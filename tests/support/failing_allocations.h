@@ -13,7 +13,7 @@ class FailingAllocation {
   FailingAllocation(FailingAllocation const&) = delete;
   FailingAllocation& operator=(FailingAllocation const&) = delete;
 
-  bool Failed() const;  // whether it has come to that
+  bool Failed() const;  // whether that allocation was made
 };
 
 // Memory that operator new[] never gave out, and that operator delete[] may be called with while this lives:

@@ -23,7 +23,7 @@ ScratchDir::ScratchDir() {
 }
 
 ScratchDir::~ScratchDir() {
-  std::error_code ignored;  // a test that leaves something unremovable has failed already
+  std::error_code ignored;  // if something cannot be removed, the test has failed already
   fs::remove_all(path_, ignored);
 }
 

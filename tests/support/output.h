@@ -28,7 +28,7 @@ inline constexpr std::size_t kLineHeadLength = 27;  // of kLineHead
 class CoutToText : public std::streambuf {
  public:
   CoutToText() : before_(std::cout.rdbuf(this)) {}
-  ~CoutToText() override { std::cout.rdbuf(before_); }  // which makes the stream good again
+  ~CoutToText() override { std::cout.rdbuf(before_); }  // also makes the stream good again
   CoutToText(CoutToText const&) = delete;
   CoutToText& operator=(CoutToText const&) = delete;
 

@@ -98,7 +98,7 @@ Outcome RunForked(std::function<int()> const& body, std::string const& input,
   in.CloseRead();
   out.CloseWrite();
   err.CloseWrite();
-  auto const before = std::signal(SIGPIPE, SIG_IGN);  // a child that stops reading is no reason to die
+  auto const before = std::signal(SIGPIPE, SIG_IGN);  // a child that stops reading must not end the test
   Outcome outcome;
   bool const ended = Pump(in, out, err, input, outcome, deadline);
   Reap(child, ended, outcome, deadline);

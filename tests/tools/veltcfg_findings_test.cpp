@@ -20,7 +20,7 @@ using testing::IsEmpty;
 
 class VeltcfgFindingsTest : public VeltcfgTest {};
 
-// ---- Lines
+// --- Lines ---
 
 TEST_F(VeltcfgFindingsTest, ALineWithoutAnEqualsSignIsAWarningAndACommentIsNone) {
   EXPECT_THAT(
@@ -85,7 +85,7 @@ TEST_F(VeltcfgFindingsTest, ControlCharactersOfAFileDoNotReachTheTerminal) {
   EXPECT_THAT(findings, ElementsAre(HasSubstr("skipped: \"\\x1b[31mred\\x07\\x9b\\xc2\\x9b\"")));
 }
 
-// ---- Names
+// --- Names ---
 
 TEST_F(VeltcfgFindingsTest, OfANumberSetTwiceTheFirstLineCounts) {
   EXPECT_THAT(
@@ -163,7 +163,7 @@ TEST_F(VeltcfgFindingsTest, MainFileGivenAsTheHostsOwnIsReadOnce) {
   EXPECT_THAT(outcome.out, HasSubstr("  EnableLog               no"));
 }
 
-// ---- Numbers
+// --- Numbers ---
 
 TEST_F(VeltcfgFindingsTest, EveryLimitOutOfRangeIsReplacedAndSaysByWhat) {
   EXPECT_THAT(
@@ -252,7 +252,7 @@ TEST_F(VeltcfgFindingsTest, SwitchesAreReadFromTheMainFile) {
   EXPECT_THAT(outcome.out, HasSubstr("  EnableLog               no  (\"0\" in "));
 }
 
-// ---- Modules
+// --- Modules ---
 
 TEST_F(VeltcfgFindingsTest, EveryModuleStandsThereWithBitsAndTags) {
   WriteFile(root_.DebugFile(), "net_level = 11111\nstore_output = 11\n");

@@ -25,7 +25,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-// ---- Exit codes
+// --- Exit codes ---
 
 TEST_F(VeltcfgTest, ACleanConfigurationIsExitCodeZeroAndNoFinding) {
   WriteFile(root_.DebugFile(), "# comment\n\nnMaxFileNum = 7\ndebug_level = 1110\n");
@@ -151,7 +151,7 @@ TEST_F(VeltcfgTest, TheExampleConfigurationIsClean) {
   EXPECT_THAT(outcome.out, HasSubstr("  first   " VELT_SOURCE_DIR "/examples/conf/default_debug.cfg\n"));
 }
 
-// ---- Environment and files
+// --- Environment and files ---
 
 TEST_F(VeltcfgTest, EveryPathIsShownWithTheVariableThatItComesFrom) {
   std::string const dir = root_.Dir().Path();

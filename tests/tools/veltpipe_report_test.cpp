@@ -101,7 +101,7 @@ class Terminal {
   std::string text_;
 };
 
-// ---- Progress
+// --- Progress ---
 
 // Tests that look at a terminal. Some containers have no device to make one with.
 class VeltpipeTerminalTest : public ::testing::Test {
@@ -228,7 +228,7 @@ TEST_F(VeltpipeTerminalTest, AJobInTheBackgroundShowsNothing) {
   EXPECT_THAT(terminal.Text(), IsEmpty());
 }
 
-// ---- Statistics
+// --- Statistics ---
 
 TEST(VeltpipeJsonTest, TheStatisticsAreOneLineOfJson) {
   ScratchDir const scratch;
@@ -275,7 +275,7 @@ TEST(VeltpipeJsonTest, JsonWithoutStatisticsIsExitCodeTwo) {
   EXPECT_FALSE(Exists(scratch / "logs"));
 }
 
-// ---- Complaints: program, cause, hint
+// --- Complaints: program, cause, hint ---
 
 TEST(VeltpipeComplaintTest, ADirectoryThatCannotBeUsedSaysWhyAndWhatToDo) {
   ScratchDir const scratch;

@@ -120,7 +120,7 @@ bool IsDrained(Descriptor const& pipe) {
   return ioctl(pipe, FIONREAD, &waiting) == 0 && waiting == 0;
 }
 
-// ---- Command line
+// --- Command line ---
 
 TEST(VeltpipeCommandLineTest, HelpNamesEveryOptionOnStandardOutput) {
   Outcome const outcome = RunProgram({kProgram, "--help"});
@@ -214,7 +214,7 @@ TEST(VeltpipeCommandLineTest, LimitsAtBothEndsOfTheirRangesAreTaken) {
   EXPECT_EQ(highest.exit_code, 0) << highest.err;
 }
 
-// ---- Directory
+// --- Directory ---
 
 TEST(VeltpipeDirectoryTest, AMissingDirectoryIsMadeWithItsParents) {
   ScratchDir const scratch;
@@ -246,7 +246,7 @@ TEST(VeltpipeDirectoryTest, ADirectoryThatCannotBeMadeIsExitCodeOne) {
   EXPECT_THAT(outcome.err, HasSubstr("cannot create the directory"));
 }
 
-// ---- Lines and records
+// --- Lines and records ---
 
 TEST(VeltpipeLineTest, EachLineIsOneRecordOfTheModuleAndLevel) {
   ScratchDir const scratch;
@@ -400,7 +400,7 @@ TEST(VeltpipeLineTest, PrintCopiesEveryRecordToStandardOutput) {
   EXPECT_THAT(Traced(scratch.Path()), ElementsAre("one", "two"));
 }
 
-// ---- Files
+// --- Files ---
 
 TEST(VeltpipeFileTest, EveryLineIsThereOnceAcrossRotationsFasterThanOneASecond) {
   ScratchDir const scratch;
@@ -465,7 +465,7 @@ TEST(VeltpipeFileTest, KeepBoundsTheArchivesOfEarlierRuns) {
               ElementsAre("t_20200102_000000.log.gz", "t_20200103_000000.log.gz"));
 }
 
-// ---- Configuration
+// --- Configuration ---
 
 class VeltpipeConfigTest : public testing::Test {
  protected:
@@ -518,7 +518,7 @@ TEST_F(VeltpipeConfigTest, LevelsAndOutputsOfTheFileDoNotFilter) {
   EXPECT_THAT(Traced(logs_.Path()), ElementsAre("line"));
 }
 
-// ---- Signals
+// --- Signals ---
 
 class VeltpipeSignalTest : public testing::TestWithParam<int> {};
 
@@ -612,7 +612,7 @@ TEST(VeltpipeFaultTest, WithOnStallDropAFileThatCannotBeOpenedIsNotWaitedForAtTh
                                      "veltpipe: 2 records were read but not written\n"));
 }
 
-// ---- Faults
+// --- Faults ---
 
 TEST(VeltpipeFaultTest, AClosedStandardInputIsAnEmptyOne) {
   ScratchDir const scratch;
