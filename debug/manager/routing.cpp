@@ -77,7 +77,7 @@ bool ExpandAndTrace(ManagerState& state, std::string const& module, VeltLogLevel
   return true;
 }
 
-// Returns false as ExpandAndTrace does; a message that nobody wants is expanded only if `mustExpand`.
+// Returns false as ExpandAndTrace does; a message that is not wanted is expanded only if `mustExpand`.
 bool Print(ManagerState& state, std::string const& module, VeltLogLevel level, bool mustExpand,
            char const* fmt, std::va_list args) VELT_PRINTF_FORMAT(5, 0);
 bool Print(ManagerState& state, std::string const& module, VeltLogLevel level, bool mustExpand,

@@ -85,7 +85,7 @@ bool Feeder::IsDone() {
   return false;
 }
 
-// Whether no file can be opened and nobody wants to wait for one any longer. An output that is only slow is
+// Whether no file can be opened and veltpipe must not wait for one any longer. An output that is only slow is
 // waited for, whatever it takes.
 bool Feeder::IsHopeless() {
   VeltTraceCounts const counts = channel_->Counts();

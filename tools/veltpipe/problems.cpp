@@ -32,7 +32,7 @@ void Say(char const* sentence) {
   pollfd out{STDERR_FILENO, POLLOUT, 0};
   if (poll(&out, 1, 0) != 1 || (out.revents & POLLOUT) == 0) return;
   std::string const line = std::string("veltpipe: ") + sentence + "\n";
-  (void)!write(STDERR_FILENO, line.data(), line.size());  // nobody is left to tell of a failure
+  (void)!write(STDERR_FILENO, line.data(), line.size());  // a failure cannot be reported
 }
 
 void Hear(VeltProblem const& problem) {

@@ -10,7 +10,7 @@ namespace velt::tools {
 
 // Problems writes each report of the library to standard error as "veltpipe: ..." and remembers the last
 // errors. A report is dropped if standard error does not take it at once: the output thread makes it, and the
-// log must not wait for a terminal that is stopped or a pipe that nobody reads.
+// log must not wait for a terminal that is stopped or a pipe that is not read.
 //
 // Threads: reports come from the output thread; the rest is for the main thread. One object at a time.
 class Problems {
