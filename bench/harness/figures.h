@@ -3,7 +3,8 @@
 //
 //   static constexpr std::size_t kFixedLength      length of a line without module name and thread id
 //   static constexpr std::size_t kThreadIdWidth    what shorter thread ids are padded to
-//   static std::vector<std::string> OutputNames()  files that it may open first, for the stalled output
+//   static std::vector<std::string> OutputNames()  files that it may open first, for the stalled output; or
+//   void Stall(), void Resume()                    where it takes no file that is there: stalls its output
 //   Logger(Options const&, Modules const&)         writes below Options::LogDirectory()
 //   bool Log(module index, customer, worker, step) from any thread; whether the record was accepted
 //   ~Logger()                                      everything accepted is in the file afterwards
@@ -221,15 +222,31 @@ void MeasureIdle(Options const& options) {
   result.Print();
 }
 
-// Memory when the output stalls and the queue is full. The file is a pipe that is not read; the queue counts
-// as full when a call has not come back for a while. Then the pipe is read, and every record must come out.
+template <typename Logger, typename = void>
+struct StallsItself : std::false_type {};
+template <typename Logger>
+struct StallsItself<Logger, std::void_t<decltype(&Logger::Stall)>> : std::true_type {};
+
+template <typename Logger>
+std::vector<std::string> NamesToStall() {
+  if constexpr (StallsItself<Logger>::value) {
+    return {};
+  } else {
+    return Logger::OutputNames();
+  }
+}
+
+// Memory when the output stalls and the queue is full. The file is a pipe that is not read, or the logger
+// stalls itself; the queue counts as full when a call has not come back for a while. Then the output goes on,
+// and every record must come out.
 template <typename Logger>
 void MeasureFullQueue(Options const& options) {
   constexpr std::int64_t kStuckNs = 300'000'000;
   constexpr std::size_t kMostRecords = 1'000'000;
-  StalledOutput output(options.LogDirectory(), Logger::OutputNames());
+  StalledOutput output(options.LogDirectory(), NamesToStall<Logger>());
   Modules const modules = MakeModules(Logger::kFixedLength + ThreadIdLength(Logger::kThreadIdWidth));
   auto logger = std::make_unique<Logger>(options, modules);
+  if constexpr (StallsItself<Logger>::value) logger->Stall();
   double const before = PeakMemoryMb();
 
   std::atomic<std::size_t> calls{0};
@@ -255,9 +272,11 @@ void MeasureFullQueue(Options const& options) {
   enough = true;
   Ledger ledger(1, kMostRecords);
   output.StartReading(ledger);
+  if constexpr (StallsItself<Logger>::value) logger->Resume();
   producer.join();
   logger.reset();
   output.FinishReading();
+  if constexpr (StallsItself<Logger>::value) ReadBack(options.LogDirectory(), ledger);
   if (refused != 0) Fail(std::to_string(refused) + " records refused");
   ledger.Demand(calls);
   Result result;

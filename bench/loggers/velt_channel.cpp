@@ -1,4 +1,5 @@
 // A channel of this library by itself, whose file never reaches its limit.
+#include <array>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -15,7 +16,6 @@ class ChannelLogger {
  public:
   static constexpr std::size_t kFixedLength = kVeltFixedLength;
   static constexpr std::size_t kThreadIdWidth = 1;
-  static std::vector<std::string> OutputNames() { return NextFileNames(kFamily); }
 
   ChannelLogger(Options const& options, Modules const& modules)
       : modules_(modules),
@@ -27,10 +27,18 @@ class ChannelLogger {
     return channel_.Trace(modules_[module], kInformation, message.data(), nullptr, false, true);
   }
 
+  void Stall() {
+    if (!channel_.Trace(modules_[0], kInformation, "stalled", gate_.ClosedValue().get(), false, true)) {
+      Fail("the stalling record was refused");
+    }
+  }
+  void Resume() { gate_.Open(); }
+
  private:
   static constexpr unsigned kFileLimit = 2'000'000'000;
 
   Modules modules_;
+  OutputGate gate_;
   VeltDebugInfo channel_;
 };
 

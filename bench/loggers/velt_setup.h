@@ -2,11 +2,12 @@
 #ifndef VELT_BENCH_LOGGERS_VELT_SETUP_H
 #define VELT_BENCH_LOGGERS_VELT_SETUP_H
 
-#include <array>
 #include <bitset>
-#include <ctime>
 #include <fstream>
+#include <future>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "velt/manager.h"
@@ -43,20 +44,27 @@ inline void StartManager(Options const& options, Modules const& modules, HostLim
   }
 }
 
-// Names of the files that a channel with this prefix may open within the next seconds.
-inline std::vector<std::string> NextFileNames(std::string const& prefix) {
-  constexpr int kSeconds = 6;
-  std::vector<std::string> names;
-  for (int i = 0; i < kSeconds; ++i) {
-    std::time_t const when = std::time(nullptr) + i;
-    std::tm local{};
-    (void)localtime_r(&when, &local);
-    std::array<char, 64> text{};
-    (void)std::strftime(text.data(), text.size(), "%Y%m%d_%H%M%S.log", &local);
-    names.push_back(prefix + text.data());
-  }
-  return names;
-}
+// Keeps an output thread busy. A pipe in place of the file would not: a channel opens no name that exists.
+class OutputGate {
+ public:
+  // A value whose printing waits until Open.
+  std::unique_ptr<AsnType> ClosedValue() const { return std::make_unique<Value>(opened_); }
+  void Open() { open_.set_value(); }
+
+ private:
+  class Value : public AsnType {
+   public:
+    explicit Value(std::shared_future<void> opened) : opened_(std::move(opened)) {}
+    AsnType* Clone() const override { return new Value(opened_); }
+    void Print(std::ostream& /*out*/, int /*unused*/, int /*unused*/) const override { opened_.wait(); }
+
+   private:
+    std::shared_future<void> opened_;
+  };
+
+  std::promise<void> open_;
+  std::shared_future<void> opened_{open_.get_future()};
+};
 
 }  // namespace velt::bench
 
