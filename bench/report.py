@@ -117,7 +117,7 @@ def memory_tables(f):
         metrics = ("peak_mb", "before_mb", "after_mb", "queued")
         cells = [number(f.get("e", subject, "", metric)) for metric in metrics]
         rows.append([subject, *cells, ratio(ours, f.get("e", subject, "", "peak_mb")) if subject != OURS else ""])
-    yield ("The log file is a pipe that nobody reads; then it is read to its end",
+    yield ("The output is stalled, by a pipe in place of the file or a value that waits to be printed; then it goes on",
            ["", "peak", "before", "resident after", "records", "Printf/it"], rows)
 
 
