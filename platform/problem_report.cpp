@@ -7,6 +7,8 @@
 #include <cstring>
 #include <exception>
 
+#include "platform/no_cancellation.h"
+
 namespace velt {
 namespace {
 
@@ -40,6 +42,7 @@ void TellProblem(VeltProblemKind kind, std::string const& sentence, std::string 
                  std::uint64_t count) noexcept {
   VeltProblemHandler const handler = problem_handler.load(std::memory_order_acquire);
   if (telling || (handler == nullptr && !to_standard_error.load(std::memory_order_relaxed))) return;
+  NoCancellation const none;  // writing is a cancellation point, and this function lets nothing through
   telling = true;
   try {
     std::string const whole = WithReason(sentence, error);

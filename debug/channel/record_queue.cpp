@@ -9,6 +9,8 @@
 
 #include "velt/channel.h"
 
+#include "platform/no_cancellation.h"
+
 namespace velt {
 namespace {
 
@@ -50,22 +52,6 @@ class QueueLock {
  private:
   ACE_thread_mutex_t* mutex_;
   bool locked_;
-};
-
-// Disables cancellation: a thread that is cancelled in the wait would lose its record and stay counted as
-// waiting. It is cancelled at its next cancellation point instead.
-class NoCancellation {
- public:
-  NoCancellation() { changed_ = pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_) == 0; }
-  ~NoCancellation() {
-    if (changed_) (void)pthread_setcancelstate(before_, nullptr);
-  }
-  NoCancellation(NoCancellation const&) = delete;
-  NoCancellation& operator=(NoCancellation const&) = delete;
-
- private:
-  int before_ = 0;
-  bool changed_;
 };
 
 }  // namespace
@@ -112,7 +98,7 @@ bool RecordQueue::AppendWhenRoom_i(ACE_Message_Block* block, std::chrono::millis
   }
   // The wait begins here, so that the time in which the caller made its record does not count.
   ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(wait);
-  NoCancellation const none;
+  NoCancellation const none;  // a cancelled caller would lose its record and stay counted as waiting
   Caller caller{block, lock_};
   (last_caller_ == nullptr ? first_caller_ : last_caller_->next) = &caller;
   last_caller_ = &caller;
