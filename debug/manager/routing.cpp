@@ -35,6 +35,15 @@ bool Refused(ManagerState& state) {
   return false;
 }
 
+// ResolveFlags, which counts the record as refused when it throws.
+velt::OutputFlags FlagsOrRefused(ManagerState& state, std::string const& module, VeltLogLevel level,
+                                 velt::OutputFlags asked) try {
+  return velt::ResolveFlags(state, module, level, asked);
+} catch (...) {
+  Refused(state);
+  throw;
+}
+
 // Traces to the main channel. `length` is strlen(text) if known, else npos.
 bool TraceToMain(ManagerState& state, std::string const& module, VeltLogLevel level, char const* text,
                  std::size_t length, AsnType const* asn, velt::OutputFlags asked);
@@ -137,7 +146,7 @@ bool TraceToMain(ManagerState& state, std::string const& module, VeltLogLevel le
   if (state.m_pChannel == nullptr || level > kLargestLevel || text == nullptr || state.InheritedByFork()) {
     return Refused(state);
   }
-  velt::OutputFlags const flags = velt::ResolveFlags(state, module, level, asked);
+  velt::OutputFlags const flags = FlagsOrRefused(state, module, level, asked);
   return velt::TraceText(velt::ChannelState::Of(*state.m_pChannel), module, level, text, length, asn,
                          flags.print, flags.log);
 }
@@ -187,6 +196,6 @@ bool VeltDebugMgr::AppTrace(std::string const& module, VeltLogLevel level, char 
   velt::Lookup const found = state.m_channels.FindOrMake(ChannelKey(state.m_strName, subName), module,
                                                          state.m_limits, state.m_pChannel, channel);
   if (found != velt::Lookup::kFound || channel == nullptr) return Refused(state);
-  velt::OutputFlags const flags = velt::ResolveFlags(state, module, level, {bPrint, bLog});
+  velt::OutputFlags const flags = FlagsOrRefused(state, module, level, {bPrint, bLog});
   return channel->Trace(module, level, text, asn, flags.print, flags.log);
 }

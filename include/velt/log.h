@@ -51,6 +51,7 @@ class Line;
 //          name mean the same module of the manager. Making an object registers nothing.
 // Threads: every operation from any thread, once the object is made.
 // Errors:  Log, Alert, Error, Warning, Info and the macros never throw; false means that nothing was traced.
+//          The manager counts such a record as refused, unless it went to an engine.
 class Module {
  public:
   // Traces go to the main log family. An empty name has the sets of "debug".
@@ -210,6 +211,17 @@ class Line {
     return m_pManager->AppTrace(m_names.module, m_level, m_text.data(), nullptr, false, false, m_names.sub);
   }
 
+  // Counts the record as refused with the main channel: it has no text, since Expand has thrown. An engine
+  // would get that call and is left out. Returns false.
+  bool GiveUp() const noexcept {
+    try {
+      return m_pManager->GetDebugEngine() == nullptr &&
+             m_pManager->Trace(m_names.module, m_level, nullptr, nullptr, false, false);
+    } catch (...) {
+      return false;
+    }
+  }
+
  private:
   // Where the expansion of a plain format reads and writes; `limit` is the end of the buffer's inline part.
   struct Cursor {
@@ -277,9 +289,6 @@ class Line {
   fmt::basic_memory_buffer<char, kLongestText + 1> m_text;  // longer texts, which engines get, use the heap
 };
 
-// The result for a record that is lost to an exception: of its format, an argument, an engine or its level.
-inline bool GiveUp() noexcept { return false; }
-
 // What a macro calls. `text` is the literal of `format` again: in C++17 a macro cannot pass on __VA_ARGS__
 // without its first argument.
 template <typename... Args>
@@ -288,11 +297,15 @@ bool LogAt(Module const& module, VeltLogLevel level, fmt::string_view place,
   try {
     Line line(module, level);
     if (!line.Ready()) return false;
-    line.Expand(format, args...);
-    line.Append(place);
+    try {
+      line.Expand(format, args...);
+      line.Append(place);
+    } catch (...) {
+      return line.GiveUp();
+    }
     return line.Trace();
   } catch (...) {
-    return GiveUp();
+    return false;  // of an engine, or counted by the call that threw
   }
 }
 
@@ -303,10 +316,14 @@ bool Module::Log(VeltLogLevel level, fmt::format_string<Args...> format, Args&&.
   try {
     detail::Line line(*this, level);
     if (!line.Ready()) return false;
-    line.Expand(format, args...);
+    try {
+      line.Expand(format, args...);
+    } catch (...) {
+      return line.GiveUp();
+    }
     return line.Trace();
   } catch (...) {
-    return detail::GiveUp();
+    return false;  // of an engine, or counted by the call that threw
   }
 }
 

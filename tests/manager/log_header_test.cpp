@@ -6,6 +6,7 @@
 #include <bitset>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -297,6 +298,58 @@ TEST(LogCallTest, ALevelThatNoSetHasIsRefusedAndDoesNotThrow) {
   for (int const level : {-1, 32, 33}) EXPECT_FALSE(net.Log(VeltLogLevel{level}, "x")) << level;
 
   EXPECT_EQ(host.StopAndRead(), Strings{});
+}
+
+std::uint64_t Refused() {
+  std::map<std::string, VeltTraceCounts> counts;
+  EXPECT_TRUE(Manager()->GetCounts(counts));
+  return counts["host_"].refused;
+}
+
+TEST(LogCallTest, ARecordThatThrowsIsCountedAsRefusedOnce) {
+  ManagerHost const host("net_level = 1111\n");
+  ASSERT_TRUE(host.Init());
+  Module const net("net");
+  Module const gateway("net", "gw");
+  ASSERT_EQ(Refused(), 0U);
+
+  EXPECT_FALSE(net.Info("{}", Throwing{}));
+  EXPECT_EQ(Refused(), 1U);
+  EXPECT_FALSE(net.Info(fmt::runtime("{} {}"), 1));
+  EXPECT_EQ(Refused(), 2U);
+  VELT_INFO(net, "{}", ThrowingInt{});
+  EXPECT_EQ(Refused(), 3U);
+  EXPECT_FALSE(gateway.Info("{}", Throwing{}));
+  EXPECT_EQ(Refused(), 4U);
+  EXPECT_FALSE(net.Log(VeltLogLevel{32}, "x"));
+  EXPECT_EQ(Refused(), 5U);
+  EXPECT_FALSE(net.Log(VeltLogLevel{-1}, "x"));
+  EXPECT_EQ(Refused(), 6U);
+  EXPECT_TRUE(net.Info("after"));
+  EXPECT_EQ(Refused(), 6U);
+}
+
+TEST_F(LogHeaderTest, AnEngineIsNotCalledForARecordWhoseArgumentThrows) {
+  int calls = 0;
+  struct Counting : VeltDebugEngine {
+    explicit Counting(int& count) : count_(count) {}
+    bool Trace(std::string const&, VeltLogLevel, char const*, AsnType const*, bool, bool) override {
+      return ++count_ > 0;
+    }
+    bool AppTrace(std::string const&, VeltLogLevel, char const*, AsnType const*, bool, bool,
+                  std::string const&) override {
+      return ++count_ > 0;
+    }
+    int& count_;
+  };
+  VeltDebugEngine* const before = Manager()->GetDebugEngine();
+  ASSERT_TRUE(Manager()->UnRegDebugEngine(before));
+  ASSERT_TRUE(Manager()->RegDebugEngine(new Counting(calls)));
+
+  EXPECT_FALSE(net_.Info("{}", Throwing{}));
+  EXPECT_EQ(calls, 0);
+  EXPECT_TRUE(net_.Info("x"));
+  EXPECT_EQ(calls, 1);
 }
 
 TEST(LogCallTest, NothingIsTracedBeforeInitAndAfterDestroy) {
