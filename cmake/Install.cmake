@@ -25,11 +25,10 @@ install(EXPORT veltbaseutil-log-targets NAMESPACE veltbaseutil:: DESTINATION ${v
 set(VELT_CONFIG_PRIVATE "")
 set(VELT_PC_PRIVATE "")
 if(velt_library_type STREQUAL "STATIC")
-  string(JOIN "\n" VELT_CONFIG_PRIVATE
-    "# What the static library is made with."
-    "find_dependency(ZLIB)"
-    "find_dependency(Threads)")
-  set(VELT_PC_PRIVATE "Requires.private: zlib")
+  file(READ ${CMAKE_CURRENT_LIST_DIR}/find_module.cmake.in VELT_CONFIG_PRIVATE)
+  string(APPEND VELT_CONFIG_PRIVATE "\n# What the static library is made with.\nfind_dependency(ZLIB)\n"
+    "find_dependency(Threads)\nvelt_find_module(ACE ACE)")
+  set(VELT_PC_PRIVATE "Requires.private: ACE zlib")
   if(VELT_GZIP STREQUAL "isal")
     string(APPEND VELT_CONFIG_PRIVATE "\nvelt_find_module(ISAL libisal)")
     string(APPEND VELT_PC_PRIVATE " libisal")

@@ -39,7 +39,7 @@ This package holds the shared library.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libveltbaseutil-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libveltbaseutil1 (= ${velt_package_version}), libace-dev, pkg-config")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libveltbaseutil1 (= ${velt_package_version}), pkg-config")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "libfmt-dev (>= 9)")  # for velt/log.h alone
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
 "base library of server processes: development files
