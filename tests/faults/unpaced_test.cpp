@@ -1,0 +1,112 @@
+// Families that are written as fast as four threads can trace, many files a second: every record is there.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <mutex>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <thread>
+
+#include "tests/checker/report.h"
+#include "tests/faults/scenario.h"
+
+namespace velt::faults {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr unsigned kThreads = 4;
+
+struct Files {
+  unsigned megabytes;
+  bool ordinary_user;
+};
+
+void PrintTo(Files const& files, std::ostream* out) {  // test names without addresses
+  *out << files.megabytes << " MB" << (files.ordinary_user ? " as an ordinary user" : " as root");
+}
+
+// The shortest call that was refused.
+class Refusals {
+ public:
+  TraceCall Watch(TraceCall trace) {
+    return [this, trace = std::move(trace)](std::string const& text) {
+      auto const begin = Clock::now();
+      bool const accepted = trace(text);
+      if (accepted) return true;
+      std::lock_guard<std::mutex> const lock(mutex_);
+      shortest_ = std::min<std::chrono::nanoseconds>(shortest_, Clock::now() - begin);
+      return false;
+    };
+  }
+  std::chrono::nanoseconds Shortest() const { return shortest_; }
+
+ private:
+  std::mutex mutex_;
+  std::chrono::nanoseconds shortest_ = std::chrono::hours(1);
+};
+
+class UnpacedTest : public Scenario, public ::testing::WithParamInterface<Files> {};
+
+TEST_P(UnpacedTest, EveryAcceptedRecordIsThereOnceAndNamesRiseInTheOrderOfCreation) {
+  std::optional<OrdinaryUser> ordinary;
+  if (GetParam().ordinary_user) ordinary.emplace(dir.Path());
+  Family family(dir.Path());
+  family.setup.max_bytes = GetParam().megabytes << 20U;
+  family.setup.keep = 100'000;
+  family.expected.max_bytes = family.setup.max_bytes;
+  family.producers.producers = kThreads;
+  // At small scale as many as make two files of each size at least.
+  unsigned const few = (kSanitized ? 10'000U : 60'000U) + GetParam().megabytes * 1'500U;
+  family.producers.records = Scaled(few, 1'500'000U);
+  Refusals refusals;
+
+  family.channel = test::MakeChannel(family.setup);
+  auto const begin = Clock::now();
+  Producers producers(family.producers, refusals.Watch(ToChannel(*family.channel)));
+  if (FullScale()) {
+    std::this_thread::sleep_for(std::chrono::seconds(10));
+    producers.Stop();
+  } else {
+    producers.Wait();
+  }
+  auto const traced_ms = std::chrono::duration_cast<milliseconds>(Clock::now() - begin).count();
+  ASSERT_TRUE(family.channel->Flush(300'000));
+  VeltTraceCounts const counts = family.channel->Counts();
+  family.channel.reset();
+  checker::Report const report = family.Look();
+
+  EXPECT_TRUE(report.Clean()) << report.Text();  // in the order of its thread, over all names
+  EXPECT_TRUE(report.Accounted());
+  EXPECT_EQ(report.found, report.accepted);
+  EXPECT_EQ(counts.accepted, report.accepted);
+  EXPECT_EQ(counts.written, report.found);
+  EXPECT_EQ(counts.refused, report.refused);
+  EXPECT_EQ(counts.lost, 0U);
+  EXPECT_EQ(counts.filesOpened, report.files);
+  EXPECT_EQ(counts.archivesMade, report.archives);
+  if (report.refused != 0) {
+    EXPECT_GE(refusals.Shortest(), milliseconds(980));
+  }
+  Figure({{"records_verified", static_cast<long long>(report.found)},
+          {"traced_ms", traced_ms},
+          {"files", static_cast<long long>(report.files)},
+          {"refused", static_cast<long long>(report.refused)},
+          {"lost", static_cast<long long>(report.missing)}});
+}
+
+INSTANTIATE_TEST_SUITE_P(FourThreads, UnpacedTest,
+                         ::testing::Values(Files{1, false}, Files{1, true}, Files{5, false}, Files{5, true},
+                                           Files{50, false}, Files{50, true}),
+                         [](auto const& test) {
+                           return "FilesOf" + std::to_string(test.param.megabytes) + "MegabytesAs" +
+                                  (test.param.ordinary_user ? "AnOrdinaryUser" : "Root");
+                         });
+
+}  // namespace
+}  // namespace velt::faults
