@@ -88,6 +88,14 @@ echo 'Everything read back, the main family and that of the gateway:'
 verify "$root/log" demo "$root/traced_main.txt"
 verify "$root/log" demogw_ "$root/traced_gw.txt"
 
+say 'The service flat out: four threads trace without a pause at default settings'
+root=$scratch/flat_out
+build/release/examples/service_host --flat-out "$root" || fail 'the service did not end in order'
+echo 'Log directory after:'
+files_of "$root/log"
+echo 'Everything read back:'
+verify "$root/log" flat_out_ "$root/traced_flat_out.txt"
+
 source=
 for candidate in /var/log/dpkg.log /var/log/syslog /var/log/messages /etc/services /etc/protocols /etc/passwd; do
   if [ -s "$candidate" ] && [ -r "$candidate" ]; then

@@ -1,10 +1,13 @@
 // service_host: a small service that uses the library, from setting up its installation root to an orderly
 // end.
 //
-// Usage: service_host [ROOT]
+// Usage: service_host [--flat-out | --crash] [ROOT]
 // ROOT is made when it is missing; without it, a fresh directory under TMPDIR. The service works for a
 // moment, says "ready" and waits for SIGTERM or SIGINT. ROOT then holds the log family (log/demo*) and, one
 // message a line, what was traced into it: traced_main.txt and traced_gw.txt.
+// --flat-out: instead of that, four threads trace as fast as they can (log/flat_out_*); the messages that the
+// library accepted are in traced_flat_out.txt.
+// --crash: instead of that, a thread traces and ends by an exception that nobody catches.
 #include <pthread.h>
 
 #include <array>
@@ -14,7 +17,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -23,6 +25,7 @@
 #include <thread>
 #include <vector>
 
+#include "flat_out.h"
 #include "velt/config.h"
 #include "velt/log.h"
 #include "velt/manager.h"
@@ -92,43 +95,6 @@ void SetUpRoot(fs::path const& root) {
   }
   setenv("APP_ROOT", root.c_str(), 1);
   setenv("_APP_LOG_DIR", log.c_str(), 1);
-}
-
-// ---- Pace: two files of one family must not be opened within one second, or they share a name
-
-std::string LogNameNow() {
-  std::time_t const now = std::time(nullptr);
-  std::tm local{};
-  localtime_r(&now, &local);
-  std::array<char, 32> text{};
-  (void)std::strftime(text.data(), text.size(), "%Y%m%d_%H%M%S.log", &local);
-  return std::string(kName) + text.data();
-}
-
-void WaitForFreeSecond(fs::path const& log) {
-  auto const taken = [&log] {
-    fs::path const file = log / LogNameNow();
-    return fs::exists(file) || fs::exists(file.string() + ".gz");
-  };
-  while (taken()) std::this_thread::sleep_for(milliseconds(10));
-}
-
-// Whether the main family has a file of the name `since` or a later one.
-bool HasLogFile(fs::path const& log, std::string const& since) {
-  for (auto const& entry : fs::directory_iterator(log)) {
-    std::string const name = entry.path().filename().string();
-    if (name.size() == since.size() && name >= since) return true;
-  }
-  return false;
-}
-
-void WaitForFirstFile(fs::path const& log, std::string const& since) {
-  auto const give_up = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (!HasLogFile(log, since)) {
-    if (std::chrono::steady_clock::now() > give_up)
-      throw std::runtime_error("no log file in " + log.string());
-    std::this_thread::sleep_for(milliseconds(10));
-  }
 }
 
 // ---- Tracing
@@ -272,14 +238,10 @@ void WriteMessages(fs::path const& path, std::vector<std::string> const& message
 void Serve(fs::path const& root, sigset_t stop_signals) {
   fs::path const log = root / "log";
   Journal journal;
-  WaitForFreeSecond(log);  // an earlier run in the same root may have ended just now
-  std::string const earliest_name = LogNameNow();
   StartTracing(log);
   RunRound(1, false, journal);
   RaiseAlert(journal);
   VeltDebugMgr::Instance()->SetLogLevel("store", kInfo, true);
-  WaitForFirstFile(log, earliest_name);
-  WaitForFreeSecond(log);  // the second round outgrows the first file
   RunRound(2, true, journal);
   ServeUntilStopped(stop_signals, journal);
   VeltDebugMgr::Destroy();
@@ -289,15 +251,53 @@ void Serve(fs::path const& root, sigset_t stop_signals) {
               kName);
 }
 
+// ---- End by an exception that nobody catches
+
+// Called by the runtime before the process is aborted: what was traced is written first, for a second at
+// most. What is still in the queue of a process that is aborted without it is lost.
+[[noreturn]] void FlushAndAbort() {
+  (void)VeltDebugMgr::Instance()->Flush(1000);
+  std::abort();
+}
+
+void Crash(fs::path const& root) {
+  StartTracing(root / "log");
+  std::thread([] {
+    for (int i = 0; i < 10000; ++i) Sched().Info("record {} before the end", i);
+    throw std::runtime_error("a fault of the service");
+  }).join();
+}
+
+enum class Mode { kServe, kFlatOut, kCrash };
+
+void Run(Mode mode, fs::path const& root, sigset_t stop_signals) {
+  switch (mode) {
+    case Mode::kFlatOut:
+      TraceFlatOut(root / "log", root / "traced_flat_out.txt");
+      return;
+    case Mode::kCrash:
+      Crash(root);
+      return;
+    case Mode::kServe:
+      Serve(root, stop_signals);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  std::set_terminate(FlushAndAbort);
   try {
-    fs::path const root = fs::absolute(argc > 1 ? fs::path(argv[1]) : ScratchRoot());
+    std::vector<std::string> words(argv + 1, argv + argc);
+    Mode mode = Mode::kServe;
+    if (!words.empty() && words.front() == "--flat-out") mode = Mode::kFlatOut;
+    if (!words.empty() && words.front() == "--crash") mode = Mode::kCrash;
+    if (mode != Mode::kServe) words.erase(words.begin());
+    fs::path const root = fs::absolute(words.empty() ? ScratchRoot() : fs::path(words.front()));
     sigset_t const stop_signals =
         BlockStopSignals();  // a signal that comes early stays pending until the service waits for it
     SetUpRoot(root);
-    Serve(root, stop_signals);
+    Run(mode, root, stop_signals);
     BaseUtilInternal::Destroy();
     return 0;
   } catch (std::exception const& problem) {

@@ -132,5 +132,37 @@ TEST_F(ServiceHostTest, ASecondRunInTheSameRootKeepsTheRecordsOfTheFirst) {
   EXPECT_THAT(Records(log_, "demo2"), SizeIs(2 * 9026));
 }
 
+// The number behind `label` in a text.
+std::uint64_t NumberBehind(std::string const& text, std::string const& label) {
+  std::size_t const at = text.find(label);
+  return at == std::string::npos ? UINT64_MAX : std::stoull(text.substr(at + label.size()));
+}
+
+TEST_F(ServiceHostTest, WhatFourThreadsTraceFlatOutIsAllThereAndSoTheCountsSay) {
+  Outcome const outcome = RunProgram({kProgram, "--flat-out", root_});
+
+  ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
+  std::vector<std::string> const accepted = SortedLines(root_ + "/traced_flat_out.txt");
+  std::uint64_t const count = NumberBehind(outcome.out, "accepted ");
+  EXPECT_EQ(count, accepted.size());
+  EXPECT_EQ(count + NumberBehind(outcome.out, "refused "), 480'000U);
+  EXPECT_EQ(NumberBehind(outcome.out, "written "), count);
+  EXPECT_EQ(NumberBehind(outcome.out, "lost "), 0U);
+  EXPECT_EQ(NumberBehind(outcome.out, "queued "), 0U);
+  EXPECT_EQ(NumberBehind(outcome.out, "files opened "), ListDir(log_).size());
+  EXPECT_GE(ListDir(log_).size(), 8U) << "files of 5 MB";
+  EXPECT_TRUE(SortedMessages(Records(log_, "flat_out_")) == accepted);
+}
+
+TEST_F(ServiceHostTest, AnExceptionThatNobodyCatchesLosesNoRecord) {
+  Outcome const outcome = RunProgram({kProgram, "--crash", root_});
+
+  EXPECT_EQ(outcome.signal, SIGABRT);
+  std::vector<std::string> const records = Records(log_, "demo2");
+  ASSERT_THAT(records, SizeIs(10000));
+  EXPECT_EQ(records.front(), "sched I: record 0 before the end");
+  EXPECT_EQ(records.back(), "sched I: record 9999 before the end");
+}
+
 }  // namespace
 }  // namespace velt::test
