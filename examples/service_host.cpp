@@ -253,10 +253,10 @@ void Serve(fs::path const& root, sigset_t stop_signals) {
 
 // ---- End by an exception that nobody catches
 
-// Called by the runtime before the process is aborted: what was traced is written first, for a second at
-// most. What is still in the queue of a process that is aborted without it is lost.
+// Called by the runtime before the process is aborted. What was traced is written first, for five seconds at
+// most: an abort by itself loses what is in the queue.
 [[noreturn]] void FlushAndAbort() {
-  (void)VeltDebugMgr::Instance()->Flush(1000);
+  (void)VeltDebugMgr::Instance()->Flush(5000);
   std::abort();
 }
 
