@@ -85,13 +85,14 @@ class ClockTest : public Scenario {
 
   // Ends the run; gives the times of its files in the order of their names. A name is the time of creation,
   // or a second after the name before it.
-  std::vector<FileTimes> Finish(bool names_tell_order) {
+  std::vector<FileTimes> Finish(bool names_tell_order, std::size_t max_bytes = 0) {
     EXPECT_EQ(host->Wait(), 0);
     checker::Expectation expected;
     expected.directory = dir / "logs";
     expected.prefix = "t_";
     expected.max_bytes = 20'000;
     expected.in_order = names_tell_order;
+    if (max_bytes != 0) expected.max_bytes = max_bytes;
     Report const report = Check(expected, checker::ReadOutcomes(dir / "side"));
     EXPECT_TRUE(report.Clean()) << report.Text();
     EXPECT_TRUE(report.Accounted());
@@ -244,6 +245,69 @@ TEST_F(ClockTest, ACallThatWaitsForRoomWhenTheClockIsSetBackWaitsTheStepLonger) 
   Figure({{"refused", static_cast<long long>(report.refused)},
           {"records_verified", static_cast<long long>(report.found)},
           {"longest_refusal_ms", longest_ms}});
+}
+
+// Four threads trace as fast as they can when the clock is set back.
+class SetBackUnderLoadTest : public ClockTest {
+ protected:
+  static constexpr unsigned kFileBytes = 1'000'000;
+  static constexpr unsigned kRecords = 30'000;  // of each thread: together fewer than the queue holds
+
+  void StartLoad(unsigned keep) {
+    SetClock(kNoon);
+    Start(kRecords, {"producers=4", "pause_us=0", "max_bytes=" + std::to_string(kFileBytes),
+                     "keep=" + std::to_string(keep)});
+    ASSERT_TRUE(WaitForCreation("20260707_1200"));
+  }
+  std::size_t Files() const {
+    return test::FilesOf(dir / "logs", "t_", ".log").size() + test::FilesOf(dir / "logs", "t_", ".gz").size();
+  }
+  void SetBack(std::time_t step) {
+    ASSERT_TRUE(test::WaitUntil([this] { return Files() >= 3; }));
+    SetClock(kNoon - step);
+  }
+
+  static constexpr std::time_t kNoon = kGap + 100 * kDay + 9 * kHour;  // 2026-07-07 12:00:00 in Berlin
+};
+
+TEST_F(SetBackUnderLoadTest, TenSecondsBackEveryRecordIsThereInItsOrder) {
+  StartLoad(1'000);
+  SetBack(10);
+  auto const times = Finish(true, kFileBytes);
+  EXPECT_GE(Created(times, "20260707_1159"), 2U);
+}
+
+TEST_F(SetBackUnderLoadTest, AnHourBackEveryRecordIsThereInItsOrder) {
+  StartLoad(1'000);
+  SetBack(kHour - 5);  // less than the load has come ahead of the clock, and then a file a second
+  auto const times = Finish(true, kFileBytes);
+  EXPECT_GE(Created(times, "20260707_1100"), 2U);
+}
+
+TEST_F(SetBackUnderLoadTest, AYearBackEveryRecordIsThereAndNamesStartOver) {
+  StartLoad(1'000);
+  SetBack(365 * kDay);
+  auto const times = Finish(false, kFileBytes);
+  EXPECT_GE(Created(times, "20250707_1200"), 2U);
+  EXPECT_EQ(Created(times, "20250707_1200"), Named(times, "20250707_1200"));
+}
+
+TEST_F(SetBackUnderLoadTest, ThePruningStillDeletesTheOldestByCreation) {
+  StartLoad(3);
+  SetBack(10);
+  EXPECT_EQ(host->Wait(), 0);
+
+  checker::Expectation expected;
+  expected.directory = dir / "logs";
+  expected.prefix = "t_";
+  Report const report = Check(expected, checker::ReadOutcomes(dir / "side"));
+
+  EXPECT_TRUE(report.CleanBut({Kind::kMissing})) << report.Text();
+  EXPECT_EQ(report.Count(Kind::kMissing), 4U) << "one stretch of each thread, behind the first file\n"
+                                              << report.Text();
+  EXPECT_EQ(report.Text().find("to S" + std::to_string(kRecords - 1)), std::string::npos)
+      << "the last are there";
+  EXPECT_EQ(report.archives, 3U);
 }
 
 using ZoneTest = Scenario;

@@ -183,6 +183,7 @@ TEST_F(DirectoryFaultTest, WhileAFileStandsInTheDirectorysPlaceRecordsWaitUntilI
 
 TEST_F(DirectoryFaultTest, AChannelWhoseFileNeverOpensEndsAndGivesUpWhatItAccepted) {
   test::WriteFile(family.setup.directory, "in the way");
+  family.drains = false;
   family.Start();
   EXPECT_TRUE(family.Trace(100));
 

@@ -95,6 +95,7 @@ TEST_F(FileFaultTest, ATruncatedFileLosesWhatWasInItAndNothingElse) {
       test::WaitUntil([this] { return test::CountOf(test::ReadFile(family.OpenLog()), " m I: ") == 30; }));
   std::string const first = family.OpenLog();
   fs::resize_file(first, 0);
+  family.written_elsewhere = 30;
 
   ASSERT_TRUE(TraceUntilNextFile(first));
   EXPECT_TRUE(family.Trace(20));

@@ -64,13 +64,26 @@ class Family {
     return test::WaitUntil([this] { return test::OutputQueueOf(*channel).message_count() == 0; });
   }
 
-  // Stops the channel in order and checks its family; the sums must hold, and no call may have taken long.
+  // Stops the channel in order and checks its family; the sums must hold, the channel's counts agree with
+  // them, and no call may have taken long.
   checker::Report Finish() {
+    bool const quiet = channel->Flush(drains ? 60'000 : 0);
+    VeltTraceCounts const counts = channel->Counts();
     channel.reset();
     auto report = Look();
     EXPECT_TRUE(report.Accounted()) << report.Text();
+    EXPECT_EQ(quiet, drains);
+    ExpectCounted(counts, report);
     EXPECT_LT(producer->LongestCall(), kLongestCall);
     return report;
+  }
+  // To the record: what the calls returned, and what is in the files.
+  void ExpectCounted(VeltTraceCounts const& counts, checker::Report const& report) const {
+    EXPECT_EQ(counts.accepted, report.accepted);
+    EXPECT_EQ(counts.refused, report.refused);
+    EXPECT_EQ(counts.printedOnly, 0U);
+    EXPECT_EQ(counts.written, report.found + report.pruned + written_elsewhere);
+    EXPECT_EQ(counts.lost + written_elsewhere + counts.queued, report.missing);
   }
   checker::Report Look() const { return Check(expected, checker::ReadOutcomes(producers.side_directory)); }
 
@@ -86,7 +99,9 @@ class Family {
   test::ChannelSetup setup;
   ProducerSetup producers;
   checker::Expectation expected;
-  std::string witness_directory;  // for LinkLogs
+  std::string witness_directory;      // for LinkLogs
+  bool drains = true;                 // false: there is no file at the end, and queued records are given up
+  std::size_t written_elsewhere = 0;  // into files that the family has lost since
   std::unique_ptr<VeltDebugInfo> channel;
   std::unique_ptr<Producer> producer;
 };
