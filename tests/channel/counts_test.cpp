@@ -51,8 +51,8 @@ class CountsTest : public ::testing::Test {
 
   ScratchDir const dir_;
   ChannelSetup setup_{dir_ / "logs"};
+  Gate gate_;  // outlives the channel, whose thread may still be in it
   std::unique_ptr<VeltDebugInfo> channel_;
-  Gate gate_;
 };
 
 TEST_F(CountsTest, ANewChannelHasOpenedOneFileAndCountedNoRecord) {

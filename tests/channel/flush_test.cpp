@@ -29,8 +29,8 @@ class FlushTest : public ::testing::Test {
   std::size_t InFiles() const { return CountOf(ReadFamily(dir_.Path(), "t_"), " m I: record\n"); }
 
   ScratchDir const dir_;
+  Gate gate_;  // outlives the channel, whose thread may still be in it
   std::unique_ptr<VeltDebugInfo> channel_ = MakeChannel(ChannelSetup(dir_.Path()));
-  Gate gate_;
 };
 
 TEST_F(FlushTest, OfAChannelThatWasNeverUsedIsTrueAtOnce) { EXPECT_TRUE(channel_->Flush(0)); }

@@ -115,6 +115,16 @@ class QueueFaultTest : public ::testing::Test {
     expected.prefix = "t_";
     return Check(expected, checker::ReadOutcomes(producers_.side_directory));
   }
+  static VeltTraceCounts QuietCounts(VeltDebugInfo& channel) {
+    EXPECT_TRUE(channel.Flush(120'000));
+    return channel.Counts();
+  }
+  static void ExpectCounted(VeltTraceCounts const& counts, checker::Report const& report) {
+    EXPECT_EQ(counts.accepted, report.accepted);
+    EXPECT_EQ(counts.refused, report.refused);
+    EXPECT_EQ(counts.written, report.found);
+    EXPECT_EQ(counts.lost, report.missing);
+  }
   static void ExpectOneSecondEach(RefusedCalls const& refused, std::size_t count) {
     EXPECT_EQ(refused.count_, count);
     EXPECT_GE(Milliseconds(refused.shortest_), kWait.count() - 20);
@@ -242,10 +252,12 @@ TEST_F(QueueFaultTest, ASlowFileHoldsNoCallerLongerThanTheSecond) {
   producers.Stop();
   unsigned const delayed = shim::AppliedCalls(rule);
   shim::ClearRules();
+  VeltTraceCounts const counts = QuietCounts(*channel);
   channel.reset();
 
   checker::Report const report = CheckFamily(setup_.directory);
   EXPECT_TRUE(report.Clean()) << report.Text();
+  ExpectCounted(counts, report);
   EXPECT_GE(report.found, kQueueRecords);
   EXPECT_GT(delayed, 10U);
   EXPECT_LT(Milliseconds(producers.LongestCall()), (kWait + kSlack).count());
@@ -270,10 +282,12 @@ TEST_P(ManyThreadsTest, EveryRecordOfEveryThreadIsThereInItsOrder) {
 
   faults::Producers producers(producers_, faults::ToChannel(*channel));
   producers.Wait();
+  VeltTraceCounts const counts = QuietCounts(*channel);
   channel.reset();
 
   checker::Report const report = CheckFamily(setup_.directory);
   EXPECT_TRUE(report.Clean()) << report.Text();
+  ExpectCounted(counts, report);
   EXPECT_EQ(report.called, std::size_t{producers_.producers} * producers_.records);
   EXPECT_EQ(report.found + report.refused, report.called);
   EXPECT_LT(Milliseconds(producers.LongestCall()), (kWait + kSlack).count());

@@ -150,6 +150,7 @@ class ManagerQueueWaitTest : public AccountsTest {
     EXPECT_FALSE(Trace(sub_name));
     auto const took = std::chrono::steady_clock::now() - begin;
     gate.Open();
+    EXPECT_TRUE(Manager()->Flush(kLong)) << "the gate must outlive its visitor";
     return std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
   }
 };
