@@ -60,8 +60,7 @@ VeltDebugInfo::VeltDebugInfo(std::string const& logPath, std::string const& file
                              std::string const& fileHeader, bool bPrint, bool bLog,
                              unsigned int nFiltLogBufSize, unsigned int nEachFileMaxSize,
                              unsigned int nEachProcessMaxZipNum, unsigned int nZipFileIncludeFileNum,
-                             bool /*ignored*/)
-    : m_pState(nullptr) {
+                             bool /*ignored*/) {
   auto state =
       std::make_unique<velt::ChannelState>(logPath, filePrefix, fileHeader, bPrint, bLog, nFiltLogBufSize,
                                            nEachFileMaxSize, nEachProcessMaxZipNum, nZipFileIncludeFileNum);

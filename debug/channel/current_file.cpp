@@ -81,6 +81,30 @@ void WaitForNextSecond() {
   (void)nanosleep(&rest, nullptr);  // if it ends early, the file is opened a little sooner
 }
 
+// OpenNextFile, which keeps exceptions from the output thread.
+bool OpenUnusedName(ChannelState& state) {
+  std::tm local = LocalTime(std::time(nullptr));
+  MakeDirectory(state);
+  std::int64_t time = NextNameTime(state, SecondsOf(local));
+  if (IsTooFarAhead(time, SecondsOf(local))) {
+    WaitForNextSecond();
+    local = LocalTime(std::time(nullptr));
+  }
+  auto file = std::make_unique<LogFile>();
+  for (;; ++time) {
+    std::string const name = state.m_strFilePrefix + NameTimeOf(time) + LOGFILETAIL;
+    state.m_strCurFileName = state.m_strLogPath + name;
+    if (Exists(state.m_strCurFileName + GZFILETAIL)) continue;
+    if (file->Create(state.m_strCurFileName)) {
+      state.m_pFile = std::move(file);
+      state.m_names.last_name = time;
+      BeginFile(state, name, local);
+      return true;
+    }
+    if (errno != EEXIST) return false;
+  }
+}
+
 }  // namespace
 
 bool OpenNewFile(ChannelState& state) {
@@ -106,27 +130,7 @@ bool OpenNewFile(ChannelState& state) {
 
 bool OpenNextFile(ChannelState& state) {
   try {
-    std::tm local = LocalTime(std::time(nullptr));
-    MakeDirectory(state);
-    std::int64_t time = NextNameTime(state, SecondsOf(local));
-    if (IsTooFarAhead(time, SecondsOf(local))) {
-      WaitForNextSecond();
-      local = LocalTime(std::time(nullptr));
-    }
-    auto file = std::make_unique<LogFile>();
-    for (;; ++time) {
-      std::string const name = state.m_strFilePrefix + NameTimeOf(time) + LOGFILETAIL;
-      std::string const path = state.m_strLogPath + name;
-      if (Exists(path + GZFILETAIL)) continue;
-      state.m_strCurFileName = path;
-      if (file->Create(path)) {
-        state.m_pFile = std::move(file);
-        state.m_names.last_name = time;
-        BeginFile(state, name, local);
-        return true;
-      }
-      if (errno != EEXIST) return false;
-    }
+    return OpenUnusedName(state);
   } catch (std::bad_alloc const&) {
     ForgetFile(state);
     errno = ENOMEM;

@@ -44,6 +44,10 @@ Date DateOf(std::int64_t days) {
   return {month < 10 ? year : year + 1, month < 10 ? month + 3 : month - 9, day};
 }
 
+std::int64_t SecondOfDay(std::int64_t hour, std::int64_t minute, std::int64_t second) {
+  return hour * 3600 + minute * 60 + second;
+}
+
 // Reads the number in the `count` characters at `at`. Returns false when one of them is not a digit.
 bool Digits(std::string_view text, std::size_t at, std::size_t count, int& number) {
   number = 0;
@@ -58,7 +62,7 @@ bool Digits(std::string_view text, std::size_t at, std::size_t count, int& numbe
 
 std::int64_t SecondsOf(std::tm const& local) {
   Date const date{local.tm_year + std::int64_t{1900}, local.tm_mon + 1, local.tm_mday};
-  return DaysOf(date) * kSecondsPerDay + local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec;
+  return DaysOf(date) * kSecondsPerDay + SecondOfDay(local.tm_hour, local.tm_min, local.tm_sec);
 }
 
 std::string NameTimeOf(std::int64_t seconds) {
@@ -89,7 +93,7 @@ bool SecondsOfNameTime(std::string_view text, std::int64_t& seconds) {
   bool const in_range = month >= 1 && month <= 12 && day >= 1 && day <= 31 && hour < 24 && minute < 60 &&
                         second <= 60;  // a leap second
   if (!digits || !in_range) return false;
-  seconds = DaysOf({year, month, day}) * kSecondsPerDay + hour * 3600 + minute * 60 + second;
+  seconds = DaysOf({year, month, day}) * kSecondsPerDay + SecondOfDay(hour, minute, second);
   return true;
 }
 

@@ -24,6 +24,16 @@ std::string FileOf(char const* key, std::string const& primary) {
   return VeltGetCfgInt(key, value, primary.c_str()) ? primary : VeltGetDefaultCfgFile();
 }
 
+std::string ReplacedSentence(std::string item, std::string const& file, std::string const& fault,
+                             std::string const& replacement) {
+  return item.append(" in ")
+      .append(file)
+      .append(" ")
+      .append(fault)
+      .append(" and was replaced by ")
+      .append(replacement);
+}
+
 }  // namespace
 
 void ConfigProblems::LookAtFile(std::string const& cfgFile, bool found, DebugConfig const& config) {
@@ -46,8 +56,8 @@ void ConfigProblems::LookAtValues(DebugConfig const& config) {
     std::string const bounds =
         std::to_string(InFile(limit, range.low)) + " to " + std::to_string(InFile(limit, range.high));
     problems_.push_back({VeltProblemKind::kValueReplaced,
-                         std::string(*range.key) + " in " + file + " is outside " + bounds +
-                             " and was replaced by " + std::to_string(InFile(limit, range.otherwise)),
+                         ReplacedSentence(*range.key, file, "is outside " + bounds,
+                                          std::to_string(InFile(limit, range.otherwise))),
                          file, 0});
   }
   LookAtTexts(config.file, "_level");
@@ -56,16 +66,15 @@ void ConfigProblems::LookAtValues(DebugConfig const& config) {
 
 void ConfigProblems::LookAtTexts(std::string const& file, char const* marker) {
   std::map<std::string, std::string> items;
-  (void)VeltAllCfgItem(items, file,
-                       marker);  // if the file has been removed meanwhile, there is nothing to report
+  // A file that has been removed meanwhile has nothing to report.
+  (void)VeltAllCfgItem(items, file, marker);
   for (auto const& [module, text] : items) {
     std::string copy = text;
     std::bitset<32> set;
     if (BitSetFromText(copy, set)) continue;
-    problems_.push_back(
-        {VeltProblemKind::kValueReplaced,
-         module + marker + " in " + file + " is no text of 0 and 1 and was replaced by " + kReplacedText,
-         file, 0});
+    problems_.push_back({VeltProblemKind::kValueReplaced,
+                         ReplacedSentence(module + marker, file, "is no text of 0 and 1", kReplacedText),
+                         file, 0});
   }
 }
 

@@ -25,8 +25,7 @@ bool Replace(SubModInfoState& state, std::bitset<32>& set, std::bitset<32> const
 
 }  // namespace
 
-VeltDebugSubModInfo::VeltDebugSubModInfo(std::bitset<32> const& levels, std::bitset<32> const& outputs)
-    : m_pState(nullptr) {
+VeltDebugSubModInfo::VeltDebugSubModInfo(std::bitset<32> const& levels, std::bitset<32> const& outputs) {
   auto state = std::make_unique<SubModInfoState>();
   state->m_levelSet = levels;
   state->m_outputSet = outputs;

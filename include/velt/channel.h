@@ -240,7 +240,7 @@ class VELT_EXPORT VeltDebugInfo {
  private:
   friend struct velt::ChannelState;
 
-  velt::ChannelState* m_pState;  // owned; never null
+  velt::ChannelState* m_pState = nullptr;  // owned; never null
 };
 
 #endif

@@ -53,7 +53,7 @@ class VELT_EXPORT VeltDebugSubModInfo {
  private:
   friend struct velt::SubModInfoState;
 
-  velt::SubModInfoState* m_pState;  // owned; never null
+  velt::SubModInfoState* m_pState = nullptr;  // owned; never null
 };
 
 // What a host implements to take over all tracing of the process. A registered engine receives every call on
