@@ -51,53 +51,63 @@ class Refusals {
   std::chrono::nanoseconds shortest_ = std::chrono::hours(1);
 };
 
-class UnpacedTest : public Scenario, public ::testing::WithParamInterface<Files> {};
+class Unpaced : public Scenario {
+ protected:
+  explicit Unpaced(unsigned megabytes) {
+    family.setup.max_bytes = megabytes << 20U;
+    family.setup.keep = 100'000;
+    family.expected.max_bytes = family.setup.max_bytes;
+  }
+
+  // Ends producers that began at `begin`, after `limit` at the latest, and compares files, calls and counts.
+  void Trace(std::chrono::seconds limit) {
+    Refusals refusals;
+    family.channel = test::MakeChannel(family.setup);
+    auto const begin = Clock::now();
+    Producers producers(family.producers, refusals.Watch(ToChannel(*family.channel)));
+    unsigned const all = family.producers.producers * family.producers.records;
+    (void)test::WaitUntil([&] { return producers.Traced() == all; }, limit);  // or as far as they have come
+    producers.Stop();
+    auto const traced_ms = std::chrono::duration_cast<milliseconds>(Clock::now() - begin).count();
+    ASSERT_TRUE(family.channel->Flush(300'000));
+    VeltTraceCounts const counts = family.channel->Counts();
+    family.channel.reset();
+    checker::Report const report = family.Look();
+
+    EXPECT_TRUE(report.Clean()) << report.Text();  // in the order of its thread, over all names
+    EXPECT_TRUE(report.Accounted());
+    EXPECT_EQ(report.found, report.accepted);
+    family.ExpectCounted(counts, report);
+    EXPECT_EQ(counts.lost, 0U);
+    EXPECT_EQ(counts.filesOpened, report.files);
+    EXPECT_EQ(counts.archivesMade, report.archives);
+    if (report.refused != 0) {
+      EXPECT_GE(refusals.Shortest(), milliseconds(980));
+    }
+    Figure({{"records_verified", static_cast<long long>(report.found)},
+            {"traced_ms", traced_ms},
+            {"files", static_cast<long long>(report.files)},
+            {"refused", static_cast<long long>(report.refused)},
+            {"lost", static_cast<long long>(report.missing)}});
+  }
+
+  Family family{dir.Path()};
+};
+
+class UnpacedTest : public Unpaced, public ::testing::WithParamInterface<Files> {
+ protected:
+  UnpacedTest() : Unpaced(GetParam().megabytes) {}
+};
 
 TEST_P(UnpacedTest, EveryAcceptedRecordIsThereOnceAndNamesRiseInTheOrderOfCreation) {
   std::optional<OrdinaryUser> ordinary;
   if (GetParam().ordinary_user) ordinary.emplace(dir.Path());
-  Family family(dir.Path());
-  family.setup.max_bytes = GetParam().megabytes << 20U;
-  family.setup.keep = 100'000;
-  family.expected.max_bytes = family.setup.max_bytes;
   family.producers.producers = kThreads;
   // At small scale as many as make two files of each size at least.
   unsigned const few = (kSanitized ? 10'000U : 60'000U) + GetParam().megabytes * 1'500U;
   family.producers.records = Scaled(few, 1'500'000U);
-  Refusals refusals;
 
-  family.channel = test::MakeChannel(family.setup);
-  auto const begin = Clock::now();
-  Producers producers(family.producers, refusals.Watch(ToChannel(*family.channel)));
-  if (FullScale()) {
-    std::this_thread::sleep_for(std::chrono::seconds(10));
-    producers.Stop();
-  } else {
-    producers.Wait();
-  }
-  auto const traced_ms = std::chrono::duration_cast<milliseconds>(Clock::now() - begin).count();
-  ASSERT_TRUE(family.channel->Flush(300'000));
-  VeltTraceCounts const counts = family.channel->Counts();
-  family.channel.reset();
-  checker::Report const report = family.Look();
-
-  EXPECT_TRUE(report.Clean()) << report.Text();  // in the order of its thread, over all names
-  EXPECT_TRUE(report.Accounted());
-  EXPECT_EQ(report.found, report.accepted);
-  EXPECT_EQ(counts.accepted, report.accepted);
-  EXPECT_EQ(counts.written, report.found);
-  EXPECT_EQ(counts.refused, report.refused);
-  EXPECT_EQ(counts.lost, 0U);
-  EXPECT_EQ(counts.filesOpened, report.files);
-  EXPECT_EQ(counts.archivesMade, report.archives);
-  if (report.refused != 0) {
-    EXPECT_GE(refusals.Shortest(), milliseconds(980));
-  }
-  Figure({{"records_verified", static_cast<long long>(report.found)},
-          {"traced_ms", traced_ms},
-          {"files", static_cast<long long>(report.files)},
-          {"refused", static_cast<long long>(report.refused)},
-          {"lost", static_cast<long long>(report.missing)}});
+  Trace(std::chrono::seconds(FullScale() ? 10 : 120));
 }
 
 INSTANTIATE_TEST_SUITE_P(FourThreads, UnpacedTest,
@@ -107,6 +117,18 @@ INSTANTIATE_TEST_SUITE_P(FourThreads, UnpacedTest,
                            return "FilesOf" + std::to_string(test.param.megabytes) + "MegabytesAs" +
                                   (test.param.ordinary_user ? "AnOrdinaryUser" : "Root");
                          });
+
+class ManyUnpacedTest : public Unpaced {
+ protected:
+  ManyUnpacedTest() : Unpaced(5) {}
+};
+
+TEST_F(ManyUnpacedTest, EveryRecordOfSixtyFourThreadsIsThere) {
+  family.producers.producers = 64;
+  family.producers.records = Scaled(kSanitized ? 300U : 2'000U, 312'500U);  // 20 million in all
+
+  Trace(std::chrono::seconds(600));
+}
 
 }  // namespace
 }  // namespace velt::faults
