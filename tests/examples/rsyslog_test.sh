@@ -78,6 +78,14 @@ close_pipe() {
   pipe=
 }
 records() { seq -f 'record %07.0f of a stream that is long enough to fill some files of one megabyte' "$1" "$2"; }
+# The same, slower than a file a second: the daemon misses a file that is removed before it is opened.
+records_slowly() {
+  local first
+  for ((first = $1; first <= $2; first += 5000)); do
+    records "$first" "$((first + 4999 < $2 ? first + 4999 : $2))"
+    sleep 0.7
+  done
+}
 
 count() { grep -ac "$1" "$2" 2>/dev/null || true; }
 has_records() { [[ $(count "$2 record \|I: record " "$1") -ge $3 ]]; }
@@ -124,7 +132,7 @@ main_conf "$scratch"/6*.conf >"$scratch/main.conf"
 
 # --- 100,000 records over several files
 start_daemon
-records 1 100000 | "$veltpipe" --name server_a_ --dir "$logs" --size 1 --keep 200
+records_slowly 1 100000 | "$veltpipe" --name server_a_ --dir "$logs" --size 1 --keep 200
 wait_until 'arrival of 100,000 records' has_records "$out" '' 100000
 wait_until 'arrival of the last line' grep -q "$logs/server_a_.*log File close at" "$out"
 stop_daemon
