@@ -172,7 +172,8 @@ bool TraceRecordUncounted(ChannelState& state, OutDataUnit*& rec) {
   // A new block: the host may have made the record without a node.
   BlockPtr block = WrapRecord(queued);
   // Counted before it is queued: the output thread may then end at any moment.
-  bool const marker = IsStopMarker(*queued);
+  // A filtered one goes where filtered records go, and is none for the output thread.
+  bool const marker = IsStopMarker(*queued) && (queued->m_bPrint || queued->m_bLog);
   if (marker) state.m_counts.markers.fetch_add(1, std::memory_order_relaxed);
   if (!Enqueue(state, owned, block.get())) {
     if (marker) state.m_counts.markers.fetch_sub(1, std::memory_order_relaxed);

@@ -174,6 +174,32 @@ TEST_F(CountsTest, AForkedChildsCallsCountInTheChildOnly) {
   EXPECT_EQ(Quiet().refused, 0U);
 }
 
+TEST_F(CountsTest, AFilteredStopMarkerOfTheHostChangesNoCount) {
+  Start();
+  auto* marker = new OutDataUnit;  // neither printed nor logged: it never reaches the output thread
+  ASSERT_TRUE(channel_->TraceInner(marker));
+  ASSERT_TRUE(Logged());
+
+  VeltTraceCounts const now = Quiet();
+
+  EXPECT_EQ(now.accepted, 1U);
+  EXPECT_EQ(now.written, 1U);
+  EXPECT_EQ(now.queued, 0U);
+}
+
+TEST_F(CountsTest, AFilteredStopMarkerOfTheHostIsARecordOfTheRing) {
+  setup_.ring = 5;
+  Start();
+  auto* marker = new OutDataUnit;
+  ASSERT_TRUE(channel_->TraceInner(marker));
+
+  VeltTraceCounts const now = Quiet();
+
+  EXPECT_EQ(now.accepted, 0U);
+  EXPECT_EQ(now.queued, 0U);
+  EXPECT_EQ(now.inRing, 1U);
+}
+
 TEST_F(CountsTest, AStopMarkerOfTheHostIsNoRecord) {
   Start();
   ASSERT_TRUE(Logged());
