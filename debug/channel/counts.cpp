@@ -5,10 +5,19 @@
 namespace velt {
 
 std::uint64_t Accepted(ChannelState const& state) noexcept {
-  ChannelCounts const& counts = state.m_counts;
-  std::uint64_t const from_ring = counts.fromRing.Get();
-  std::uint64_t const markers = counts.markers.load(std::memory_order_relaxed);
-  return state.m_OutputQueue.Accepted() - markers + from_ring;
+  std::uint64_t const from_ring = state.m_counts.fromRing.Get();
+  return AcceptedByQueue(state) + from_ring;
+}
+
+std::uint64_t AcceptedByQueue(ChannelState const& state) noexcept {
+  std::uint64_t const markers = state.m_counts.markers.load(std::memory_order_relaxed);
+  return state.m_OutputQueue.Accepted() - markers;
+}
+
+bool QueueDealtWith(ChannelState const& state, std::uint64_t records) noexcept {
+  // In this order: a record of the ring counts in fromRing before it counts in dealtWith.
+  std::uint64_t const dealt_with = state.m_counts.dealtWith.Get();
+  return dealt_with >= records + state.m_counts.fromRing.Get();
 }
 
 // The counts are read in the reverse of the order in which a record changes them, or a difference could be

@@ -45,6 +45,13 @@ struct ChannelCounts {
 // taken out of the ring to be written.
 std::uint64_t Accepted(ChannelState const& state) noexcept;
 
+// How many of them were queued. A flush waits for these: the ring's records are dealt with before the queued
+// record that makes the output thread write the ring, and must not count in its place.
+std::uint64_t AcceptedByQueue(ChannelState const& state) noexcept;
+
+// Whether as many queued records have been dealt with.
+bool QueueDealtWith(ChannelState const& state, std::uint64_t records) noexcept;
+
 // VeltDebugInfo::Counts.
 VeltTraceCounts CountsOf(ChannelState const& state) noexcept;
 

@@ -54,11 +54,7 @@ class Pauses {
   std::chrono::microseconds next_ = kShortestPause;
 };
 
-bool IsDealtWith(ChannelState const& state, std::uint64_t target) {
-  return state.m_counts.dealtWith.Get() >= target;
-}
-
-// How much the live channels still have to write, and how far they are. Under live_lock.
+// Whether live channels still have to write what the flush waits for, and how far these are. Under live_lock.
 struct Progress {
   bool pending = false;
   std::uint64_t steps = 0;
@@ -67,8 +63,9 @@ struct Progress {
 Progress LookAtLiveChannels_i() {
   Progress now;
   for (ChannelState const* state = live_channels; state != nullptr; state = state->m_pNextLive) {
-    if (state->InheritedByFork()) continue;
-    now.pending = now.pending || !IsDealtWith(*state, state->m_nFlushTarget);
+    // Other threads may trace to a channel that is done for as long as the process lives.
+    if (state->InheritedByFork() || QueueDealtWith(*state, state->m_nFlushTarget)) continue;
+    now.pending = true;
     now.steps += state->m_counts.dealtWith.Get() + state->m_counts.bytesWritten.Get() +
                  state->m_counts.archiveBlocks.load(std::memory_order_relaxed);
   }
@@ -79,7 +76,7 @@ void SetTargets() {
   LiveLock const lock;
   if (!lock.locked()) return;
   for (ChannelState* state = live_channels; state != nullptr; state = state->m_pNextLive) {
-    state->m_nFlushTarget = Accepted(*state);
+    state->m_nFlushTarget = AcceptedByQueue(*state);
   }
 }
 
@@ -114,11 +111,11 @@ bool Flush(std::vector<ChannelState*> const& channels, std::chrono::milliseconds
   targets.reserve(channels.size());
   for (ChannelState* const state : channels) {
     if (state->InheritedByFork()) return false;
-    targets.push_back(Accepted(*state));
+    targets.push_back(AcceptedByQueue(*state));
   }
   for (std::size_t i = 0; i < channels.size(); ++i) {
     Pauses pauses;
-    while (!IsDealtWith(*channels[i], targets[i])) {
+    while (!QueueDealtWith(*channels[i], targets[i])) {
       if (Clock::now() >= deadline || channels[i]->m_OutputQueue.OnTakersThread()) return false;
       pauses.Take();
     }

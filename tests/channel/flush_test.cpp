@@ -103,6 +103,34 @@ TEST_F(FlushTest, RecordsKeptInTheRingAreNotWaitedFor) {
   EXPECT_EQ(channel->Counts().inRing, 1U);
 }
 
+TEST_F(FlushTest, RecordsThatLeaveTheRingMeanwhileDoNotEndTheWaitEarly) {
+  ChannelSetup setup(dir_ / "ring");
+  setup.ring = 10;
+  auto const channel = MakeChannel(setup);
+  Gate in_ring;
+  AsnAtGate const value(in_ring);
+  ASSERT_TRUE(channel->Trace("m", VeltLogLevel{3}, "kept", nullptr, false, false));
+  ASSERT_TRUE(channel->Trace("m", VeltLogLevel{3}, "kept", nullptr, false, false));
+  ASSERT_TRUE(channel->Trace("m", VeltLogLevel{3}, "kept", &value, false, false));
+  StallAt(gate_, *channel);
+  ASSERT_TRUE(channel->Trace("m", VeltLogLevel{0}, "alert", nullptr, false, true));
+  std::atomic<bool> done{false};
+  std::thread flusher([&] {
+    EXPECT_TRUE(channel->Flush(kLong));
+    done = true;
+  });
+  std::this_thread::sleep_for(milliseconds(100));
+
+  gate_.Open();
+  in_ring.WaitForVisitor();  // three records are dealt with, of the two that were queued only one
+  std::this_thread::sleep_for(milliseconds(100));
+
+  EXPECT_FALSE(done) << "the alert is not written yet";
+  in_ring.Open();
+  flusher.join();
+  EXPECT_EQ(CountOf(ReadFamily(setup.directory, "t_"), " m A: alert\n"), 1U);
+}
+
 TEST_F(FlushTest, InAForkedChildItIsFalseAtOnce) {
   EXPECT_EQ(InFork([this] {
               auto const begin = Clock::now();

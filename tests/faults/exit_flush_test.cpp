@@ -184,6 +184,13 @@ TEST_F(ExitFlushTest, AStalledDeviceHoldsTheExitForASecond) {
   EXPECT_LT(Found(), 1'000U);
 }
 
+TEST_F(ExitFlushTest, AStalledFamilyHoldsTheExitForASecondWhileAnotherIsBusy) {
+  Left const left = Run("busy", 1'000, {"rules=write,action=stall,first=20,count=0,path=*/logs/t_2*.log"});
+  EXPECT_EQ(left.outcome.exit_code, 0);
+  EXPECT_GE(left.took.count(), 1'000);
+  EXPECT_LT(left.took.count(), 8'000);
+}
+
 TEST_F(ExitFlushTest, ADirectoryThatCannotBeMadeHoldsTheExitForASecond) {
   Left const left = Run("return", 1'000, {"logs=" + (dir / "missing/logs")});
   EXPECT_EQ(left.outcome.exit_code, 0);

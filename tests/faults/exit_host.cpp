@@ -12,6 +12,7 @@
 //   fork                        a forked child leaves by std::exit at once, and the process returns
 //   fork_own                    a forked child makes a manager of its own ("child_"), and both leave by
 //   std::exit
+//   busy                        return, while another thread traces to the family "t_busy_" without a pause
 //
 // `rules` are for the shim, as in VELT_SHIM; they hold from the first record on. "child_ms N" is how long the
 // child of way=fork took to leave.
@@ -98,6 +99,13 @@ void ForkWithAManagerOfItsOwn() {
   waitpid(child, nullptr, 0);
 }
 
+void TraceWithoutEnd() {
+  for (;;) {
+    (void)VeltDebugMgr::Instance()->AppTrace("m", kLevel3, "busy", nullptr, false, true, "busy");
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+}
+
 [[noreturn]] void FlushAndLeave() {
   bool const flushed = VeltDebugMgr::Instance()->Flush(30'000);
   _exit(flushed ? 0 : 1);
@@ -112,6 +120,7 @@ void Leave(std::string const& way) {
     std::set_terminate(FlushAndLeave);
     throw std::runtime_error("nobody catches it");
   }
+  if (way == "busy") std::thread(TraceWithoutEnd).detach();
   if (way == "fork") ForkAndLeave();
   if (way == "fork_own") ForkWithAManagerOfItsOwn();
 }
