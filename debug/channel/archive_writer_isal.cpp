@@ -17,10 +17,11 @@ namespace {
 
 // Level 2 makes archives of text 0.3 % smaller, but those of random digits 1.4 % larger, in 1.5 times the
 // time; level 3 takes twice the time. With this buffer, archives are at most 0.1 % larger than with four
-// times the size, and less memory is allocated than zlib allocates.
+// times the size, and less memory is allocated than zlib allocates. Written in pieces of 32 KB it takes 0.93
+// of the CPU time of 8 KB; 64 KB gain no more.
 constexpr std::uint32_t kLevel = 1;
 constexpr std::size_t kLevelBytes = ISAL_DEF_LVL1_MEDIUM;
-constexpr std::size_t kOutBytes = 8'192;
+constexpr std::size_t kOutBytes = 32'768;
 
 bool WriteAll(int descriptor, std::uint8_t const* bytes, std::size_t count) {
   while (count > 0) {

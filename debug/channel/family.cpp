@@ -21,14 +21,19 @@ constexpr std::size_t kTimeLength = 15;  // "20240305_140709"
 constexpr std::size_t kTimeAndLogLength = kTimeLength + 4;
 constexpr mode_t kRegularFileBit = 0100000;  // one bit of the file type, which a socket has too
 
-bool EndsWith(std::string const& name, char const* suffix) {
-  std::size_t const length = std::strlen(suffix);
-  return name.size() >= length && name.compare(name.size() - length, length, suffix) == 0;
+bool EndsWith(std::string_view name, std::string_view suffix) {
+  return name.size() >= suffix.size() && name.substr(name.size() - suffix.size()) == suffix;
+}
+
+bool IsRegular(ChannelState const& state, std::string_view name) {
+  struct stat info {};
+  std::string const path = state.m_strLogPath + std::string(name);
+  return stat(path.c_str(), &info) == 0 && (info.st_mode & kRegularFileBit) != 0;
 }
 
 }  // namespace
 
-bool CheckFileLength(ChannelState const& state, std::string const& name, int type) {
+bool CheckFileLength(ChannelState const& state, std::string_view name, int type) {
   std::size_t const prefix = state.m_strFilePrefix.size();
   switch (type) {
     case kTarArchive:
@@ -44,7 +49,7 @@ bool CheckFileLength(ChannelState const& state, std::string const& name, int typ
   }
 }
 
-FileType FileTypeByName(ChannelState const& state, std::string const& name) {
+FileType FileTypeByName(ChannelState const& state, std::string_view name) {
   if (name.compare(0, state.m_strFilePrefix.size(), state.m_strFilePrefix) != 0) return kForeign;
   if (EndsWith(name, LOGFILETAIL) && CheckFileLength(state, name, kLogFile)) return kLogFile;
   // Names of both kinds of archives have the same length, so the longer suffix is checked first.
@@ -54,14 +59,16 @@ FileType FileTypeByName(ChannelState const& state, std::string const& name) {
   return kForeign;
 }
 
+FileType FileTypeListed(ChannelState const& state, std::string_view name, unsigned char kind) {
+  FileType const type = FileTypeByName(state, name);
+  if (type == kForeign || kind == DT_REG) return type;
+  return IsRegular(state, name) ? type : kForeign;
+}
+
 int GetFileType(ChannelState const& state, std::string const& name) {
   // The name first: a directory may have many other files, and stat is slow.
   FileType const type = FileTypeByName(state, name);
-  if (type == kForeign) return kForeign;
-  struct stat info {};
-  std::string const path = state.m_strLogPath + name;
-  bool const regular = stat(path.c_str(), &info) == 0 && (info.st_mode & kRegularFileBit) != 0;
-  return regular ? type : kForeign;
+  return type != kForeign && IsRegular(state, name) ? type : kForeign;
 }
 
 }  // namespace velt

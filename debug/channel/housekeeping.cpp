@@ -8,8 +8,11 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <new>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "velt/channel.h"
@@ -47,19 +50,23 @@ void ZipLogFiles(ChannelState& state, std::string const& name) {
 
 void RemoveSpilthFile(ChannelState& state) {
   std::vector<std::string> archives;
-  bool const opened = ForEachName(state.m_strLogPath, [&](std::string const& name) {
-    if (GetFileType(state, name) == kLogArchive) archives.push_back(name);
+  bool const opened = ForEachName(state.m_strLogPath, [&](std::string_view name, unsigned char kind) {
+    if (FileTypeListed(state, name, kind) == kLogArchive) archives.emplace_back(name);
   });
   if (!opened || archives.size() <= state.m_nEachProcessMaxZipNum) return;
 
   std::size_t const dot = state.m_strFirstFileName.find('.');
   std::string const kept_stem =
       dot == std::string::npos ? std::string() : state.m_strFirstFileName.substr(0, dot);
-  std::sort(archives.begin(), archives.end());  // the time in the name makes this the order of creation
+  // The time in the name makes this the order of creation. A heap, since mostly one of many is deleted.
+  std::make_heap(archives.begin(), archives.end(), std::greater<>());
   std::size_t surplus = archives.size() - state.m_nEachProcessMaxZipNum;
-  for (auto archive = archives.begin(); archive != archives.end() && surplus > 0; ++archive) {
-    if (!kept_stem.empty() && archive->find(kept_stem) != std::string::npos) continue;
-    if (std::remove((state.m_strLogPath + *archive).c_str()) == 0) state.m_counts.archivesRemoved.Add();
+  while (surplus > 0 && !archives.empty()) {
+    std::pop_heap(archives.begin(), archives.end(), std::greater<>());
+    std::string const oldest = std::move(archives.back());
+    archives.pop_back();
+    if (!kept_stem.empty() && oldest.find(kept_stem) != std::string::npos) continue;
+    if (std::remove((state.m_strLogPath + oldest).c_str()) == 0) state.m_counts.archivesRemoved.Add();
     --surplus;  // even if it could not be removed: no newer one must be deleted in its place
   }
 }
@@ -67,8 +74,11 @@ void RemoveSpilthFile(ChannelState& state) {
 void ProcessLogFileBeforeCreateNew(ChannelState& state) {
   try {
     std::vector<std::string> finished;
-    bool const opened = ForEachName(state.m_strLogPath, [&](std::string const& name) {
-      if (GetFileType(state, name) == kLogFile) finished.push_back(name);
+    bool const opened = ForEachName(state.m_strLogPath, [&](std::string_view name, unsigned char /*kind*/) {
+      // Only log files are looked at, of which there are few: archives may be thousands.
+      if (FileTypeByName(state, name) != kLogFile) return;
+      std::string file(name);
+      if (GetFileType(state, file) == kLogFile) finished.push_back(std::move(file));
     });
     if (!opened) return;
     for (std::string const& name : finished) ZipLogFiles(state, name);

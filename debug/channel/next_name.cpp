@@ -16,11 +16,10 @@ constexpr std::int64_t kMostAhead = 3600;
 // none.
 std::int64_t NewestInDirectory(ChannelState const& state, std::int64_t now) {
   std::int64_t newest = NameHistory::kNone;
-  (void)ForEachName(state.m_strLogPath, [&](std::string const& name) {
+  (void)ForEachName(state.m_strLogPath, [&](std::string_view name, unsigned char /*kind*/) {
     FileType const type = FileTypeByName(state, name);
     if (type != kLogFile && type != kLogArchive) return;
-    std::string_view const time =
-        std::string_view(name).substr(state.m_strFilePrefix.size(), kNameTimeLength);
+    std::string_view const time = name.substr(state.m_strFilePrefix.size(), kNameTimeLength);
     std::int64_t seconds = 0;
     if (SecondsOfNameTime(time, seconds) && !IsTooFarAhead(seconds, now)) newest = std::max(newest, seconds);
   });

@@ -609,6 +609,19 @@ TEST_F(PruningTest, OnlyArchivesOfTheChannelAreCountedAndRemoved) {
   EXPECT_EQ(Names().size(), 7U);
 }
 
+TEST_F(PruningTest, WhatIsNoRegularFileIsNoArchiveWhateverItsName) {
+  setup.keep = 1;
+  fs::create_directory(dir / ArchiveName(1));
+  fs::create_symlink("missing", dir / ArchiveName(2));
+  ASSERT_EQ(mkfifo((dir / ArchiveName(3)).c_str(), 0600), 0);
+  Put(ArchiveName(4));
+
+  MakeIdleChannel(setup)->RemoveSpilthFile();
+
+  EXPECT_EQ(Names(),
+            (std::vector<std::string>{ArchiveName(1), ArchiveName(2), ArchiveName(3), ArchiveName(4)}));
+}
+
 TEST_F(PruningTest, AnArchiveThatIsALinkIsRemovedAndItsTargetStays) {
   setup.keep = 0;
   Put("target");
