@@ -166,6 +166,7 @@ bool StartOutputThread(ChannelState& state, VeltDebugInfo* channel) {
 
 void RunOutputThread(ChannelState& state) {
   (void)pthread_setname_np(pthread_self(), ThreadName(state.m_strFilePrefix).data());  // for debuggers only
+  state.m_OutputQueue.BeginTaking();  // a problem handler may trace or flush before the first record is taken
   ProcessLogFileBeforeCreateNew(state);
   if (OpenFileUntilExit(state)) {
     WriteStartLines(state);

@@ -238,6 +238,13 @@ void RecordQueue::Append_i(ACE_Message_Block* block) {
   accepted_.store(accepted_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 
+void RecordQueue::BeginTaking() {
+  QueueLock const guard(lock_);
+  if (!guard.locked()) return;  // TakeAll makes up for it
+  taker_ = pthread_self();
+  has_taker_ = true;
+}
+
 bool RecordQueue::OnTakersThread() {
   QueueLock const guard(lock_);
   return has_taker_ && pthread_equal(taker_, pthread_self()) != 0;

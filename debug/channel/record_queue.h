@@ -64,7 +64,10 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   std::uint64_t Accepted() const noexcept { return accepted_.load(std::memory_order_relaxed); }
   std::uint64_t Evicted() const noexcept { return evicted_.load(std::memory_order_relaxed); }
 
-  // Whether the calling thread is the one that called TakeAll last.
+  // Makes the calling thread the one that empties the queue, as TakeAll does, but before it takes anything.
+  void BeginTaking();
+
+  // Whether the calling thread is the one that called one of the two last.
   bool OnTakersThread();
 
   // Takes the head if there is one; never waits. Returns null when there is none or the lock could not be

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "velt/channel.h"
+#include "velt/problem.h"
 
 #include "tests/support/channel.h"
 #include "tests/support/files.h"
@@ -162,6 +163,28 @@ TEST_F(FlushTest, OnTheOutputThreadItselfItIsFalseAtOnceWhileRecordsAreLeft) {
 
   EXPECT_EQ(result, 0);
   EXPECT_LT(Clock::now() - begin, milliseconds(kLong / 2));
+}
+
+std::atomic<VeltDebugInfo*> unopened{nullptr};
+std::atomic<int> flushed_unopened{-1};
+
+// Flushes, on its output thread, the channel that has no file.
+void FlushUnopened(VeltProblem const& problem) {
+  if (problem.kind != VeltProblemKind::kCannotOpen) return;
+  while (unopened == nullptr) std::this_thread::yield();
+  flushed_unopened = unopened.load()->Flush(kLong) ? 1 : 0;
+}
+
+TEST_F(FlushTest, OnAnOutputThreadThatHasNoFileYetItIsFalseAtOnceToo) {
+  (void)VeltSetProblemHandler(&FlushUnopened);
+  auto const channel = MakeChannel(ChannelSetup("/proc/no such directory"));
+  ASSERT_TRUE(channel->Trace("m", VeltLogLevel{3}, "waits for a file", nullptr, false, true));
+
+  unopened = channel.get();
+
+  EXPECT_TRUE(WaitUntil([] { return flushed_unopened != -1; }, milliseconds(kLong / 2)));
+  EXPECT_EQ(flushed_unopened, 0);
+  (void)VeltSetProblemHandler(nullptr);
 }
 
 TEST_F(FlushTest, RecordsThatADeviceRefusedAreDealtWith) {
