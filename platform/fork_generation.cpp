@@ -4,10 +4,6 @@
 
 namespace velt {
 
-namespace detail {
-std::atomic<std::uint32_t> fork_generation{0};
-}
-
 namespace {
 
 void (*hook_in_child)() = nullptr;

@@ -8,8 +8,9 @@
 namespace velt {
 
 namespace detail {
+// Defined beside what calls WatchForks: a host that links the static library then gets both, or neither.
 extern std::atomic<std::uint32_t> fork_generation;
-}
+}  // namespace detail
 
 // A number that is one higher in a forked child than in its parent. An object stores the number when it is
 // made; if the current number differs, the object was inherited over a fork. Relaxed: the number changes only

@@ -54,6 +54,8 @@ void AfterForkInParent() {
 
 }  // namespace
 
+std::atomic<std::uint32_t> detail::fork_generation{0};
+
 }  // namespace velt
 
 velt::Mutex velt::ServiceWaitState::m_instMutex;

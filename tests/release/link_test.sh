@@ -58,6 +58,8 @@ find_package_and_pkg_config() { # INSTALLED shared|static
   for compiler in "${compilers[@]}"; do
     quietly "$compiler" -std=c++17 -O0 "$hosts/host.cpp" -o "$scratch/pkg_config_$2" "${flags[@]}"
     LD_LIBRARY_PATH=${pkg_config_path%/pkgconfig} try "$scratch/pkg_config_$2" "pkg-config with ${compiler##*/}" "$2"
+    quietly "$compiler" -std=c++17 -O0 "$hosts/channel_host.cpp" -o "$scratch/channel_$2" "${flags[@]}"
+    LD_LIBRARY_PATH=${pkg_config_path%/pkgconfig} try "$scratch/channel_$2" pkg-config "$2"
   done
 }
 
