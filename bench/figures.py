@@ -39,6 +39,7 @@ TITLES = {
     "f": "What rotation with compression costs callers that keep tracing, ns",
     "g": "Configuration look-ups, us",
     "h": "Compressing a finished file of 50 MB: CPU and archive",
+    "i": "Tracing varied text without a pause while files rotate and are compressed",
 }
 
 SETTINGS = {
@@ -54,7 +55,8 @@ SETTINGS = {
     GLOG: "logbuflevel -1, max_log_size 1,000; it has no queue and no modules: the file name takes their place",
     "isal, zlib": "GZCompress, reading of the file included; zlib is -DVELT_GZIP=zlib. dpkg.log is this machine's, repeated; "
     "hex is 64 random digits a line",
-    RAW: "one write(2) of a ready line for each record; with several producers under a mutex",
+    RAW: "one write(2) of a ready line for each record; with several producers under a mutex; in (i) with the lines "
+    "that the library writes, into one file",
 }
 
 
@@ -96,12 +98,11 @@ def sustained_jobs(quick, number, records):
             yield Job(subject, str(producers), program(subject, "sustained", producers=producers, records=count))
     if number > 1:
         return
-    # Once: one file in 1.2 s, then as fast as it goes.
+    # Once: one file in 1.2 s.
     lines_in_file = 50 * 1_048_576 // 128
-    for subject, rate in (("manager, paced", lines_in_file * 10 // 12), ("manager, unpaced", 0)):
-        count = lines_in_file * 5 // 4 if quick else 2_000_000
-        command = ["velt_rotation", "run", "--producers", "1", "--records", str(count), "--rate", str(rate)]
-        yield Job(subject, "rotating", command + ["--file-mb", "50"])
+    count = lines_in_file * 5 // 4 if quick else 2_000_000
+    command = ["velt_rotation", "run", "--producers", "1", "--records", str(count)]
+    yield Job("manager, paced", "rotating", [*command, "--rate", str(lines_in_file * 10 // 12), "--file-mb", "50"])
 
 
 def filtered_jobs(quick):
@@ -152,6 +153,20 @@ def compression_jobs(quick):
         yield Job("levels", text, ["velt_compression", "levels", "--text", text, *megabytes])
 
 
+FILE_SIZES = ("5 MB", "50 MB")
+ARCHIVE_COUNTS = (200, 5_000)
+
+
+def unpaced_jobs(quick):
+    for producers in (1, 4):
+        common = ["--producers", str(producers), "--records", "500000" if quick else "2000000"]
+        yield Job(RAW, str(producers), ["velt_sustained", "bare", *common])
+        for size in FILE_SIZES:
+            yield Job(OURS, f"{producers}, {size}", ["velt_sustained", "run", *common, "--file-mb", size.split()[0]])
+    for archives in ARCHIVE_COUNTS:
+        yield Job("rotation", f"{archives:,} archives", ["velt_sustained", "scan", "--archives", str(archives)])
+
+
 def jobs_of(figure, quick, number, records):
     """The runs of round `number`, the first being 1."""
     makers = {
@@ -163,6 +178,7 @@ def jobs_of(figure, quick, number, records):
         "f": rotation_jobs,
         "g": config_jobs,
         "h": compression_jobs,
+        "i": unpaced_jobs,
     }
     return list(makers[figure](quick))
 
@@ -234,6 +250,18 @@ TARGETS = [
             Target("h", f"{name}: CPU, ISA-L against zlib", ("isal", text, "cpu_ms"), ("zlib", text, "cpu_ms"), 1 / 6),
             Target("h", f"{name}: archive, ISA-L against zlib", ("isal", text, "archive_bytes"),
                    ("zlib", text, "archive_bytes"), 1.12),
+        )
+    ],
+    *[
+        target
+        for producers in ("1", "4")
+        for size in FILE_SIZES
+        for target in (
+            Target("i", f"rotating without a pause, {producers} producer{'s' if producers == '4' else ''}, {size}, against "
+                   "bare write(2)", (OURS, f"{producers}, {size}", "krecords_per_s"), (RAW, producers, "krecords_per_s"),
+                   0.7, at_least=True),
+            *[Target("i", f"{metric} meanwhile, {producers} producer{'s' if producers == '4' else ''}, {size}",
+                     (OURS, f"{producers}, {size}", metric), None, 0) for metric in ("refused", "lost")],
         )
     ],
 ]

@@ -59,6 +59,8 @@ class Run:
     def measure(self, figure):
         started = time.monotonic()
         rounds = self.arguments.rounds * figures.MORE_ROUNDS.get(figure, 1)
+        load = (figure, self.started, 1, "machine", "", "load", os.getloadavg()[0])
+        self.rows.append(dict(zip(FIELDS, load)))
         print(f"== figure {figure}: {figures.TITLES[figure]}", end="", flush=True)
         for number in range(1, rounds + 1):
             jobs = figures.jobs_of(figure, self.arguments.quick, number, self.arguments.records)
@@ -90,7 +92,7 @@ class Run:
 
 def parse_arguments():
     parser = argparse.ArgumentParser(prog="scripts/bench.sh")
-    parser.add_argument("figures", nargs="*", metavar="figure", help="a to h; all by default")
+    parser.add_argument("figures", nargs="*", metavar="figure", help="a to i; all by default")
     parser.add_argument("--rounds", type=int, help="5 by default")
     parser.add_argument("--quick", action="store_true", help="one round of small counts")
     parser.add_argument("--records", type=int, default=2_000_000, help="of each run of figure b")
