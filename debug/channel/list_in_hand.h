@@ -27,11 +27,9 @@ class ListInHand {
   void GiveBack();
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   RecordQueue& queue_;
-  std::size_t counted_ = 0;  // records dealt with that still count as queued
-  Clock::time_point given_back_at_;
+  std::size_t counted_ = 0;                   // records dealt with that still count as queued
+  std::chrono::nanoseconds given_back_at_{};  // on the coarse clock
 };
 
 }  // namespace velt
