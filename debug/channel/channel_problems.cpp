@@ -1,6 +1,7 @@
 #include "debug/channel/channel_problems.h"
 
 #include <exception>
+#include <utility>
 
 #include "debug/channel/channel_state.h"
 
@@ -25,6 +26,21 @@ void Tell(ProblemGate& gate, VeltProblemKind kind, std::string const& path, int 
   }
 }
 
+// Makes the report that a problem has ended, unless `count`, of what failed, is 0. If that is too early, the
+// count is kept and a later call makes the report: else the last word would be that of the problem.
+template <typename Sentence>
+void TellEnd(ProblemGate& gate, VeltProblemKind kind, std::string const& path, std::uint64_t& count,
+             Sentence const& sentence) {
+  std::uint64_t unused = 0;
+  if (count == 0 || !gate.Pass(0, unused)) return;
+  std::uint64_t const all = std::exchange(count, 0);
+  try {
+    TellProblem(kind, sentence(all), path, 0, all);
+  } catch (std::exception const&) {
+    return;  // no memory for the text
+  }
+}
+
 }  // namespace
 
 void FileNotOpened(ChannelState& state, int error) {
@@ -37,13 +53,11 @@ void FileNotOpened(ChannelState& state, int error) {
 }
 
 void FileOpened(ChannelState& state) {
-  std::uint64_t const failed = state.m_problems.failed_opens;
-  if (failed == 0) return;
-  state.m_problems.failed_opens = 0;
   std::string const& path = state.m_strCurFileName;
-  Tell(state.m_problems.open_again, VeltProblemKind::kOpenAgain, path, 0, failed, [&](std::uint64_t all) {
-    return "opened the log file " + path + " after " + Number(all, "failed attempt");
-  });
+  TellEnd(state.m_problems.open_again, VeltProblemKind::kOpenAgain, path, state.m_problems.failed_opens,
+          [&](std::uint64_t failed) {
+            return "opened the log file " + path + " after " + Number(failed, "failed attempt");
+          });
 }
 
 void RecordNotWritten(ChannelState& state, int error) {
@@ -56,13 +70,13 @@ void RecordNotWritten(ChannelState& state, int error) {
 }
 
 void RecordWritten(ChannelState& state) {
-  std::uint64_t const lost = state.m_problems.refused_writes;
-  if (lost == 0) return;
-  state.m_problems.refused_writes = 0;
+  FileOpened(state);  // if it was too early to tell that when the file was opened
   std::string const& path = state.m_strCurFileName;
-  Tell(state.m_problems.writes_again, VeltProblemKind::kWritesAgain, path, 0, lost, [&](std::uint64_t all) {
-    return "the log file " + path + " takes records again, " + Number(all, "record") + " lost meanwhile";
-  });
+  TellEnd(state.m_problems.writes_again, VeltProblemKind::kWritesAgain, path, state.m_problems.refused_writes,
+          [&](std::uint64_t lost) {
+            return "the log file " + path + " takes records again, " + Number(lost, "record") +
+                   " lost meanwhile";
+          });
 }
 
 void FileNotArchived(ChannelState& state, std::string const& path, int error) {

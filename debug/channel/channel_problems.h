@@ -19,8 +19,8 @@ struct ChannelProblems {
   ProblemGate writes_again;
   ProblemGate cannot_archive;
   ProblemGate records_refused;       // any thread
-  std::uint64_t failed_opens = 0;    // since a file was opened
-  std::uint64_t refused_writes = 0;  // records lost since a record was written
+  std::uint64_t failed_opens = 0;    // not told as ended yet
+  std::uint64_t refused_writes = 0;  // records lost, not told as ended yet
 };
 
 // Call the first when a file could not be opened, because of `error`; the second when a file was opened.

@@ -194,6 +194,30 @@ TEST_F(ChannelProblemsTest, RecordsThatADeviceRefusesAreToldAndHowManyItCostWhen
   EXPECT_EQ(channel_->Counts().lost, 5U);
 }
 
+TEST_F(ChannelProblemsTest, TheEndOfALaterProblemIsToldOnceItsTenSecondsAreOver) {
+  Start();
+  auto const lose = [this](int records) {
+    NoRoom const none;
+    TraceAndFlush(records);
+  };
+  TraceAndFlush(1);
+  lose(1);
+  TraceAndFlush(1);
+  ASSERT_EQ(Reports(VeltProblemKind::kWritesAgain).size(), 1U);
+
+  lose(2);
+  TraceAndFlush(1);  // too early for a second report
+  lose(3);
+  TraceAndFlush(1);
+  EXPECT_EQ(Reports(VeltProblemKind::kWritesAgain).size(), 1U);
+  seconds_ahead = 11;
+  TraceAndFlush(1);
+
+  auto const again = Reports(VeltProblemKind::kWritesAgain);
+  ASSERT_EQ(again.size(), 2U) << "the last word would be that the device refuses records";
+  EXPECT_EQ(again[1].count, 5U);
+}
+
 TEST_F(ChannelProblemsTest, AnArchiveThatCannotBeMadeIsTold) {
   setup_.max_bytes = 0;
   Start();
