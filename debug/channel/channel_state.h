@@ -56,6 +56,8 @@ struct ChannelState {
   // The fields above keep their given order; these are additions.
   ListInHand m_inHand{m_OutputQueue};  // output thread
   NameHistory m_names;                 // output thread
+  std::atomic<bool> m_bHousekeeping{
+      false};  // set by the output thread while files are compressed and deleted
   ChannelCounts m_counts;
   ChannelProblems m_problems;
   ChannelState* m_pNextLive = nullptr;    // under live_lock of flush.cpp

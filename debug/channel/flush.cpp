@@ -63,8 +63,10 @@ struct Progress {
 Progress LookAtLiveChannels_i() {
   Progress now;
   for (ChannelState const* state = live_channels; state != nullptr; state = state->m_pNextLive) {
-    // Other threads may trace to a channel that is done for as long as the process lives.
-    if (state->InheritedByFork() || QueueDealtWith(*state, state->m_nFlushTarget)) continue;
+    // An archive that is being made is waited for: half of one would be left behind. Other threads may trace
+    // to a channel that is done for as long as the process lives.
+    bool const tidying = state->m_bHousekeeping.load(std::memory_order_acquire);
+    if (state->InheritedByFork() || (QueueDealtWith(*state, state->m_nFlushTarget) && !tidying)) continue;
     now.pending = true;
     now.steps += state->m_counts.dealtWith.Get() + state->m_counts.bytesWritten.Get() +
                  state->m_counts.archiveBlocks.load(std::memory_order_relaxed);

@@ -28,6 +28,20 @@ namespace {
 constexpr std::size_t kLongestDirectory = 4097;
 constexpr mode_t kArchiveMode = 0440;
 
+// Release when it ends: who sees it ended sees the archives as they are.
+class HousekeepingMark {
+ public:
+  explicit HousekeepingMark(ChannelState& state) : state_(state) {
+    state_.m_bHousekeeping.store(true, std::memory_order_relaxed);
+  }
+  ~HousekeepingMark() { state_.m_bHousekeeping.store(false, std::memory_order_release); }
+  HousekeepingMark(HousekeepingMark const&) = delete;
+  HousekeepingMark& operator=(HousekeepingMark const&) = delete;
+
+ private:
+  ChannelState& state_;
+};
+
 }  // namespace
 
 void ZipLogFiles(ChannelState& state, std::string const& name) {
@@ -72,6 +86,7 @@ void RemoveSpilthFile(ChannelState& state) {
 }
 
 void ProcessLogFileBeforeCreateNew(ChannelState& state) {
+  HousekeepingMark const mark(state);
   try {
     std::vector<std::string> finished;
     bool const opened = ForEachName(state.m_strLogPath, [&](std::string_view name, unsigned char /*kind*/) {

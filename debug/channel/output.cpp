@@ -124,32 +124,41 @@ bool OpenFileUntilExit(ChannelState& state) {
 
 // Recursive: a record of level 0 writes the ring's records through here, with `fromDiscard` set.
 // NOLINTNEXTLINE(misc-no-recursion): one level deep, as fromDiscard sees to
-Outcome OutputRecord(ChannelState& state, OutDataUnit const& rec, bool fromDiscard) {
-  if (state.m_pFile == nullptr) return {false, false};
-  if (rec.m_nLevel == 0 && !fromDiscard) OutputDiscardQueue(state);
-  if (state.m_pFile == nullptr) return {false, false};  // the channel ended in a rotation during the ring
+bool OutputRecord(ChannelState& state, OutDataUnit const& rec, bool fromDiscard, DealtWith dealtWith) {
+  if (state.m_pFile != nullptr && rec.m_nLevel == 0 && !fromDiscard) OutputDiscardQueue(state);
+  if (state.m_pFile == nullptr) {  // none was open, or the channel ended in a rotation during the ring
+    dealtWith(state, rec, false);
+    return false;
+  }
 
   // The value's Print and the stream buffer of std::cout are the host's code and may trace.
   if (rec.m_pAsn != nullptr || rec.m_bPrint) state.m_inHand.GiveBack();
   RecordLine line;
   MakeLine(rec, line);
   bool whole = true;
+  bool has_file = true;
   if (rec.m_bLog) {
     whole = LogRecord(state, rec, line);
-    if (!RotateWhenOutgrown(state)) return {false, whole};
+    // Before a rotation, which may take long: whoever flushes need not wait for that.
+    if (!rec.m_bPrint) dealtWith(state, rec, whole);
+    has_file = RotateWhenOutgrown(state);
   }
-  StoreDay(rec);
-  if (rec.m_bPrint) PrintRecord(rec, line);
-  return {true, whole};
+  if (has_file) {
+    StoreDay(rec);
+    if (rec.m_bPrint) PrintRecord(rec, line);
+  }
+  if (rec.m_bPrint) dealtWith(state, rec, whole);
+  return has_file;
 }
 
 bool OutputString(ChannelState& state, OutDataUnit const& rec, bool fromDiscard) {
-  return OutputRecord(state, rec, fromDiscard).has_file;
+  // A record that a host hands in here was not accepted by the queue, so it does not count.
+  return OutputRecord(state, rec, fromDiscard, [](ChannelState&, OutDataUnit const&, bool) {});
 }
 
-void CountOutcome(ChannelState& state, OutDataUnit const& rec, Outcome const& outcome) {
+void CountDealtWith(ChannelState& state, OutDataUnit const& rec, bool whole) {
   ChannelCounts& counts = state.m_counts;
-  if (!outcome.whole) {
+  if (!whole) {
     counts.lost.Add();
   } else if (rec.m_bLog) {
     counts.written.Add();
@@ -174,7 +183,7 @@ void OutputDiscardQueue(ChannelState& state) {
     }
     rec->m_bPrint = true;
     rec->m_bLog = true;
-    CountOutcome(state, *rec, OutputRecord(state, *rec, true));
+    (void)OutputRecord(state, *rec, true, &CountDealtWith);  // the next one meets the same file
   }
 }
 

@@ -8,17 +8,15 @@ namespace velt {
 
 struct ChannelState;
 
-// What happened to one record.
-struct Outcome {
-  bool has_file;  // a file is open: what VeltDebugInfo::OutputString returns
-  bool whole;     // all of it went to every output that it was for
-};
+// Is called once for each record, when it went where it was to go: all of it if `whole`.
+using DealtWith = void (*)(ChannelState& state, OutDataUnit const& rec, bool whole);
 
-// Writes one record to the file and to standard output, as its flags say. Output thread.
-Outcome OutputRecord(ChannelState& state, OutDataUnit const& rec, bool fromDiscard);
+// Writes one record to the file and to standard output, as its flags say. Returns what
+// VeltDebugInfo::OutputString returns. Output thread.
+bool OutputRecord(ChannelState& state, OutDataUnit const& rec, bool fromDiscard, DealtWith dealtWith);
 
-// Counts a record that was accepted and has been dealt with.
-void CountOutcome(ChannelState& state, OutDataUnit const& rec, Outcome const& outcome);
+// Counts a record that was accepted.
+void CountDealtWith(ChannelState& state, OutDataUnit const& rec, bool whole);
 
 // The operations of VeltDebugInfo of the same names. Output thread.
 bool OutputString(ChannelState& state, OutDataUnit const& rec, bool fromDiscard);

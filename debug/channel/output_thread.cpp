@@ -114,7 +114,8 @@ bool HandleRecord(ChannelState& state, std::unique_ptr<OutDataUnit> rec) {
     CountLost(state);
     return true;
   }
-  CountOutcome(state, *rec, OutputRecord(state, *rec, false));
+  (void)OutputRecord(state, *rec, false,
+                     &CountDealtWith);  // without a file the next record counts as lost, too
   return true;
 }
 

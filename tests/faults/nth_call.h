@@ -83,7 +83,7 @@ class NthCall : public Scenario, public testing::WithParamInterface<Fault> {
   // Each end costs a poll; side by side they cost one together.
   static void End(Lives const& lives) {
     std::vector<std::thread> threads;
-    for (auto const& life : lives) threads.emplace_back([&life] { life->family.channel.reset(); });
+    for (auto const& life : lives) threads.emplace_back([&life] { life->family.Stop(); });
     for (auto& thread : threads) thread.join();
   }
 
@@ -92,6 +92,7 @@ class NthCall : public Scenario, public testing::WithParamInterface<Fault> {
     for (auto const& life : lives) {
       EXPECT_LT(life->family.producer->LongestCall(), kLongestCall);
       ++life->family.producers.run;
+      life->family.drains = true;  // the fault is over
       life->family.Start();
       EXPECT_TRUE(life->family.Trace(kAfterwards));
     }

@@ -138,7 +138,10 @@ class NthCallFaultTest : public NthCall {
   void RunSideBySide(Lives const& lives) {
     for (auto const& life : lives) Begin(*life);
     for (auto const& life : lives) WaitForTheFault(*life);
-    if (TheFault() == Lasts::kUntilTheEnd) End(lives);
+    if (TheFault() == Lasts::kUntilTheEnd) {
+      for (auto const& life : lives) life->family.drains = !StopsOpening();
+      End(lives);
+    }
     for (auto const& life : lives) failures += life->Applied();
     shim::ClearRules();
     for (auto const& life : lives) EXPECT_EQ(OwnArchives(*life), ArchivesUnderTheFault(*life)) << life->n;

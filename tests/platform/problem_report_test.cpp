@@ -1,0 +1,75 @@
+// Problem reports to a standard error that cannot take them.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+
+#include "platform/problem_report.h"
+#include "tests/support/process.h"
+
+namespace velt::test {
+namespace {
+
+void TellOne() { TellProblem(VeltProblemKind::kCannotOpen, "a problem", "path", ENOENT, 1); }
+
+// Puts the writing end of a pipe in the place of standard error; gives the reading end.
+int ReplaceStandardError() {
+  int ends[2] = {-1, -1};
+  if (pipe(ends) != 0 || dup2(ends[1], STDERR_FILENO) == -1) _exit(90);
+  close(ends[1]);
+  return ends[0];
+}
+
+TEST(ProblemReportTest, AStandardErrorThatNobodyReadsAnyMoreDoesNotEndTheProcess) {
+  Outcome const outcome = RunInChild([] {
+    std::signal(SIGPIPE, SIG_DFL);
+    setenv("VELT_PROBLEMS", "stderr", 1);
+    ReadProblemSetting();
+    close(ReplaceStandardError());
+    TellOne();
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, SIGPIPE) == 0 ? 21 : 22;
+  });
+
+  EXPECT_EQ(outcome.signal, 0);
+  EXPECT_EQ(outcome.exit_code, 21) << "and no signal is left for the host";
+}
+
+TEST(ProblemReportTest, AStandardErrorThatIsFullDoesNotHoldTheCaller) {
+  Outcome const outcome = RunInChild([] {
+    setenv("VELT_PROBLEMS", "stderr", 1);
+    ReadProblemSetting();
+    int const reader = ReplaceStandardError();
+    int const flags = fcntl(STDERR_FILENO, F_GETFL);
+    fcntl(STDERR_FILENO, F_SETFL, flags | O_NONBLOCK);
+    std::string const block(4096, 'x');
+    while (write(STDERR_FILENO, block.data(), block.size()) > 0) {
+    }
+    fcntl(STDERR_FILENO, F_SETFL, flags);
+    alarm(30);  // ends a write that waits
+    TellOne();
+    close(reader);
+    return 23;
+  });
+
+  EXPECT_EQ(outcome.exit_code, 23);
+}
+
+TEST(ProblemReportTest, ALineHasTheSentenceTheReasonAndItsNumber) {
+  Outcome const outcome = RunInChild([] {
+    setenv("VELT_PROBLEMS", "stderr", 1);
+    ReadProblemSetting();
+    TellOne();
+    return 0;
+  });
+
+  EXPECT_EQ(outcome.err, "veltbaseutil: a problem: No such file or directory (2)\n");
+}
+
+}  // namespace
+}  // namespace velt::test
