@@ -39,7 +39,6 @@ def describe(scratch):
         ["file system", _output("stat", "-f", "-c", "%T", scratch) + f" at {scratch}"],
         ["compiler", _output("c++", "--version").splitlines()[0] + ", CMAKE_BUILD_TYPE Release"],
         ["packages", ", ".join(versions)],
-        ["load at the start", f"{os.getloadavg()[0]:.2f}"],
         ["clock", "clock_gettime(CLOCK_MONOTONIC); its cost is part of every single call and nothing is subtracted"],
     ]
 
