@@ -205,8 +205,8 @@ class CompressionFaultTest : public Scenario {
 };
 
 TEST_F(CompressionFaultTest, AnArchiveThatIsRefusedAtAnyOfItsWritesIsMadeAtTheNextRotation) {
-  unsigned const bytes = Scaled(40'000U, 250'000U);
-  unsigned const most = Scaled(2U, 50U);  // more than such an archive takes
+  unsigned const bytes = Scaled(200'000U, 1'500'000U);  // an archive of more than one piece, and of 15
+  unsigned const most = Scaled(2U, 50U);                // more than such an archive takes
   unsigned faults = 0;
 
   for (unsigned n = 1; n <= most; ++n) {
