@@ -166,9 +166,7 @@ TEST(RecordQueueListTest, GivingBackLetsAsManyWaitingCallersInAsThereIsRoomFor) 
   std::vector<ACE_Message_Block*> const first = Fill(queue, 1);  // where the first of the list was
   waiting.reserve(late.size());
   for (ACE_Message_Block* const block : late) {
-    waiting.push_back(std::async(std::launch::async, [&queue, block] {
-          return queue.EnqueueRecord(block);
-    }));
+    waiting.push_back(std::async(std::launch::async, [&queue, block] { return queue.EnqueueRecord(block); }));
   }
   ASSERT_TRUE(WaitUntil([&queue] { return queue.CallersWait(); }));
 
@@ -190,7 +188,7 @@ void Produce(RecordQueue& queue, unsigned long thread) {
   for (unsigned long i = 0; i < kEach; ++i) {
     ACE_Message_Block* const block = NewBlock();
     block->msg_priority(i * kThreads + thread);
-      EXPECT_TRUE(queue.EnqueueRecord(block));
+    EXPECT_TRUE(queue.EnqueueRecord(block));
   }
 }
 
