@@ -30,7 +30,7 @@ struct ChannelState {
 
   static ChannelState& Of(VeltDebugInfo const& channel) { return *channel.m_pState; }
 
-  // Whether this process is a forked child of the one that made the channel: it has no output thread.
+  // Whether this process was forked from the process that made the channel: it has no output thread.
   bool InheritedByFork() const noexcept { return m_nForkGeneration != ForkGeneration(); }
 
   // The output thread's last store (release); the destructor polls it.

@@ -67,7 +67,7 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   // Makes the calling thread the one that empties the queue, as TakeAll does, but before it takes anything.
   void BeginTaking();
 
-  // Whether the calling thread is the one that called one of the two last.
+  // Whether the calling thread is the last caller of TakeAll or BeginTaking.
   bool OnTakersThread();
 
   // Takes the head if there is one; never waits. Returns null when there is none or the lock could not be

@@ -18,7 +18,7 @@ constexpr char const* kReplacedText = "1100";  // of level and of output items a
 // `value` in the unit of the file: sizes are megabytes there.
 int InFile(Limit limit, int value) { return limit == kFileBytes ? value >> kMegabyteShift : value; }
 
-// The file that has the item: the one that was read, or the secondary one.
+// The file that has the item: the primary file, or else the secondary file.
 std::string FileOf(char const* key, std::string const& primary) {
   int value = 0;
   return VeltGetCfgInt(key, value, primary.c_str()) ? primary : VeltGetDefaultCfgFile();

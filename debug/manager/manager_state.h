@@ -27,7 +27,7 @@ struct ManagerState {
   // Acquire: pairs with the store at the end of Init, so that everything Init wrote is seen.
   bool IsInit() const noexcept { return m_bInit.load(std::memory_order_acquire); }
 
-  // Whether this process is a forked child of the one that called Init.
+  // Whether this process was forked from the process that called Init.
   bool InheritedByFork() const noexcept { return IsInit() && m_nForkGeneration != ForkGeneration(); }
 
   std::atomic<bool> m_bInit{false};  // set last in Init (release)

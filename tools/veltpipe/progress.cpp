@@ -27,7 +27,7 @@ bool TakesOutput() {
   return poll(&terminal, 1, 0) == 1 && (terminal.revents & POLLOUT) != 0;
 }
 
-// The line is cut to the terminal's width: one that wraps could not be redrawn.
+// The line is cut to the terminal's width: a line that wraps could not be redrawn.
 std::size_t Columns() {
   constexpr std::size_t kUsual = 80;
   winsize size{};
