@@ -1,5 +1,6 @@
 #include "debug/manager/channel_table.h"
 
+#include <cerrno>
 #include <memory>
 #include <vector>
 
@@ -56,7 +57,12 @@ Lookup ChannelTable::FindOrMake(std::string const& key, std::string const& heade
   std::string const directory = main != nullptr ? main->LogPath() : VeltGetDefaultLogPath();
   std::unique_ptr<VeltDebugInfo> made = MakeChannel(key, directory, header, limits, true);
   WriteLock const lock(m_channelLock);
-  if (!lock.locked()) return Lookup::kRefused;
+  if (!lock.locked()) {
+    int const reason = errno;  // ending the channel may change it
+    made.reset();
+    errno = reason;
+    return Lookup::kRefused;
+  }
   Enter_i(key, made.get());
   channel = made.release();  // the table owns it now
   return Lookup::kFound;

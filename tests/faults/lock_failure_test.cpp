@@ -1,5 +1,8 @@
 // Locks that fail: every operation says so and goes no further.
+#include <sys/resource.h>
+
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <string>
 #include <thread>
@@ -363,6 +366,23 @@ TEST_F(LockFailureTest, AChannelThatCannotBeEnteredIsNotKeptAndTheNextCallMakesI
   EXPECT_EQ(result, kRefused);
   EXPECT_TRUE(second);
   EXPECT_EQ(host_.Records("host_gw_"), (std::vector<std::string>{" net I: second"}));
+}
+
+// Ending the channel that was not kept writes into its file, and that may fail, too.
+TEST_F(LockFailureTest, TheReasonOfARefusedCallIsTheLockWhateverEndingItsChannelMeets) {
+  (void)std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  rlimit const full{0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+
+  Result const result = With(Lock::kWriteLock, 1, [] {
+    return Manager()->AppTrace("net", VeltLogLevel{3}, "x", nullptr, false, true, "gw");
+  });
+
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  EXPECT_EQ(result, kRefused);
+  VeltDebugMgr::Destroy();
 }
 
 TEST_F(LockFailureTest, NoChannelIsMadeWithoutTheCreationLock) {
