@@ -56,6 +56,7 @@ struct ChannelState {
   // The fields above keep their given order; these are additions.
   ListInHand m_inHand{m_OutputQueue};  // output thread
   NameHistory m_names;                 // output thread
+  bool m_bStopMarkerQueued = false;    // the thread that ends the channel
   std::atomic<bool> m_bHousekeeping{
       false};  // set by the output thread while files are compressed and deleted
   ChannelCounts m_counts;

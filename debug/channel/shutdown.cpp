@@ -25,25 +25,27 @@ namespace {
 
 constexpr std::chrono::milliseconds kPoll(100);
 
-void SleepOnePoll() { ACE_OS::sleep(ACE_Time_Value(kPoll)); }
+void Sleep(std::chrono::milliseconds length) {
+  if (length.count() > 0) ACE_OS::sleep(ACE_Time_Value(length));
+}
 
-// Returns whether the marker was queued.
-bool EnqueueStopMarker(ChannelState& state) {
+// Returns whether the marker was queued. If not, `wait` has passed.
+bool EnqueueStopMarker(ChannelState& state, std::chrono::milliseconds wait) {
   try {
     auto marker = std::make_unique<OutDataUnit>();
     BlockPtr block = WrapRecord(marker.get());
     // Counted before it is queued: the output thread may then end at any moment.
     state.m_counts.markers.fetch_add(1, std::memory_order_relaxed);
-    if (!state.m_OutputQueue.EnqueueWithin(block.get(), kPoll)) {
+    if (!state.m_OutputQueue.EnqueueWithin(block.get(), wait)) {
       state.m_counts.markers.fetch_sub(1, std::memory_order_relaxed);
-      if (errno != EWOULDBLOCK) SleepOnePoll();  // the call has failed without waiting for room
+      if (errno != EWOULDBLOCK) Sleep(wait);  // the call has failed without waiting for room
       return false;
     }
     (void)block.release();  // the queue owns it now, and the marker
     (void)marker.release();
     return true;
   } catch (std::bad_alloc const&) {
-    SleepOnePoll();
+    Sleep(wait);
     return false;
   }
 }
@@ -67,23 +69,37 @@ void ClearQueues(ChannelState& state) {
   WriteShutdownLine(state, "%s after m_OutputQueue cleared\n", 0);
 }
 
+bool HasOutputThread(ChannelState const& state) {
+  return state.m_bThreadStarted.load(std::memory_order_relaxed) && !state.InheritedByFork();
+}
+
 }  // namespace
 
-void EndOutputThread(ChannelState& state) noexcept {
+void AskOutputThreadToEnd(ChannelState& state) noexcept {
   // Release: an output thread that sees it also sees what was queued before. The exchange makes sure that a
-  // channel is ended once.
-  if (state.m_bExit.exchange(true, std::memory_order_acq_rel) || state.InheritedByFork()) return;
-  if (!state.m_bThreadStarted.load(std::memory_order_relaxed)) return;
+  // channel is asked once.
+  if (state.m_bExit.exchange(true, std::memory_order_acq_rel) || !HasOutputThread(state)) return;
+  state.m_bStopMarkerQueued = EnqueueStopMarker(state, std::chrono::milliseconds(0));
+}
+
+bool IsAskedToEnd(ChannelState const& state) noexcept {
+  return state.m_bExit.load(std::memory_order_relaxed);  // called by the thread that ends the channels
+}
+
+void EndOutputThread(ChannelState& state) noexcept {
+  AskOutputThreadToEnd(state);
   // Without the marker the thread could sleep for ever, so it is tried again when the queue is full or memory
-  // has run out, until the thread has ended. Acquire: what the thread wrote is seen before this thread uses
-  // the file.
-  while (!EnqueueStopMarker(state) && !state.m_bThreadExited.load(std::memory_order_acquire)) {
+  // has run out, until the thread has ended.
+  while (!state.m_bStopMarkerQueued && !HasEnded(state)) {
+    state.m_bStopMarkerQueued = EnqueueStopMarker(state, kPoll);
   }
-  while (!state.m_bThreadExited.load(std::memory_order_acquire)) SleepOnePoll();
+  while (!HasEnded(state)) Sleep(kPoll);
 }
 
 bool HasEnded(ChannelState const& state) noexcept {
-  return state.m_bExit.load(std::memory_order_relaxed);  // called by the thread that ends the channels
+  // Acquire: what the thread wrote is seen before this thread uses the file.
+  return IsAskedToEnd(state) &&
+         (!HasOutputThread(state) || state.m_bThreadExited.load(std::memory_order_acquire));
 }
 
 void EndChannel(ChannelState& state) noexcept {

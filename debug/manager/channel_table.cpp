@@ -97,19 +97,28 @@ void ChannelTable::SetQueueWait(unsigned milliseconds) {
   for (auto const& channel : m_channels) channel.second->SetQueueWait(milliseconds);
 }
 
-VeltDebugInfo* ChannelTable::FindRunning() {
+VeltDebugInfo* ChannelTable::FindUnless(bool (*done)(ChannelState const&)) {
   // Goes on even without the lock: the host has stopped tracing, so only output threads may use the table.
   WriteLock const lock(m_channelLock);
   for (auto const& [key, channel] : m_channels) {
-    if (!HasEnded(ChannelState::Of(*channel))) return channel;
+    if (!done(ChannelState::Of(*channel))) return channel;
   }
   return nullptr;
 }
 
 void ChannelTable::EndAll() noexcept {
-  // Repeated until no channel is left: an ASN value's print may trace on an output thread that is ending, and
-  // so open another channel.
-  while (VeltDebugInfo* const channel = FindRunning()) EndOutputThread(ChannelState::Of(*channel));
+  // All threads are asked before the first is waited for, so that they end side by side. Repeated until no
+  // channel is left: an ASN value's print may trace on an output thread that is ending, and so open another
+  // channel.
+  while (true) {
+    if (VeltDebugInfo* const channel = FindUnless(&IsAskedToEnd)) {
+      AskOutputThreadToEnd(ChannelState::Of(*channel));
+    } else if (VeltDebugInfo* const asked = FindUnless(&HasEnded)) {
+      EndOutputThread(ChannelState::Of(*asked));
+    } else {
+      break;
+    }
+  }
   std::map<std::string, VeltDebugInfo*> ended;
   {
     WriteLock const lock(m_channelLock);

@@ -13,6 +13,8 @@
 
 namespace velt {
 
+struct ChannelState;
+
 enum class Lookup { kFound, kAbsent, kRefused };
 
 // Owns the channels. Every operation may be called from any thread, except where its comment says otherwise.
@@ -44,12 +46,13 @@ class ChannelTable {
   // Sets how long a call waits for room, for channels present and to come.
   void SetQueueWait(unsigned milliseconds);
 
-  // Ends all output threads, then deletes all channels: an output thread that traces meanwhile never uses a
-  // deleted channel. No lock is held while a thread ends. Call it once the host has stopped tracing.
+  // Ends all output threads together, then deletes all channels: an output thread that traces meanwhile never
+  // uses a deleted channel. No lock is held while a thread ends. Call it once the host has stopped tracing.
   void EndAll() noexcept;
 
  private:
-  VeltDebugInfo* FindRunning();
+  // The first channel that is not `done`; null when all are.
+  VeltDebugInfo* FindUnless(bool (*done)(ChannelState const&));
   void Enter_i(std::string const& key, VeltDebugInfo* channel);
 
   std::map<std::string, VeltDebugInfo*> m_channels;  // under m_channelLock

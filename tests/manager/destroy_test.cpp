@@ -4,6 +4,7 @@
 #include <ostream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -75,6 +76,30 @@ TEST_P(DestroyTest, ComesToItsEndWhileValuesTraceAndEveryRecordIsWritten) {
       values += CountOf(host_.Text(name + "gw" + std::to_string(i) + "_"), "ASN Trace:\nvalue\n");
     }
     EXPECT_EQ(values, static_cast<std::size_t>(kRecords)) << "run " << run;
+  }
+}
+
+// The end of an output thread is polled for every 100 ms: one after the other, 50 channels would take 5 seconds.
+TEST(DestroyManyTest, FiftyChannelsEndTogether) {
+  constexpr int kChannels = 50;
+  ManagerHost const host("nMaxFileNum=100\n");
+  ASSERT_TRUE(host.Init());
+  for (int i = 0; i < kChannels; ++i) {
+    ASSERT_TRUE(TraceTo("gw" + std::to_string(i)));
+  }
+  ASSERT_TRUE(VeltDebugMgr::Instance()->Flush(30'000));
+
+  auto const begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
+  auto const took = std::chrono::steady_clock::now() - begin;
+
+  EXPECT_LT(std::chrono::duration_cast<std::chrono::milliseconds>(took).count(), 2'500);
+  for (int i = 0; i < kChannels; ++i) {
+    std::string const text = host.Text("host_gw" + std::to_string(i) + "_");
+    EXPECT_EQ(Bodies(text), (std::vector<std::string>{" m I: text"})) << i;
+    EXPECT_EQ(CountOf(text, "thread handle output string exit\n"), 1U) << i;
+    EXPECT_EQ(CountOf(text, " after m_OutputQueue cleared\n"), 1U) << i;
+    EXPECT_EQ(CountOf(text, "File close at "), 1U) << i;
   }
 }
 
