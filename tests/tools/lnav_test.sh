@@ -1,5 +1,9 @@
 #!/usr/bin/env bash
-# The lnav format, with lnav 0.11 (77 with another): it installs, its samples hold, and a family of archives and one plain file reads as it was traced.
+# The lnav format, with lnav 0.11 or 0.12 (77 with another): it installs, its samples hold, and a family of archives and
+# one plain file reads as it was traced.
+#
+# All patterns take the stamp without its year: lnav 0.12 joins a line whose stamp has another form than the one before to
+# that line, and 0.11 counts the years of stamps with a year and of those without one differently.
 #
 #   lnav_test.sh SOURCE_DIRECTORY VELTPIPE SERVICE_HOST
 set -euo pipefail
@@ -9,8 +13,8 @@ if [[ $# -ne 3 || ! -d $1/share/lnav || ! -x $2 || ! -x $3 ]]; then
   exit 2
 fi
 version=$(lnav -V)
-if [[ $version != 'lnav 0.11'* ]]; then
-  echo "skipped: the format is for lnav 0.11, and this is $version, which joins some records to the line before"
+if [[ $version != 'lnav 0.1'[12]* ]]; then
+  echo "skipped: the format is for lnav 0.11 and 0.12, and this is $version"
   exit 77
 fi
 format=$1/share/lnav/veltbaseutil/veltbaseutil_log.json
@@ -109,6 +113,23 @@ expect 'one record, letter for letter' 'log_body
 store message 30
 thread handle output string exit' "$(query "SELECT log_body FROM veltbaseutil_log
       WHERE module = 'store' AND log_body LIKE 'store message 30%'" | tr -d '"')"
+
+# A file that spans New Year, read years later: its lines about itself have the year of the records beside them.
+logs=$scratch/new_year
+mkdir "$logs"
+printf '%s\n' $'\xef\xbb\xbfFile create at time 2023-12-31 23:59:58. Current ospid is 2084' 'server 1.0' \
+  'Current date&time:2023-12-31 23:59:58.745076' '12-31 23:59:58.745076.T2084 net E: before' \
+  'Current date&time:2024-01-01 00:00:01.745076' '01-01 00:00:01.745076.T2084 net E: after' \
+  'File close at UTC 2024-01-01 00:00:02' >"$logs/server_20231231_235958.log"
+touch -d '2024-01-01 00:00:02' "$logs/server_20231231_235958.log"
+gzip "$logs/server_20231231_235958.log"
+expect 'New Year' 'log_time,module,event
+2023-12-31 23:59:58.000,<NULL>,File create at 
+2023-12-31 23:59:58.745,<NULL>,Current date&time:
+2023-12-31 23:59:58.745,net,<NULL>
+2024-01-01 00:00:01.745,<NULL>,Current date&time:
+2024-01-01 00:00:01.745,net,<NULL>
+2024-01-01 00:00:02.000,<NULL>,File close at ' "$(query 'SELECT log_time, module, event FROM veltbaseutil_log')"
 
 # Two families of one process begin with the same line when they begin in the same second. lnav takes the one for a copy
 # of the other and hides it; ":show-file *" brings it back.
