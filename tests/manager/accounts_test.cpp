@@ -9,17 +9,15 @@
 
 #include "debug/manager/manager_state.h"
 #include "tests/support/channel.h"
+#include "tests/support/manager.h"
 #include "tests/support/manager_host.h"
 
 namespace velt::test {
 namespace {
 
-constexpr VeltLogLevel kLevel3{3};
 constexpr unsigned kLong = 60'000;
 
 using Counts = std::map<std::string, VeltTraceCounts>;
-
-VeltDebugMgr* Manager() { return VeltDebugMgr::Instance(); }
 
 class AccountsTest : public ::testing::Test {
  protected:

@@ -11,6 +11,7 @@
 #include "velt/manager.h"
 #include "velt/problem.h"
 
+#include "tests/support/manager.h"
 #include "tests/support/manager_host.h"
 
 namespace velt::test {
@@ -33,8 +34,6 @@ std::vector<std::string> Sentences() {
   for (auto const& one : told) sentences.push_back(one.sentence);
   return sentences;
 }
-
-VeltDebugMgr* Manager() { return VeltDebugMgr::Instance(); }
 
 class ConfigProblemsTest : public ::testing::Test {
  protected:

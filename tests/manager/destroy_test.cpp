@@ -11,13 +11,13 @@
 #include "velt/manager.h"
 
 #include "tests/support/files.h"
+#include "tests/support/manager.h"
 #include "tests/support/manager_host.h"
 #include "tests/support/process.h"
 
 namespace velt::test {
 namespace {
 
-constexpr VeltLogLevel kLevel3{3};
 constexpr int kRecords = 30;
 constexpr std::chrono::milliseconds kLimit(30'000);
 

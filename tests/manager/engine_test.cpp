@@ -9,12 +9,11 @@
 
 #include "velt/manager.h"
 
+#include "tests/support/manager.h"
 #include "tests/support/manager_host.h"
 
 namespace velt::test {
 namespace {
-
-VeltDebugMgr* Manager() { return VeltDebugMgr::Instance(); }
 
 class Value : public AsnType {
  public:

@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/failing_allocations.h"
+#include "tests/support/manager.h"
 #include "tests/support/manager_host.h"
 
 namespace velt::test {
@@ -43,8 +44,6 @@ namespace velt::test {
 namespace {
 
 using Strings = std::vector<std::string>;
-
-VeltDebugMgr* Manager() { return VeltDebugMgr::Instance(); }
 
 // Keeps the texts that it is given, as long as they are; throws for module "bad".
 class KeepingEngine : public VeltDebugEngine {

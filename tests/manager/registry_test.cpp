@@ -12,6 +12,7 @@
 
 #include "velt/manager.h"
 
+#include "tests/support/manager.h"
 #include "tests/support/manager_host.h"
 
 namespace velt::test {
@@ -19,8 +20,6 @@ namespace {
 
 using Sets = std::pair<Bits, Bits>;
 using ModuleSets = VeltDebugMgr::ModuleSets;
-
-VeltDebugMgr* Manager() { return VeltDebugMgr::Instance(); }
 
 // The sets of a module that is registered; a pair that no test uses when it is not.
 Sets SetsOf(std::string const& module) {

@@ -18,16 +18,13 @@
 
 #include "velt/manager.h"
 
+#include "tests/support/manager.h"
 #include "tests/support/manager_host.h"
 
 namespace velt::test {
 namespace {
 
 using Strings = std::vector<std::string>;
-
-constexpr VeltLogLevel kLevel3{3};
-
-VeltDebugMgr* Manager() { return VeltDebugMgr::Instance(); }
 
 // "levels/outputs" in the form of the configuration file, four of each; "-" for a module that is not there.
 std::string SetsOf(std::string const& module) {

@@ -12,20 +12,15 @@
 
 #include "velt/manager.h"
 
+#include "tests/support/manager.h"
 #include "tests/support/manager_host.h"
 
 namespace velt::test {
 namespace {
 
-constexpr VeltLogLevel kLevel0{0};
-constexpr VeltLogLevel kLevel1{1};
-constexpr VeltLogLevel kLevel3{3};
-
 constexpr char const* kWithoutRing =
     "nFiltLogBufSize = 0\nnet_level = 0001\nout_level = 01\nout_output = 1\nnone_level = 1111\n"
     "none_output = 00\nother_level = 1111\nother_output = 0011\ndebug_level = 1\n";
-
-VeltDebugMgr* Manager() { return VeltDebugMgr::Instance(); }
 
 class TakingEngine : public VeltDebugEngine {
  public:

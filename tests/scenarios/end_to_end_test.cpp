@@ -17,17 +17,11 @@
 
 #include "velt/manager.h"
 
+#include "tests/support/manager.h"
 #include "tests/support/manager_host.h"
 
 namespace velt::test {
 namespace {
-
-constexpr VeltLogLevel kLevel0{0};
-constexpr VeltLogLevel kLevel2{2};
-constexpr VeltLogLevel kLevel3{3};
-constexpr VeltLogLevel kFiltered{9};
-
-VeltDebugMgr* Manager() { return VeltDebugMgr::Instance(); }
 
 unsigned long ChecksumOf(std::string const& text) {
   return crc32(0, reinterpret_cast<Bytef const*>(text.data()), static_cast<uInt>(text.size()));

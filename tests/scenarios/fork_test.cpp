@@ -16,6 +16,7 @@
 
 #include "velt/manager.h"
 
+#include "tests/support/manager.h"
 #include "tests/support/manager_host.h"
 
 #if defined(__SANITIZE_THREAD__)
@@ -26,10 +27,6 @@
 
 namespace velt::test {
 namespace {
-
-constexpr VeltLogLevel kLevel3{3};
-
-VeltDebugMgr* Manager() { return VeltDebugMgr::Instance(); }
 
 // How a child ended: its exit code, or 1000 and the signal. A child that hangs is killed.
 int Fork(std::function<int()> const& body) {
