@@ -11,12 +11,14 @@
 #define VELT_LOG_H
 
 #include <bitset>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <type_traits>
 #include <utility>
 
@@ -231,24 +233,29 @@ class Line {
     char* limit;
   };
 
-  // Whether one of the eight bytes is `byte`.
-  static bool Holds(std::uint64_t word, char byte) {
-    constexpr std::uint64_t kOnes = 0x0101'0101'0101'0101U;
-    std::uint64_t const zero = word ^ (kOnes * static_cast<unsigned char>(byte));
-    return ((zero - kOnes) & ~zero & (kOnes << 7U)) != 0;
-  }
-
   // Copies up to the next brace. Returns false when there is no room.
   static bool CopyLiteral(Cursor& cursor) {
     char const* at = cursor.at;
     char const* const end = cursor.end;  // local copies stay in registers: `out` might point at the cursor
     char* out = cursor.out;
     if (end - at > cursor.limit - out) return false;
-    for (std::uint64_t word = 0; end - at >= 8; at += 8, out += 8) {
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    constexpr std::uint64_t kOnes = 0x0101'0101'0101'0101U;
+    while (end - at >= 8) {
+      std::uint64_t word = 0;
       std::memcpy(&word, at, sizeof word);
-      if (Holds(word, '{') || Holds(word, '}')) break;
-      std::memcpy(out, &word, sizeof word);
+      std::memcpy(out, &word, sizeof word);  // what is behind a brace is overwritten later
+      // Marks the bytes from '{' on, with 5 added they are 128 or more; the lowest mark is always right.
+      std::uint64_t const marks = ((word + 5 * kOnes) | word) & (kOnes << 7U);
+      int const before = marks == 0 ? 8 : __builtin_ctzll(marks) / 8;
+      at += before;
+      out += before;
+      if (marks == 0) continue;
+      if (*at == '{' || *at == '}') break;
+      ++at;  // another character, which is copied already
+      ++out;
     }
+#endif
     while (at != end && *at != '{' && *at != '}') *out++ = *at++;
     cursor.at = at;
     cursor.out = out;
@@ -271,8 +278,10 @@ class Line {
     cursor.at += 2;
     using Value = std::decay_t<T const>;
     if constexpr (kIsNumber<Value>) {
-      fmt::format_int const digits(+value);
-      return Copy(cursor, digits.data(), digits.size());
+      std::to_chars_result const digits = std::to_chars(cursor.out, cursor.limit, +value);
+      if (digits.ec != std::errc()) return false;
+      cursor.out = digits.ptr;
+      return true;
     } else if constexpr (std::is_same_v<Value, char>) {
       return Copy(cursor, &value, 1);
     } else if constexpr (std::is_pointer_v<Value>) {

@@ -250,6 +250,9 @@ TEST_F(LogHeaderTest, EveryTextIsThatOfTheFormattingLibrary) {
     same(literal + "{}" + literal, 1);
     same(literal + "{{" + literal, 1);
     same(literal + "}}" + literal + "{}", 1);
+    for (char const* const other : {"z", "|", "~", "\x7F", "\xC3\xA9", "\xFF\xFF"}) {
+      same(literal + other + literal + "{}" + other + literal, 1);
+    }
   }
   same("{}", std::string(2048, 'x'));
   same("{}", std::string(2049, 'x'));
