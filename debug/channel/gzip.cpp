@@ -1,6 +1,7 @@
 #include "debug/channel/gzip.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -49,6 +50,14 @@ Copied CopyAll(gzFile_s* in, ArchiveWriter& out, char* block, std::atomic<std::u
   return Copied::kAll;
 }
 
+// If that fails, the next rotation overwrites the incomplete archive. A device or a pipe is the host's own
+// and stays: a process of root could remove /dev/full.
+void RemoveIncomplete(char const* path) {
+  struct stat status {};
+  bool const ours = lstat(path, &status) == 0 && (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode));
+  if (ours) (void)std::remove(path);
+}
+
 }  // namespace
 
 int GZCompress(std::string const& source, std::string const& destination,
@@ -69,8 +78,7 @@ int GZCompress(std::string const& source, std::string const& destination,
   }
   if (complete) return 0;
   int const reason = errno;
-  (void)std::remove(
-      destination.c_str());  // if that fails, the next rotation overwrites the incomplete archive
+  RemoveIncomplete(destination.c_str());
   errno = reason;
   return -1;
 }

@@ -308,6 +308,17 @@ TEST_F(GzipTest, AFullDeviceAtTheCloseFailsAndTheArchiveIsRemoved) {
   EXPECT_TRUE(Exists(source));
 }
 
+TEST_F(GzipTest, ADestinationThatIsAPipeStaysWhenCompressionFails) {
+  WriteFile(source, "");
+  ASSERT_EQ(mkfifo(archive.c_str(), 0600), 0);
+  int const reader = open(archive.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_NE(reader, -1);
+
+  EXPECT_EQ(Compress(), -1);
+  EXPECT_TRUE(Exists(archive));
+  close(reader);
+}
+
 TEST_F(GzipTest, ADeviceThatFillsUpHalfwayFailsAndTheArchiveIsRemoved) {
   WriteFile(source, Noise(1'000'000));
   auto const handler = std::signal(SIGXFSZ, SIG_IGN);

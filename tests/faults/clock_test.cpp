@@ -303,10 +303,11 @@ TEST_F(SetBackUnderLoadTest, ThePruningStillDeletesTheOldestByCreation) {
   Report const report = Check(expected, checker::ReadOutcomes(dir / "side"));
 
   EXPECT_TRUE(report.CleanBut({Kind::kMissing})) << report.Text();
-  EXPECT_EQ(report.Count(Kind::kMissing), 4U) << "one stretch of each thread, behind the first file\n"
-                                              << report.Text();
-  EXPECT_EQ(report.Text().find("to S" + std::to_string(kRecords - 1)), std::string::npos)
-      << "the last are there";
+  // Of each thread at most one stretch, behind the first file. A thread that was faster than the others may
+  // have ended in a file that is deleted, but not all four.
+  EXPECT_GE(report.Count(Kind::kMissing), 1U);
+  EXPECT_LE(report.Count(Kind::kMissing), 4U) << report.Text();
+  EXPECT_LT(test::CountOf(report.Text(), "to S" + std::to_string(kRecords - 1)), 4U) << report.Text();
   EXPECT_EQ(report.archives, 3U);
 }
 
