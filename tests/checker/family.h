@@ -33,6 +33,11 @@ struct FamilyFile {
 // one file. Prefixes that begin alike are told apart by the length of the name.
 std::vector<FamilyFile> ReadFamilyFiles(std::string const& directory, std::string const& prefix);
 
+// The two halves of that, for families that are too large for memory: the list has names and which of the
+// two files there are; the other function, on any thread, adds what one of them holds.
+std::vector<FamilyFile> ListFamilyFiles(std::string const& directory, std::string const& prefix);
+void ReadFamilyFile(std::string const& directory, FamilyFile& file);
+
 }  // namespace velt::checker
 
 #endif

@@ -8,13 +8,14 @@
 namespace velt::checker {
 namespace {
 
+constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
 // '9' is a digit, '#' a hexadecimal one, '+' more of the same; other characters match themselves.
 // Returns the length that was met, 0 when it was not.
 std::size_t Match(std::string_view text, std::string_view shape) {
   auto const fits = [](char wanted, char c) {
-    auto const byte = static_cast<unsigned char>(c);
-    if (wanted == '9') return std::isdigit(byte) != 0;
-    if (wanted == '#') return std::isxdigit(byte) != 0;
+    if (wanted == '9') return IsDigit(c);
+    if (wanted == '#') return std::isxdigit(static_cast<unsigned char>(c)) != 0;
     return wanted == c;
   };
   std::size_t at = 0;
@@ -65,12 +66,19 @@ constexpr std::array<Phrase, 6> kPhrases = {{{"Current date&time:", PieceKind::k
                                              {"Thread handle output string is ", PieceKind::kStartLine},
                                              {"thread handle output string exit", PieceKind::kExitLine}}};
 
+// Whether a piece other than kOther may begin with it. Looked at for every character that is read.
+constexpr bool BeginsPiece(char c) { return IsDigit(c) || c == 'C' || c == 'F' || c == 'T' || c == 't'; }
+
 PieceKind KindAt(std::string_view text) {
-  if (Match(text, kLineHead) != 0) return PieceKind::kRecord;
+  if (text.empty() || !BeginsPiece(text.front())) return PieceKind::kOther;
+  if (IsDigit(text.front())) {
+    if (Match(text, kLineHead) != 0) return PieceKind::kRecord;
+    bool const stamp = Match(text, kStamp) != 0;
+    return stamp && StartsWith(text.substr(kStamp.size()), " a") ? PieceKind::kExitLine : PieceKind::kOther;
+  }
   for (auto const& phrase : kPhrases)
     if (StartsWith(text, phrase.head)) return phrase.kind;
-  bool const stamp = Match(text, kStamp) != 0;
-  return stamp && StartsWith(text.substr(kStamp.size()), " a") ? PieceKind::kExitLine : PieceKind::kOther;
+  return PieceKind::kOther;
 }
 
 Piece MakePiece(std::string_view text, bool has_newline, std::size_t end) {
@@ -108,9 +116,7 @@ Piece MakePiece(std::string_view text, bool has_newline, std::size_t end) {
 // Where the next piece of a line begins, behind its first character.
 std::size_t NextCut(std::string_view line) {
   for (std::size_t at = 1; at < line.size(); ++at) {
-    char const c = line[at];
-    bool const digit = std::isdigit(static_cast<unsigned char>(c)) != 0;
-    if (!digit && c != 'C' && c != 'F' && c != 'T' && c != 't') continue;
+    if (!BeginsPiece(line[at])) continue;
     if (KindAt(line.substr(at)) == PieceKind::kOther) continue;
     return at;
   }

@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
+
+#include "tests/checker/bytes.h"
 
 namespace velt::checker {
 
@@ -47,11 +47,11 @@ std::vector<ProducerOutcomes> ReadOutcomes(std::string const& directory) {
     ProducerOutcomes one;
     if (std::sscanf(entry.path().filename().c_str(), "outcomes.%u.%u", &one.run, &one.producer) != 2)
       continue;
-    std::ifstream in(entry.path(), std::ios::binary);
-    std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    std::string bytes = ReadWhole(entry.path());
     bytes.erase(bytes.find_last_not_of('\0') + 1);
-    one.outcomes.reserve(bytes.size());
-    for (char const byte : bytes) one.outcomes.push_back(static_cast<Outcome>(byte));
+    one.outcomes.resize(bytes.size());
+    std::transform(bytes.begin(), bytes.end(), one.outcomes.begin(),
+                   [](char byte) { return static_cast<Outcome>(byte); });
     all.push_back(std::move(one));
   }
   std::sort(all.begin(), all.end(), [](auto const& a, auto const& b) {

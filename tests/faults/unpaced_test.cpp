@@ -72,7 +72,9 @@ class Unpaced : public Scenario {
     ASSERT_TRUE(family.channel->Flush(300'000));
     VeltTraceCounts const counts = family.counts = family.channel->Counts();
     family.channel.reset();
+    auto const stopped = Clock::now();
     checker::Report const report = family.Look();
+    auto const read_ms = std::chrono::duration_cast<milliseconds>(Clock::now() - stopped).count();
 
     EXPECT_TRUE(report.Clean()) << report.Text();  // in the order of its thread, over all names
     EXPECT_TRUE(report.Accounted());
@@ -86,6 +88,7 @@ class Unpaced : public Scenario {
     }
     Figure({{"records_verified", static_cast<long long>(report.found)},
             {"traced_ms", traced_ms},
+            {"read_ms", read_ms},
             {"files", static_cast<long long>(report.files)},
             {"refused", static_cast<long long>(report.refused)},
             {"lost", static_cast<long long>(report.missing)}});
