@@ -1,17 +1,16 @@
 #include "platform/problem_report.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <exception>
 
 #include "platform/no_cancellation.h"
+#include "platform/signal_withheld.h"
 
 namespace velt {
 namespace {
@@ -30,38 +29,12 @@ std::string WithReason(std::string const& sentence, int error) {
   return sentence + ": " + strerror_r(error, text, sizeof text) + " (" + std::to_string(error) + ")";
 }
 
-// Keeps a SIGPIPE of this thread's own write from the host.
-class NoSigpipe {
- public:
-  NoSigpipe() {
-    sigemptyset(&pipe_);
-    sigaddset(&pipe_, SIGPIPE);
-    sigset_t pending;
-    was_pending_ = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
-    blocked_ = pthread_sigmask(SIG_BLOCK, &pipe_, &before_) == 0;
-  }
-  ~NoSigpipe() {
-    if (!blocked_) return;
-    timespec const at_once{0, 0};
-    if (!was_pending_) (void)sigtimedwait(&pipe_, nullptr, &at_once);  // none came, or it is taken
-    (void)pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-  NoSigpipe(NoSigpipe const&) = delete;
-  NoSigpipe& operator=(NoSigpipe const&) = delete;
-
- private:
-  sigset_t pipe_{};
-  sigset_t before_{};
-  bool was_pending_ = false;
-  bool blocked_ = false;
-};
-
 // A reader that is gone or does not read must not end or stall the thread that traces: the line is lost then.
 void WriteLine(std::string const& sentence) {
   std::string const line = "veltbaseutil: " + sentence + "\n";
   pollfd error{STDERR_FILENO, POLLOUT, 0};
   if (poll(&error, 1, 0) != 1 || (error.revents & POLLOUT) == 0) return;
-  NoSigpipe const none;
+  SignalWithheld const sigpipe(SIGPIPE);
   (void)!write(STDERR_FILENO, line.data(), line.size());
 }
 

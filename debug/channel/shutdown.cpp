@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <exception>
 #include <memory>
 #include <new>
@@ -18,6 +19,7 @@
 #include "debug/channel/record.h"
 #include "debug/channel/ring.h"
 #include "platform/bounded.h"
+#include "platform/signal_withheld.h"
 #include "platform/time_stamp.h"
 
 namespace velt {
@@ -105,6 +107,8 @@ bool HasEnded(ChannelState const& state) noexcept {
 void EndChannel(ChannelState& state) noexcept {
   try {
     EndOutputThread(state);
+    // As on the output thread: a file size limit must not end the host.
+    SignalWithheld const sigxfsz(SIGXFSZ);
     if (state.m_bThreadStarted.load(std::memory_order_relaxed)) ClearQueues(state);
     CloseFile(state);
   } catch (std::exception const&) {

@@ -365,6 +365,21 @@ TEST_F(ChannelFaultTest, AFileSizeLimitNeitherKillsTheHostNorSilencesTheChannel)
   EXPECT_EQ(CountOf(log, "File close at "), 1U);
 }
 
+TEST_F(ChannelFaultTest, AFileSizeLimitDoesNotKillTheHostThatDestroysTheChannel) {
+  channel = MakeChannel(setup);
+  ASSERT_TRUE(WaitForFile());
+  LoweredLimit const none(RLIMIT_FSIZE, 1);
+
+  channel.reset();  // writes its last lines on this thread, whose SIGXFSZ is not blocked
+
+  sigset_t pending;
+  ASSERT_EQ(sigpending(&pending), 0);
+  EXPECT_EQ(sigismember(&pending, SIGXFSZ), 0);
+  sigset_t mask;
+  ASSERT_EQ(pthread_sigmask(SIG_BLOCK, nullptr, &mask), 0);
+  EXPECT_EQ(sigismember(&mask, SIGXFSZ), 0) << "the mask is as before";
+}
+
 TEST_F(ChannelFaultTest, AReadOnlyDirectoryStopsTheNextFileUntilItIsWritable) {
   chmod(dir.Path().c_str(), 0777);
   auto const body = [this] {  // an ordinary user's
