@@ -28,6 +28,9 @@ constexpr int kAttempts = 10;  // to read a file that another process is writing
 struct Version {
   explicit Version(std::string const& file) { found = stat(file.c_str(), &status) == 0; }
 
+  // Only such a file can be read again: opening a FIFO would wait for its writer.
+  bool IsFile() const { return found && S_ISREG(status.st_mode); }
+
   bool operator==(Version const& other) const {
     auto const same = [](timespec const& left, timespec const& right) {
       return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
@@ -84,6 +87,7 @@ bool ReadNamedModules(std::string& file, VeltDebugMgr::ModuleSets& modules) {
   std::string const secondary = VeltGetDefaultCfgFile();
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     Version const before(file);
+    if (before.found && !before.IsFile()) return false;
     Texts all;
     Texts levels;
     Texts outputs;

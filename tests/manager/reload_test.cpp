@@ -1,4 +1,5 @@
 // The modules of the configuration file, read again while threads trace.
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -97,6 +98,27 @@ TEST_F(ReloadTest, ADirectoryInItsPlaceChangesNothing) {
 
   EXPECT_FALSE(Manager()->ReloadModules());
 
+  EXPECT_EQ(SetsOf("net"), "1000/0100");
+}
+
+TEST_F(ReloadTest, AFifoInItsPlaceChangesNothingAndIsNotWaitedFor) {
+  std::remove(host_.ConfigFile().c_str());
+  ASSERT_EQ(mkfifo(host_.ConfigFile().c_str(), 0644), 0);
+  std::atomic<bool> done{false};
+  bool changed = true;
+  std::thread reload([&] {
+    changed = Manager()->ReloadModules();
+    done = true;
+  });
+
+  EXPECT_TRUE(WaitUntil([&] { return done.load(); }, std::chrono::seconds(20)));
+
+  while (!done) {  // a thread that waits gets a writer, and then the end of the file, each time it opens it
+    close(open(host_.ConfigFile().c_str(), O_RDWR | O_NONBLOCK));
+    std::this_thread::yield();
+  }
+  reload.join();
+  EXPECT_FALSE(changed);
   EXPECT_EQ(SetsOf("net"), "1000/0100");
 }
 
