@@ -108,7 +108,13 @@ void VeltDebugInfo::FmtTrace(char const* fmt, ...) {
 
 void VeltDebugInfo::ASNTrace(AsnType const* value, bool bPrint, bool bLog) {
   if (value == nullptr) return;
-  std::string const text = velt::AsnText(value);
+  std::string text;
+  try {
+    text = velt::AsnText(value);
+  } catch (...) {
+    velt::CountRefused(*m_pState);
+    throw;
+  }
   Trace(velt::kUnnamedModule, VeltLogLevel{velt::kDefaultLevel}, text.c_str(), nullptr, bPrint, bLog);
 }
 

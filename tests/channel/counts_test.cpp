@@ -132,6 +132,16 @@ TEST_F(CountsTest, AValueWhosePrintThrowsCountsAsWritten) {
   EXPECT_EQ(now.lost, 0U);
 }
 
+TEST_F(CountsTest, AValueWhosePrintThrowsOnTheCallersThreadCountsAsRefused) {
+  Start();
+  AsnThatBreaks const value("head of it");
+
+  EXPECT_ANY_THROW(channel_->ASNTrace(&value, false, true));
+
+  EXPECT_EQ(Quiet().refused, 1U);
+  EXPECT_EQ(Quiet().accepted, 0U);
+}
+
 TEST_F(CountsTest, AChannelWithoutAThreadRefusesAll) {
   channel_ = MakeIdleChannel(setup_);
   EXPECT_FALSE(Logged());
