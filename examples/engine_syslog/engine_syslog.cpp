@@ -90,8 +90,12 @@ class SyslogEngine::Sender {
   bool Push(SyslogRecord record) {
     std::size_t const bytes = BytesOf(record);
     std::unique_lock<std::mutex> lock(mutex_);
-    bool const room = buffer_.size() < options_.most_records && bytes <= options_.most_bytes - bytes_;
-    if (stopping_ || !room) {
+    auto const has_room = [&] {
+      return buffer_.size() < options_.most_records && bytes <= options_.most_bytes - bytes_;
+    };
+    if (bytes <= options_.most_bytes)  // a larger one never finds room
+      room_.wait_for(lock, options_.room_limit, [&] { return stopping_ || has_room(); });
+    if (stopping_ || !has_room()) {
       ++counters_.dropped;
       if (buffer_.empty()) wake_.notify_one();  // the thread sleeps while the buffer is empty
       return false;
@@ -124,6 +128,7 @@ class SyslogEngine::Sender {
     std::thread ending = std::move(thread_);  // only one of several calls joins it
     lock.unlock();
     wake_.notify_one();
+    room_.notify_all();
     if (ending.joinable()) ending.join();
   }
 
@@ -140,6 +145,7 @@ class SyslogEngine::Sender {
       (sent ? counters_.sent : counters_.lost) += 1;
       bytes_ -= BytesOf(buffer_.front());
       buffer_.pop_front();
+      room_.notify_all();  // records differ in size: the first that waits may not be the one that fits
     }
     counters_.lost += buffer_.size();
     buffer_.clear();
@@ -212,8 +218,9 @@ class SyslogEngine::Sender {
   SyslogSocket socket_;              // sender thread
   pid_t const owner_;
 
-  mutable std::mutex mutex_;  // guards everything below
-  std::condition_variable wake_;
+  mutable std::mutex mutex_;      // guards everything below
+  std::condition_variable wake_;  // the sender's
+  std::condition_variable room_;  // of callers that wait for room
   std::deque<SyslogRecord> buffer_;
   std::size_t bytes_ = 0;  // of the buffered records
   SyslogCounters counters_;

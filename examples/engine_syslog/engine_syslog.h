@@ -23,6 +23,7 @@ struct SyslogOptions {
   std::size_t most_datagram_bytes = 8192;          // rsyslogd's default limit
   std::size_t most_records = 10'000;               // limit of the buffer
   std::size_t most_bytes = std::size_t{8} << 20U;  // limit of the buffered texts and module names
+  std::chrono::milliseconds room_limit{0};         // how long a call waits for room in the buffer
   std::chrono::milliseconds stop_limit{1000};      // how long Stop sends what is buffered
   // Whether only records that pass the level and output sets of their module are forwarded, as without an
   // engine. False: every record is forwarded.
@@ -43,7 +44,7 @@ struct SyslogCounters {
 // Use:     RegDebugEngine(new SyslogEngine(options)) on a manager that was initialised silent.
 // Threads: every operation may be called from any thread; the engine is deleted once tracing has stopped. A
 //          caller waits for the buffer's lock and, if sets are asked for, for the module table's lock as a
-//          reader; never for the daemon.
+//          reader; for the daemon only while the buffer is full, and at most `room_limit`.
 // Errors:  only the constructor throws, and nothing traces. An engine whose thread could not start drops
 //          every record.
 //

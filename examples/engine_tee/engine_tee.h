@@ -40,6 +40,12 @@ class TeeEngine : public VeltDebugEngine {
   bool AppTrace(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn,
                 bool print, bool log, std::string const& sub_name) override;
 
+  // Waits until the files have all that was accepted before the call; false when that takes longer.
+  bool FlushFiles(unsigned milliseconds) { return channel_.Flush(milliseconds); }
+
+  // What became of the records of the files. VeltDebugMgr::GetCounts does not know this channel.
+  VeltTraceCounts FileCounts() const { return channel_.Counts(); }
+
  private:
   bool Keep(std::string const& module, VeltLogLevel level, char const* text, AsnType const* asn, bool print,
             bool log);

@@ -1,7 +1,4 @@
 // The syslog engine against a socket that a test plays the daemon on: there, absent, restarted, not reading.
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -20,12 +17,14 @@
 #include "examples/engine_syslog/engine_syslog.h"
 #include "tests/support/manager_host.h"
 #include "tests/support/running_program.h"
+#include "tests/support/syslog_daemon.h"
 
 namespace velt::examples {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using Daemon = test::SyslogDaemon;
 using test::WaitUntil;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -35,62 +34,6 @@ using testing::SizeIs;
 
 constexpr VeltLogLevel kInformation{3};
 constexpr milliseconds kLong{60'000};
-
-// The socket of a daemon; gone, with its path, at the end.
-class Daemon {
- public:
-  explicit Daemon(std::string path)
-      : path_(std::move(path)), socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path_.copy(address.sun_path, sizeof address.sun_path - 1);
-    if (bind(socket_, reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
-      throw std::runtime_error("cannot bind " + path_);
-    }
-  }
-  ~Daemon() { unlink(path_.c_str()); }
-  Daemon(Daemon const&) = delete;
-  Daemon& operator=(Daemon const&) = delete;
-
-  // The next datagram; none when none comes within `limit`.
-  std::optional<std::string> Receive(milliseconds limit = milliseconds(60'000)) const {
-    pollfd entry{socket_, POLLIN, 0};
-    if (poll(&entry, 1, static_cast<int>(limit.count())) != 1) return std::nullopt;
-    ssize_t const size = recv(socket_, nullptr, 0, MSG_PEEK | MSG_TRUNC);
-    if (size < 0) return std::nullopt;
-    std::string datagram(static_cast<std::size_t>(size), '\0');
-    if (recv(socket_, datagram.data(), datagram.size(), 0) != size) return std::nullopt;
-    return datagram;
-  }
-
-  // From the tag on, "I: text"; what came instead when it is no message of the engine's.
-  std::string Text(milliseconds limit = milliseconds(60'000)) const {
-    std::string const datagram = Receive(limit).value_or("nothing");
-    std::size_t const tag = datagram.find(" net ");
-    return tag == std::string::npos ? datagram : datagram.substr(tag + 5);
-  }
-
-  std::vector<std::string> Texts(std::size_t count) const {
-    std::vector<std::string> texts;
-    while (texts.size() < count) texts.push_back(Text());
-    return texts;
-  }
-
-  // Everything that is in the receive queue, but for notices of dropped records.
-  std::vector<std::string> RecordsWaiting() const {
-    std::vector<std::string> texts;
-    for (std::string text = Text(milliseconds(0)); text != "nothing"; text = Text(milliseconds(0))) {
-      if (text.find(" engine_syslog W: ") == std::string::npos) texts.push_back(text);
-    }
-    return texts;
-  }
-
-  bool IsSilent() const { return !Receive(milliseconds(0)).has_value(); }
-
- private:
-  std::string path_;
-  test::Descriptor socket_;
-};
 
 class Printed : public AsnType {
  public:
@@ -291,6 +234,62 @@ TEST_F(SyslogEngineTest, WhatWasBufferedArrivesInOrderOnceItReadsAgain) {
   EXPECT_THAT(notice, EndsWith("engine_syslog W: records dropped: 1"));
   ASSERT_TRUE(WaitUntil([&] { return engine.Counters().sent == taken; }));
   EXPECT_EQ(engine.Counters().lost, 0U);
+}
+
+TEST_F(SyslogEngineTest, ACallThatMayWaitForRoomIsTakenOnceTheDaemonReads) {
+  options_.most_records = 10;
+  options_.room_limit = kLong;
+  Daemon const daemon(options_.socket_path);
+  SyslogEngine engine(options_);
+  std::atomic<int> refused{0};
+
+  std::thread caller([&] {
+    for (int i = 0; i < 2000; ++i) refused += Trace(engine, std::to_string(i)) ? 0 : 1;
+  });
+  ASSERT_TRUE(WaitUntil([&] { return engine.Counters().accepted >= 10; }));
+  std::vector<std::string> const texts = daemon.Texts(2000);
+  caller.join();
+
+  EXPECT_EQ(refused, 0);
+  EXPECT_EQ(texts, Numbers(2000));
+}
+
+TEST_F(SyslogEngineTest, ACallWaitsForRoomNoLongerThanItsLimit) {
+  options_.most_records = 1;
+  options_.room_limit = milliseconds(50);
+  SyslogEngine engine(options_);  // nobody listens
+  ASSERT_TRUE(Trace(engine, "first"));
+
+  auto const begin = std::chrono::steady_clock::now();
+  bool const taken = Trace(engine, "second");
+
+  EXPECT_FALSE(taken);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(50));
+  EXPECT_EQ(engine.Counters().dropped, 1U);
+}
+
+TEST_F(SyslogEngineTest, ARecordLargerThanTheBufferIsRefusedWithoutAWait) {
+  options_.most_bytes = 100;
+  options_.room_limit = std::chrono::hours(24);
+  SyslogEngine engine(options_);
+
+  EXPECT_FALSE(Trace(engine, std::string(98, 'x'))) << "101 bytes with the module";
+  EXPECT_TRUE(Trace(engine, std::string(97, 'x')));
+}
+
+TEST_F(SyslogEngineTest, StopEndsTheWaitForRoom) {
+  options_.most_records = 1;
+  options_.room_limit = std::chrono::hours(24);
+  SyslogEngine engine(options_);  // nobody listens
+  ASSERT_TRUE(Trace(engine, "first"));
+  std::atomic<bool> taken{true};
+  std::thread caller([&] { taken = Trace(engine, "second"); });
+
+  engine.Stop();
+  caller.join();
+
+  EXPECT_FALSE(taken);
+  EXPECT_EQ(engine.Counters().dropped, 1U);
 }
 
 TEST_F(SyslogEngineTest, BytesBoundTheBufferToo) {

@@ -1,13 +1,19 @@
 // The engine that keeps the files and hands on: both get every record, and neither loses one by the other.
+#include <chrono>
+#include <cstddef>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "examples/engine_syslog/engine_syslog.h"
 #include "examples/engine_tee/engine_tee.h"
 #include "tests/support/manager_host.h"
+#include "tests/support/syslog_daemon.h"
 
 namespace velt::examples {
 namespace {
@@ -100,6 +106,46 @@ TEST_F(EngineTeeTest, ARefusalOfTheOtherEngineIsToldAndKeepsNothingFromTheFile) 
 TEST_F(EngineTeeTest, ALevelOutsideTheSetsIsNotTested) {
   EXPECT_NO_THROW(Trace(32, "x"));
   EXPECT_NO_THROW(Trace(-1, "x"));
+}
+
+TEST(EngineTeeToSyslogTest, FilesAndASlowerDaemonGetEveryRecordInOrder) {
+  constexpr std::size_t kRecords = 5000;
+  ManagerHost host;
+  ASSERT_TRUE(host.Init("host_", true));
+  ASSERT_TRUE(Manager()->RegSubModuleInfo("net", BitsOf({3}), BitsOf({1}), false));
+  SyslogOptions options;
+  options.socket_path = host.Dir() / "log.socket";
+  options.most_records = 10;  // full at once: the daemon's own queue holds few more
+  options.room_limit = std::chrono::minutes(1);
+  options.stop_limit = std::chrono::minutes(1);
+  TeeFiles files;
+  files.directory = host.LogDir() + "/";
+  files.prefix = "tee_";
+  test::SyslogDaemon const daemon(options.socket_path);
+  auto owned = std::make_unique<TeeEngine>(files, std::make_unique<SyslogEngine>(options));
+  TeeEngine* const tee = owned.get();
+  ASSERT_TRUE(Manager()->RegDebugEngine(owned.release()));
+  Strings received;
+  std::thread reader([&] { received = daemon.Texts(kRecords); });
+
+  Strings expected;
+  std::size_t refused = 0;
+  for (std::size_t i = 0; i < kRecords; ++i) {
+    expected.push_back("I: " + std::to_string(i));
+    bool const taken =
+        Manager()->Trace("net", VeltLogLevel{3}, std::to_string(i).c_str(), nullptr, false, false);
+    refused += taken ? 0 : 1;
+  }
+  reader.join();
+  ASSERT_TRUE(tee->FlushFiles(60'000));
+  VeltTraceCounts const counts = tee->FileCounts();
+
+  EXPECT_EQ(refused, 0U);
+  EXPECT_EQ(counts.written, kRecords);
+  EXPECT_EQ(received, expected);
+  Strings in_files = host.StopAndRead("tee_");
+  for (auto& text : in_files) text.erase(0, 5);  // " net "
+  EXPECT_EQ(in_files, expected);
 }
 
 }  // namespace

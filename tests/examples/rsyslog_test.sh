@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
 # examples/rsyslog against a private rsyslogd: families followed through rotations, a daemon that is stopped meanwhile,
-# and the records of the syslog engine.
+# and the records of the syslog engine, by itself and behind the engine that keeps the files too.
 #
-#   rsyslog_test.sh SOURCE_DIRECTORY VELTPIPE ENGINE_SYSLOG_HOST
+#   rsyslog_test.sh SOURCE_DIRECTORY VELTPIPE ENGINE_SYSLOG_HOST ENGINE_TEE_HOST
 set -euo pipefail
 
-if [[ $# -ne 3 || ! -d $1/examples/rsyslog || ! -x $2 || ! -x $3 ]]; then
-  echo "usage: $0 SOURCE_DIRECTORY VELTPIPE ENGINE_SYSLOG_HOST" >&2
+if [[ $# -ne 4 || ! -d $1/examples/rsyslog || ! -x $2 || ! -x $3 || ! -x $4 ]]; then
+  echo "usage: $0 SOURCE_DIRECTORY VELTPIPE ENGINE_SYSLOG_HOST ENGINE_TEE_HOST" >&2
   exit 2
 fi
 source_directory=$1
 veltpipe=$2
 engine_host=$3
+tee_host=$4
 PATH=$PATH:/usr/sbin  # an ordinary user's may lack it
 export LC_ALL=C TZ=UTC
 
@@ -196,3 +197,20 @@ for form in local rfc5424; do
     "s|^$stamp local0\.info engine_syslog_host T[0-9]+ count I: record ([0-9]+) of 20000$|\2|p" "$engine_out") \
     >"$scratch/wrong" || fail "engine, $form: $(head -n 5 "$scratch/wrong")"
 done
+
+# --- files and daemon: each has every record, in order
+rm -f "$engine_out"
+mkdir "$scratch/tee"
+"$tee_host" "$scratch/tee" "$scratch/run/syslog" 20000 >"$scratch/host" &
+host=$!
+start_daemon
+wait "$host" || fail "tee: $(cat "$scratch/host")"
+host=
+wait_until 'tee' has_records "$engine_out" 'net' 20000
+stop_daemon
+diff <(seq 20000) <(sed -nE \
+  "s|^$stamp local0\.info engine_tee_host T[0-9]+ net I: record ([0-9]+) of 20000$|\2|p" "$engine_out") \
+  >"$scratch/wrong" || fail "tee, the daemon: $(head -n 5 "$scratch/wrong")"
+diff <(seq 20000) <(find "$scratch/tee" -name 'tee_*' | sort | xargs zcat -f |
+  sed -nE 's|^[-0-9: .]+T[0-9]+ net I: record ([0-9]+) of 20000$|\1|p') >"$scratch/wrong" ||
+  fail "tee, the files: $(head -n 5 "$scratch/wrong")"
