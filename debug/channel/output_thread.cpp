@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -21,12 +22,28 @@
 #include "debug/channel/record_node.h"
 #include "debug/channel/record_recycler.h"
 #include "platform/bounded.h"
+#include "platform/fork_generation.h"
 
 namespace velt {
 namespace {
 
 constexpr std::size_t kThreadNameLength = 15;  // the kernel's limit
 constexpr time_t kSecondsBeforeTrim = 5;
+
+thread_local bool in_loop = false;
+thread_local std::uint32_t loop_generation = 0;  // of the process that the loop began in
+
+// Marks the calling thread as an output thread.
+class InLoop {
+ public:
+  InLoop() noexcept {
+    in_loop = true;
+    loop_generation = ForkGeneration();
+  }
+  ~InLoop() { in_loop = false; }
+  InLoop(InLoop const&) = delete;
+  InLoop& operator=(InLoop const&) = delete;
+};
 
 // While it exists, blocks every signal in the calling thread except those of faults. A thread that is created
 // meanwhile inherits the mask: signals sent to the process never run a handler on it, and its own faults
@@ -165,7 +182,10 @@ bool StartOutputThread(ChannelState& state, VeltDebugInfo* channel) {
   return true;
 }
 
+bool OnAnyOutputThread() noexcept { return in_loop && loop_generation == ForkGeneration(); }
+
 void RunOutputThread(ChannelState& state) {
+  InLoop const mark;
   (void)pthread_setname_np(pthread_self(), ThreadName(state.m_strFilePrefix).data());  // for debuggers only
   state.m_OutputQueue.BeginTaking();  // a problem handler may trace or flush before the first record is taken
   ProcessLogFileBeforeCreateNew(state);

@@ -14,6 +14,10 @@ bool StartOutputThread(ChannelState& state, VeltDebugInfo* channel);
 // The thread's work from its start to its end.
 void RunOutputThread(ChannelState& state);
 
+// Whether the calling thread is in RunOutputThread: it cannot wait for the end of an output thread. False in
+// a child that such a thread forked.
+bool OnAnyOutputThread() noexcept;
+
 }  // namespace velt
 
 #endif

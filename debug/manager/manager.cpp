@@ -11,6 +11,7 @@
 #include "velt/config.h"
 #include "velt/manager.h"
 
+#include "debug/channel/output_thread.h"
 #include "debug/manager/config_problems.h"
 #include "debug/manager/debug_config.h"
 #include "debug/manager/manager_state.h"
@@ -123,6 +124,11 @@ VeltDebugMgr* VeltDebugMgr::Instance() {
 }
 
 int VeltDebugMgr::Destroy() {
+  // Before the lock: the Destroy of another thread may hold it and wait for this thread.
+  if (velt::OnAnyOutputThread()) {
+    errno = EDEADLK;
+    return -1;
+  }
   velt::MutexLock lock(ManagerState::m_pInstLock);
   if (!lock.locked()) return -1;
   VeltDebugMgr* const instance = ManagerState::m_pInstance.load(std::memory_order_relaxed);

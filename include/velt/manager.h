@@ -96,8 +96,9 @@ class VELT_EXPORT VeltDebugMgr {
   static VeltDebugMgr* Instance();
 
   // Deletes the engine, the channels (each first writes what it accepted) and the modules. Returns 0, also
-  // when there is no manager; -1 when the lock could not be taken or released. A later Instance makes a new
-  // manager.
+  // when there is no manager; -1 when the lock could not be taken or released. On an output thread (in a
+  // problem handler or in an ASN value's Print) it does nothing and returns -1 with errno EDEADLK. A later
+  // Instance makes a new manager.
   static int Destroy();
 
   // Reads the debug configuration, registers its modules and opens the main channel.

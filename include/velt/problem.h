@@ -32,7 +32,8 @@ struct VeltProblem {
 // Receives one report, on the thread on which the problem occurred: an output thread for files, the calling
 // thread for a refused record and for Init. No lock of the library is held. For each kind and channel the
 // first report comes at once, and later ones at most every ten seconds. Exceptions of the handler are
-// ignored. It may trace; problems of these trace calls are not reported.
+// ignored. It may trace; problems of these trace calls are not reported. It must not destroy the
+// channel.
 using VeltProblemHandler = void (*)(VeltProblem const&);
 
 // Makes `handler` receive all reports of the process from now on; null removes the handler. Returns the

@@ -1,5 +1,6 @@
 // The manager destroyed while output threads print values that trace through it.
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <ostream>
 #include <string>
@@ -79,7 +80,37 @@ TEST_P(DestroyTest, ComesToItsEndWhileValuesTraceAndEveryRecordIsWritten) {
   }
 }
 
-// The end of an output thread is polled for every 100 ms: one after the other, 50 channels would take 5 seconds.
+// The end of an output thread is polled for every 100 ms: one after the other, 50 channels would take 5
+// seconds. Destroys the manager that prints it, and keeps the result.
+class AsnThatDestroys : public AsnType {
+ public:
+  AsnType* Clone() const override { return new AsnThatDestroys; }
+  void Print(std::ostream& out, int, int) const override {
+    result = VeltDebugMgr::Destroy();
+    error = errno;
+    done = true;
+    out << "value";
+  }
+
+  inline static std::atomic<int> result{0};
+  inline static std::atomic<int> error{0};
+  inline static std::atomic<bool> done{false};
+};
+
+TEST(DestroyOnAnOutputThreadTest, IsRefusedInsteadOfWaitingForItself) {
+  ManagerHost const host;
+  ASSERT_TRUE(host.Init());
+  AsnThatDestroys const value;
+  ASSERT_TRUE(VeltDebugMgr::Instance()->Trace("m", kLevel3, "text", &value, false, true));
+
+  ASSERT_TRUE(WaitUntil([] { return AsnThatDestroys::done.load(); }, kLimit));
+
+  EXPECT_EQ(AsnThatDestroys::result, -1);
+  EXPECT_EQ(AsnThatDestroys::error, EDEADLK);
+  EXPECT_TRUE(VeltDebugMgr::Instance()->IsInit());
+  EXPECT_EQ(VeltDebugMgr::Destroy(), 0) << "the host's own thread can";
+}
+
 TEST(DestroyManyTest, FiftyChannelsEndTogether) {
   constexpr int kChannels = 50;
   ManagerHost const host("nMaxFileNum=100\n");
