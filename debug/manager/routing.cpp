@@ -180,6 +180,21 @@ std::string ChannelKey(std::string const& name, std::string const& subName) {
   return key;
 }
 
+// The channel of `subName`, made when there is none. Counts the record as refused when it returns null, and
+// when it throws because memory has run out.
+VeltDebugInfo* ChannelOrRefused(ManagerState& state, std::string const& module,
+                                std::string const& subName) try {
+  VeltDebugInfo* channel = nullptr;
+  velt::Lookup const found = state.m_channels.FindOrMake(ChannelKey(state.m_strName, subName), module,
+                                                         state.m_limits, state.m_pChannel, channel);
+  if (found == velt::Lookup::kFound && channel != nullptr) return channel;
+  Refused(state);
+  return nullptr;
+} catch (...) {
+  Refused(state);
+  throw;
+}
+
 }  // namespace
 
 bool VeltDebugMgr::AppTrace(std::string const& module, VeltLogLevel level, char const* text,
@@ -192,10 +207,8 @@ bool VeltDebugMgr::AppTrace(std::string const& module, VeltLogLevel level, char 
   if (level > kLargestLevel || text == nullptr || state.InheritedByFork()) return Refused(state);
   if (subName.size() >= kSubNameLimit) return Refused(state);
 
-  VeltDebugInfo* channel = nullptr;
-  velt::Lookup const found = state.m_channels.FindOrMake(ChannelKey(state.m_strName, subName), module,
-                                                         state.m_limits, state.m_pChannel, channel);
-  if (found != velt::Lookup::kFound || channel == nullptr) return Refused(state);
+  VeltDebugInfo* const channel = ChannelOrRefused(state, module, subName);
+  if (channel == nullptr) return false;
   velt::OutputFlags const flags = FlagsOrRefused(state, module, level, {bPrint, bLog});
   return channel->Trace(module, level, text, asn, flags.print, flags.log);
 }

@@ -20,6 +20,7 @@
 #include "velt/config.h"
 #include "velt/manager.h"
 
+#include "tests/faults/counted.h"
 #include "tests/faults/process_state.h"
 #include "tests/faults/scale.h"
 #include "tests/faults/shim/shim.h"
@@ -31,7 +32,9 @@
 namespace velt::test {
 namespace {
 
+using faults::ExpectCounts;
 using faults::Figure;
+using faults::QuietCounts;
 using faults::Scaled;
 
 constexpr VeltLogLevel kLevel3{3};
@@ -134,6 +137,8 @@ class AllocationFaultTest : public ::testing::Test {
     }
     return count;
   }
+  // Calls without a record: they returned false, or threw.
+  std::size_t Refused() const { return static_cast<std::size_t>(tally_.thrown + tally_.answered_false); }
   void StartManager() {
     ASSERT_TRUE(host_.Init());
     ASSERT_TRUE(host_.WaitForFile());
@@ -177,8 +182,10 @@ TEST_P(ShortMemoryTest, TraceThrowsOrAcceptsAndTheNextCallWorks) {
     });
   }
 
+  VeltTraceCounts const counts = QuietCounts()["host_"];
   auto const records = host_.StopAndRead();
   EXPECT_EQ(static_cast<long long>(records.size()), accepted);
+  ExpectCounts(counts, records.size(), Refused(), records.size());
   auto const values = static_cast<long long>(CountOf(host_.Text(), std::string(100, 'v') + "\n"));
   EXPECT_EQ(values, accepted);
   EXPECT_EQ(tally_.answered_false, 0);
@@ -200,15 +207,19 @@ TEST_P(ShortMemoryTest, AFilteredTraceThrowsOrIsKeptAndTheRingStaysInOrder) {
   }
 
   std::string const last = "level zero";
+  VeltTraceCounts counts{};
   {
     CaptureStdout const quiet;
     EXPECT_TRUE(Manager().Trace("net", VeltLogLevel{0}, last.c_str(), nullptr, false, true));
+    counts = QuietCounts()["host_"];
     VeltDebugMgr::Destroy();
   }
   auto const records = host_.Records();
   ASSERT_EQ(records.size(), 6U) << "the ring, and what brought it out";
   EXPECT_EQ(records.front(), " net " + long_text_);
   EXPECT_EQ(records.back(), " net A: level zero");
+  ExpectCounts(counts, 6, Refused(), 6);
+  EXPECT_EQ(counts.displaced, kLastFailure * 2 - Refused() - 5) << "all others that the ring took";
   EXPECT_GT(tally_.thrown, 0);
   tally_.Print();
 }
@@ -228,13 +239,23 @@ TEST_F(AllocationFaultTest, AppTraceOfANewSubNameThrowsRefusesOrWorksAndSoDoesTh
     EXPECT_TRUE(Manager().AppTrace("net", kLevel3, "main", nullptr, false, true, "")) << n;
   }
 
+  auto counts = QuietCounts();
   EXPECT_EQ(host_.StopAndRead().size(), last);
+  std::size_t refused = counts["host_"].refused;  // those that came to no channel, too
+  EXPECT_EQ(counts["host_"].written, last);
   for (unsigned n = 1; n <= last; ++n) {
     std::string const prefix = "host_s" + std::to_string(n) + "_" + std::string(40, 's') + "_";
     End const end = ends[n - 1];
     std::size_t const expected = end == End::kTrue ? 2 : end == End::kThrown ? 1 : 0;
     EXPECT_EQ(RecordsIn(prefix), expected) << n;
+    VeltTraceCounts const& own = counts[prefix];
+    EXPECT_EQ(own.accepted, expected) << n;
+    EXPECT_EQ(own.written, expected) << n;
+    EXPECT_EQ(own.lost, 0U) << n;
+    refused += own.refused;
   }
+  // A channel whose thread could not be created refuses the second call, too.
+  EXPECT_EQ(refused, Refused() + static_cast<std::size_t>(tally_.answered_false));
   EXPECT_GT(tally_.thrown, 4);
   tally_.Print();
 }
@@ -255,6 +276,7 @@ TEST_P(ShortMemoryTest, InitThrowsOrAnswersAndARepeatedInitWorks) {
     EXPECT_TRUE(Manager().GetSubModuleInfo("net", levels, outputs) || end == End::kTrue) << n;
     bool const traced = Manager().Trace("net", kLevel3, "text", nullptr, false, true);
     EXPECT_TRUE(traced || end == End::kTrue) << n << ": only a channel without a thread refuses";
+    ExpectCounts(QuietCounts()[name], traced ? 1 : 0, traced ? 0 : 1, traced ? 1 : 0);
     EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
     EXPECT_EQ(RecordsIn(name), traced ? 1U : 0U) << n;
   }
@@ -274,6 +296,7 @@ TEST_F(AllocationFaultTest, DestroyAnswersZeroAndWritesWhatWasAccepted) {
     }
     // A channel that is told to end while it has no file yet gives up what it holds.
     ASSERT_TRUE(WaitUntil([&] { return CountOf(host_.Text(name), "This is the first log file") == 1; })) << n;
+    ExpectCounts(QuietCounts()[name], 20, 0, 20);
 
     End const end = FailAt(n, Of::kProcess, tally_, [] { return VeltDebugMgr::Destroy() == 0; });
 
@@ -290,8 +313,10 @@ TEST_F(AllocationFaultTest, DestroyAnswersZeroAndWritesWhatWasAccepted) {
 TEST_P(ShortMemoryTest, PrintfThrowsSaysThatItFailedOrTraces) {
   StartManager();
   char const* const positional = "%2$.300f %1$s";
+  VeltInterString const module(long_module_);
   std::size_t good = 0;
   std::string seen;
+  VeltTraceCounts counts{};
   {
     CaptureStdout out;
     for (unsigned n = 1; n <= kLastFailure; ++n) {
@@ -301,13 +326,14 @@ TEST_P(ShortMemoryTest, PrintfThrowsSaysThatItFailedOrTraces) {
           return true;
         });
         Fail(n, Of::kCaller, [&] {
-          Manager().Printf(kLevel3, VeltInterString(long_module_), "%s", long_text_.c_str());
+          Manager().Printf(kLevel3, module, "%s", long_text_.c_str());
           return true;
         });
         Manager().Printf(kLevel3, "good %u", n);
         ++good;
       });
     }
+    counts = QuietCounts()["host_"];
     VeltDebugMgr::Destroy();
     seen = out.Text();
   }
@@ -317,6 +343,7 @@ TEST_P(ShortMemoryTest, PrintfThrowsSaysThatItFailedOrTraces) {
   std::size_t others = 0;
   for (auto const& record : records) ++(record.rfind("  I: good ", 0) == 0 ? good_found : others);
   EXPECT_EQ(good_found, good);
+  ExpectCounts(counts, records.size(), 3 * std::size_t{kLastFailure} - records.size(), records.size());
   EXPECT_EQ(static_cast<long long>(others + CountOf(seen, "Printf failed. errno:")), tally_.answered_true);
   EXPECT_GT(tally_.thrown, 0);
   tally_.Print();
@@ -327,6 +354,7 @@ TEST_P(ShortMemoryTest, FmtTraceThrowsOrTraces) {
   auto channel = MakeChannel(setup);
   char const* const positional = "%2$.300f %1$s";
   std::size_t good = 0;
+  VeltTraceCounts counts{};
   {
     CaptureStdout const quiet;
     for (unsigned n = 1; n <= kLastFailure; ++n) {
@@ -339,11 +367,14 @@ TEST_P(ShortMemoryTest, FmtTraceThrowsOrTraces) {
         ++good;
       });
     }
+    counts = QuietCounts(*channel);
     channel.reset();
   }
 
   std::string const log = ReadFamily(setup.directory, "t_");
   EXPECT_EQ(CountOf(log, "   I: good "), good);
+  std::size_t const written = Bodies(log).size();
+  ExpectCounts(counts, written, 2 * std::size_t{kLastFailure} - written, written);
   EXPECT_GT(tally_.thrown, 0);
   tally_.Print();
 }
@@ -392,9 +423,12 @@ TEST_F(AllocationFaultTest, AnOutputThreadThatLacksMemoryKeepsTheOldFilesAndWrit
              WaitUntil([&] { return OutputQueueOf(*channel).is_empty(); });
     });
     bool const accepted = channel != nullptr && channel->Trace("m", kLevel3, "after", nullptr, false, true);
+    VeltTraceCounts const counts = channel == nullptr ? VeltTraceCounts{} : QuietCounts(*channel);
     channel.reset();
 
     std::string const text = ReadFamily(setup.directory, setup.prefix);
+    EXPECT_EQ(counts.written, Bodies(text).size()) << n;
+    EXPECT_EQ(counts.lost, 0U) << n;
     EXPECT_EQ(CountOf(text, " m I: after\n"), accepted ? 1U : 0U) << n;
     std::string const old_archive = setup.directory + "/" + setup.prefix + "20200101_000000.log.gz";
     // A file whose very first read fails, here because zlib has no memory, is given up: its archive is
@@ -436,10 +470,16 @@ TEST_F(AllocationFaultTest, ARotationWithoutMemoryIsMadeUpFor) {
   }
   WaitForNextSecond();
   WaitForNextSecond();  // an opening that failed is tried again after a second
-  for (auto& channel : channels) EXPECT_TRUE(channel->Trace("m", kLevel3, "after", nullptr, false, true));
+  std::vector<VeltTraceCounts> counts;
+  for (auto& channel : channels) {
+    EXPECT_TRUE(channel->Trace("m", kLevel3, "after", nullptr, false, true));
+    counts.push_back(QuietCounts(*channel));
+  }
   channels.clear();
 
   long long given_up = 0;
+  std::size_t written = 0;
+  std::size_t refused = 0;
   for (std::size_t i = 0; i < last; ++i) {
     EXPECT_EQ(CountOf(text(i), " m I: after\n"), 1U) << i;
     // As above: what zlib had no memory to read is given up, with an empty archive in its place.
@@ -450,7 +490,14 @@ TEST_F(AllocationFaultTest, ARotationWithoutMemoryIsMadeUpFor) {
     bool const is_given_up = std::any_of(archives.begin(), archives.end(), is_empty);
     EXPECT_EQ(CountOf(text(i), "This is the first log file\n"), is_given_up ? 0U : 1U) << i;
     given_up += is_given_up ? 1 : 0;
+    // The record went with the first file, into which it had been written.
+    EXPECT_EQ(counts[i].written, Bodies(text(i)).size() + (is_given_up ? 1 : 0)) << i;
+    EXPECT_EQ(counts[i].lost, 0U) << i;
+    written += counts[i].written;
+    refused += counts[i].refused;
   }
+  EXPECT_EQ(written, last + static_cast<std::size_t>(tally_.answered_true));
+  EXPECT_EQ(refused, Refused());
   EXPECT_LE(given_up, 8) << "only where the first read itself allocates";
   tally_.Print();
   Figure({{"rotations", last}, {"given_up", given_up}});
