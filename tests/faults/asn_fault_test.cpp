@@ -13,6 +13,7 @@
 #include "velt/channel.h"
 #include "velt/manager.h"
 
+#include "tests/faults/counted.h"
 #include "tests/faults/scale.h"
 #include "tests/support/channel.h"
 #include "tests/support/files.h"
@@ -21,7 +22,9 @@
 namespace velt::test {
 namespace {
 
+using faults::ExpectCounts;
 using faults::Figure;
+using faults::QuietCounts;
 using faults::Scaled;
 
 constexpr VeltLogLevel kLevel3{3};
@@ -104,6 +107,7 @@ TEST(AsnFaultTest, OddValuesLeaveTheirTextAndTheThreadGoesOn) {
       }
     }
   });
+  VeltTraceCounts const counts = QuietCounts(*channel);
   channel.reset();
 
   std::string const log = ReadFamily(setup.directory, "t_");
@@ -130,6 +134,8 @@ TEST(AsnFaultTest, OddValuesLeaveTheirTextAndTheThreadGoesOn) {
   EXPECT_EQ(accepted, expected);
   EXPECT_EQ(thrown, kThreads * records - expected);
   EXPECT_EQ(wrong, 0);
+  ExpectCounts(counts, static_cast<std::size_t>(accepted), static_cast<std::size_t>(thrown),
+               CountOf(log, " m I: record "));
   EXPECT_EQ(CountOf(log, "hidden"), 0U);
   EXPECT_EQ(CountOf(log, "thread handle output string exit\n"), 1U);
   EXPECT_EQ(OddValue::Live(), 0);
@@ -153,6 +159,9 @@ TEST(AsnFaultTest, AValueThatCannotBeCopiedLeavesTheManagerWithoutAHeldLock) {
   EXPECT_TRUE(manager.AppTrace("net", kLevel3, "bare", &null_copy, false, true, "gw"));
   EXPECT_TRUE(manager.SetLogLevel("net", VeltLogLevel{9}, true));
 
+  auto counts = QuietCounts();
+  ExpectCounts(counts["host_"], 1, 2, 1);
+  ExpectCounts(counts["host_gw_"], 1, 1, 1);
   EXPECT_EQ(host.StopAndRead(), (std::vector<std::string>{" net I: bare"}));
   EXPECT_EQ(host.Records("host_gw_"), (std::vector<std::string>{" net I: bare"}));
   EXPECT_EQ(CountOf(host.Text() + host.Text("host_gw_"), "ASN Trace:"), 0U);
@@ -169,11 +178,13 @@ TEST(AsnFaultTest, APrintThatThrowsInTheCallersThreadReachesTheCaller) {
   EXPECT_THROW(channel->ASNTrace(&throws, false, true), std::runtime_error);
   EXPECT_THROW(channel->ASNTrace(&throws, text), std::runtime_error);
   channel->ASNTrace(&giant, false, true);
+  VeltTraceCounts const counts = QuietCounts(*channel);
   channel.reset();
 
   EXPECT_EQ(text, "before ");
   std::string const log = ReadFamily(setup.directory, "t_");
   EXPECT_EQ(CountOf(log, "ASN Trace:"), 1U);
+  ExpectCounts(counts, 1, 1, 1);  // the other throwing call traces nothing, it only makes a text
   EXPECT_NE(log.find("ASN Trace:\nvalue x" + std::string(2'048 - 18, 'v') + "\n"), std::string::npos)
       << "cut like every message";
 }
@@ -189,6 +200,10 @@ TEST(AsnFaultTest, ValuesThatWaitInAQueueOrRingAreDeletedWithIt) {
       EXPECT_TRUE(channel->Trace("m", kLevel3, "filtered", &value, false, false));
     }
     EXPECT_EQ(OddValue::Live(), 50);
+    VeltTraceCounts const counts = QuietCounts(*channel);
+    ExpectCounts(counts, 0, 0, 0);  // filtered, and not written yet
+    EXPECT_EQ(counts.inRing, 50U);
+    EXPECT_EQ(counts.displaced, 150U);
   }
   {
     auto const idle = MakeIdleChannel(setup);
@@ -197,6 +212,9 @@ TEST(AsnFaultTest, ValuesThatWaitInAQueueOrRingAreDeletedWithIt) {
     rec->m_pAsn = value.Clone();
     EXPECT_TRUE(idle->TraceInner(rec));
     EXPECT_EQ(OddValue::Live(), 2);
+    VeltTraceCounts const counts = idle->Counts();
+    faults::ExpectSum(counts);
+    EXPECT_EQ(counts.queued, 1U) << "no output thread takes it";
   }
 
   EXPECT_EQ(OddValue::Live(), 0);

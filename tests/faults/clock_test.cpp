@@ -14,6 +14,7 @@
 
 #include "tests/checker/family.h"
 #include "tests/checker/report.h"
+#include "tests/faults/counted.h"
 #include "tests/faults/scenario.h"
 #include "tests/support/running_program.h"
 
@@ -98,6 +99,7 @@ class ClockTest : public Scenario {
     EXPECT_TRUE(report.Accounted());
     EXPECT_EQ(report.found, report.called);
     EXPECT_EQ(report.refused, 0U);
+    ExpectCounted(ReadCounts(dir / "side"), report);
     std::vector<FileTimes> times;
     for (auto const& file : checker::ReadFamilyFiles(dir / "logs", "t_")) {
       FileTimes const now{file.name.substr(2, 15), CreationOf(file.text)};
@@ -242,6 +244,7 @@ TEST_F(ClockTest, ACallThatWaitsForRoomWhenTheClockIsSetBackWaitsTheStepLonger) 
   EXPECT_EQ(report.Count(Kind::kWrongLine), 2U) << "of the value that stalled it";
   EXPECT_EQ(report.found, kRoom);
   EXPECT_EQ(report.refused, kRefused);
+  ExpectCounted(ReadCounts(dir / "side"), report, 1);  // that value
   Figure({{"refused", static_cast<long long>(report.refused)},
           {"records_verified", static_cast<long long>(report.found)},
           {"longest_refusal_ms", longest_ms}});
@@ -303,6 +306,7 @@ TEST_F(SetBackUnderLoadTest, ThePruningStillDeletesTheOldestByCreation) {
   Report const report = Check(expected, checker::ReadOutcomes(dir / "side"));
 
   EXPECT_TRUE(report.CleanBut({Kind::kMissing})) << report.Text();
+  ExpectCounts(ReadCounts(dir / "side"), report.accepted, report.refused, report.found + report.missing);
   // Of each thread at most one stretch, behind the first file. A thread that was faster than the others may
   // have ended in a file that is deleted, but not all four.
   EXPECT_GE(report.Count(Kind::kMissing), 1U);

@@ -20,6 +20,7 @@
 #include "velt/manager.h"
 #include "velt/process.h"
 
+#include "tests/faults/counted.h"
 #include "tests/faults/scale.h"
 #include "tests/support/channel.h"
 #include "tests/support/files.h"
@@ -29,7 +30,9 @@
 namespace velt::test {
 namespace {
 
+using faults::ExpectCounts;
 using faults::Figure;
+using faults::QuietCounts;
 using faults::Scaled;
 
 constexpr VeltLogLevel kLevel3{3};
@@ -69,6 +72,8 @@ TEST(FormatFaultTest, BadFormatsTraceNothingAndGoodOnesBetweenThemAreAllThere) {
   ASSERT_TRUE(host.Init());
   ChannelSetup own(host.Dir() / "own");
   auto channel = MakeChannel(own);
+  VeltTraceCounts own_counts{};
+  VeltTraceCounts main_counts{};
   std::string seen;
   {
     CaptureStdout out;  // FmtTrace prints as well
@@ -84,6 +89,8 @@ TEST(FormatFaultTest, BadFormatsTraceNothingAndGoodOnesBetweenThemAreAllThere) {
         Format(function, *channel, nullptr);
       }
     });
+    own_counts = QuietCounts(*channel);
+    main_counts = QuietCounts()["host_"];
     channel.reset();
     VeltDebugMgr::Destroy();
     seen = out.Text();
@@ -106,6 +113,8 @@ TEST(FormatFaultTest, BadFormatsTraceNothingAndGoodOnesBetweenThemAreAllThere) {
   // The MRB functions trace an empty message for each of the six failures, or what was expanded of it.
   EXPECT_EQ(main_records.size(), count * (1 + 1 + 1 + 7));
   EXPECT_EQ(CountOf(seen, "Printf failed. errno:"), count * 6);
+  ExpectCounts(own_counts, own_records.size(), count * 6, own_records.size());
+  ExpectCounts(main_counts, main_records.size(), count * 6 * 3, main_records.size());
   Figure({{"formats", rounds * 7LL * kFormatFunctions},
           {"records_verified", static_cast<long long>(main_records.size() + own_records.size())}});
 }
@@ -128,6 +137,7 @@ TEST(FormatFaultTest, OddFormatsGiveTheTextOfTheCLibrary) {
   Manager().Printf(kLevel3, "%k %d", 1);
 #pragma GCC diagnostic pop
 
+  ExpectCounts(QuietCounts()["host_"], 6, 0, 6);
   auto const records = host.StopAndRead();
   ASSERT_EQ(records.size(), 6U);
   EXPECT_EQ(records[0], "  I: null (null)");
@@ -227,12 +237,14 @@ TEST(TextFaultTest, TextsThatLookLikeLinesOfTheLogStayWholeAndInOrder) {
           {".T" + std::to_string(gettid()) + " m I: " + text + end, t, static_cast<std::size_t>(i)});
     }
   });
+  VeltTraceCounts const counts = QuietCounts(*channel);
   channel.reset();
 
   std::vector<Sent> all;
   for (auto const& of_thread : sent) all.insert(all.end(), of_thread.begin(), of_thread.end());
   EXPECT_EQ(refused, 0);
   EXPECT_EQ(Tiled(ReadFamily(setup.directory, "t_"), all), "");
+  ExpectCounts(counts, all.size(), 0, all.size());
   Figure({{"hostile_texts", static_cast<long long>(all.size())}});
 }
 
@@ -244,6 +256,8 @@ TEST(TextFaultTest, EveryFunctionCutsAtItsOwnLength) {
   auto channel = MakeChannel(own);
   std::vector<std::string> expected;
   std::vector<std::string> expected_own;
+  VeltTraceCounts main_counts{};
+  VeltTraceCounts own_counts{};
   {
     CaptureStdout const quiet;  // what FmtTrace prints, and that an empty message was none
     for (std::size_t const size : sizes) {
@@ -263,12 +277,16 @@ TEST(TextFaultTest, EveryFunctionCutsAtItsOwnLength) {
       expected.push_back(" MRB W: " + cut(2'048));
       if (size > 0) expected_own.push_back("   I: " + cut(2'046));
     }
+    main_counts = QuietCounts()["host_"];
+    own_counts = QuietCounts(*channel);
     channel.reset();
     VeltDebugMgr::Destroy();
   }
 
   EXPECT_EQ(host.Records(), expected);
   EXPECT_EQ(Bodies(ReadFamily(own.directory, "t_")), expected_own);
+  ExpectCounts(main_counts, expected.size(), 2, expected.size());  // Printf refuses an empty message
+  ExpectCounts(own_counts, expected_own.size(), 1, expected_own.size());
 }
 
 // --- modules and levels ---
@@ -290,6 +308,7 @@ TEST(ModuleFaultTest, OddModuleNamesAreWrittenAsTheyAre) {
     EXPECT_TRUE(Manager().Trace(name, VeltLogLevel{5}, "text", nullptr, false, false));
     expected.push_back(" " + name + " text");
   }
+  ExpectCounts(QuietCounts()["host_"], expected.size(), 0, expected.size());
 
   EXPECT_EQ(host.StopAndRead(), expected);
 }
@@ -317,11 +336,14 @@ TEST(ModuleFaultTest, TenThousandModulesKeepTheirOwnSets) {
   });
   VeltDebugMgr::ModuleSets modules;
   ASSERT_TRUE(Manager().GetAllModuleInfo(modules));
+  VeltTraceCounts const counts = QuietCounts()["host_"];
   auto const records = host.StopAndRead();
   quiet.Text();
 
   EXPECT_EQ(refused, 0);
   EXPECT_EQ(modules.size(), kModules + 1) << "and debug";
+  ExpectCounts(counts, records.size(), 0, records.size());
+  EXPECT_EQ(counts.accepted + counts.displaced + counts.inRing, 2 * kModules);
   std::set<std::string> seen;
   std::size_t wrong = 0;
   for (auto const& record : records) {
@@ -342,6 +364,7 @@ TEST(LevelFaultTest, LevelsOutsideTheSetAreRefusedThrownOrTraced) {
   auto const trace = [](int level, bool both) {
     return Manager().Trace("net", VeltLogLevel{level}, "text", nullptr, both, both);
   };
+  VeltTraceCounts counts{};
   {
     CaptureStdout const quiet;
     EXPECT_TRUE(trace(4, false));
@@ -359,12 +382,14 @@ TEST(LevelFaultTest, LevelsOutsideTheSetAreRefusedThrownOrTraced) {
     EXPECT_THROW(Manager().SetLogLevel("net", VeltLogLevel{32}, true), std::out_of_range);
     EXPECT_TRUE(Manager().SetLogLevel("net", VeltLogLevel{31}, false)) << "no lock stayed held";
     EXPECT_TRUE(trace(3, false));
+    counts = QuietCounts()["host_"];
     VeltDebugMgr::Destroy();
   }
 
   auto const records = host.Records();
   EXPECT_EQ(records, (std::vector<std::string>{" net text", " net text", " net text", " net text",
                                                " net text", " net I: text"}));
+  ExpectCounts(counts, records.size(), 3 + 2 * 3, records.size());  // three threw, three were refused twice
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "velt/channel.h"
 #include "velt/manager.h"
 
+#include "tests/faults/counted.h"
 #include "tests/faults/scenario.h"
 #include "tests/faults/shim/shim.h"
 #include "tests/support/channel.h"
@@ -111,12 +112,15 @@ TEST_F(DescriptorFaultTest, LogFilesAndArchivesAreClosedOnExecFromTheirOpenOn) {
   }
   ASSERT_TRUE(test::WaitUntil([&] { return DescriptorsOf("/logs/t_").size() == 1; }));
   int const flags = FlagsOf(DescriptorsOf("/logs/t_").front());
+  VeltTraceCounts const counts = QuietCounts(*channel);
   channel.reset();
 
   EXPECT_EQ(flags & O_CLOEXEC, O_CLOEXEC);
   shim::Opens const opens = shim::WatchedOpens();
   EXPECT_GE(opens.all, 7U) << "three log files; two sources and two archives of their compression";
   EXPECT_EQ(opens.inheritable, 0U) << "a program started by the host would have had them";
+  shim::WatchOpens(nullptr);  // the test's own follow
+  ExpectCounts(counts, 2, 0, test::CountOf(test::ReadFamily(setup.directory, "t_"), " m I: text\n"));
 }
 
 }  // namespace

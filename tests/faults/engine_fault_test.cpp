@@ -13,6 +13,7 @@
 #include "velt/manager.h"
 #include "velt/process.h"
 
+#include "tests/faults/counted.h"
 #include "tests/faults/scale.h"
 #include "tests/support/channel.h"
 #include "tests/support/manager_host.h"
@@ -98,6 +99,9 @@ TEST(EngineFaultTest, AnswersAndExceptionsOfTheEngineAreTheCallersAndNoLockStays
     }
   });
   long long const calls = MoodyEngine::calls;
+  auto counts = faults::QuietCounts();
+  EXPECT_EQ(counts.size(), 1U);
+  faults::ExpectCounts(counts["host_"], 0, 0, 0);  // an engine's calls are no channel's
   EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
 
   EXPECT_EQ(wrong, 0);
@@ -187,6 +191,8 @@ TEST(EngineFaultTest, EnginesThatComeAndGoWhileNobodyTracesAreDeletedOnce) {
   }
 
   EXPECT_EQ(deleted, rounds);
+  auto const written = static_cast<std::size_t>(rounds);
+  faults::ExpectCounts(faults::QuietCounts()["host_"], written, 0, written);
   EXPECT_EQ(host.StopAndRead(),
             std::vector<std::string>(static_cast<std::size_t>(rounds), " net I: to the channel"));
 }

@@ -25,6 +25,7 @@
 #include "velt/manager.h"
 
 #include "tests/checker/report.h"
+#include "tests/faults/counted.h"
 #include "tests/faults/host.h"
 #include "tests/faults/scale.h"
 #include "tests/support/files.h"
@@ -97,6 +98,7 @@ TEST(EnvironmentFaultTest, AManagerStartsWithOddVariables) {
 
     EXPECT_TRUE(VeltDebugMgr::Instance()->Init("host_", "", dir.Path(), "", false, false));
     EXPECT_TRUE(VeltDebugMgr::Instance()->Trace("m", VeltLogLevel{3}, "there", nullptr, false, true));
+    faults::ExpectCounts(faults::QuietCounts()["host_"], 1, 0, 1);
     EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
 
     EXPECT_EQ(ExactFamily(dir.Path(), "host_").size(), 1U);
@@ -126,6 +128,7 @@ TEST(EnvironmentFaultTest, AHostThatSetsVariablesWhileThreadsTraceLosesNothing) 
   producers.Wait();
   setenv("TZ", "UTC", 1);  // a zone with a name, for the last line of the file
   tzset();
+  VeltTraceCounts const counts = faults::QuietCounts()["host_"];
   VeltDebugMgr::Destroy();
 
   checker::Expectation expected;
@@ -134,6 +137,7 @@ TEST(EnvironmentFaultTest, AHostThatSetsVariablesWhileThreadsTraceLosesNothing) 
   expected.header = "host header\n";
   checker::Report const report = Check(expected, checker::ReadOutcomes(setup.side_directory));
   EXPECT_TRUE(report.Clean()) << report.Text();
+  faults::ExpectCounted(counts, report);
   EXPECT_EQ(report.found + report.refused, kProducers * setup.records);
   Figure({{"environment_changes", changes}, {"records_verified", static_cast<long long>(report.found)}});
 }

@@ -5,7 +5,8 @@
 //              [stalled=1] [queue=N]
 //
 // Prints "ready" before it traces and "traced" when all records were traced; with hold=1 it then waits for
-// its standard input to end. Prints "longest_us N" and ends in order: exit code 0. With stalled=1 nothing is
+// its standard input to end. Prints "longest_us N", leaves its counts in side/counts.<run> and ends in order:
+// exit code 0. With stalled=1 nothing is
 // written before that; queue=N gives the channel's queue room for so many records.
 #include <sys/types.h>
 #include <unistd.h>
@@ -18,6 +19,7 @@
 
 #include "velt/manager.h"
 
+#include "tests/faults/counted.h"
 #include "tests/faults/host.h"
 #include "tests/support/channel.h"
 #include "tests/support/files.h"
@@ -78,6 +80,10 @@ void Produce(Arguments const& arguments, velt::faults::TraceCall const& trace) {
   Say("longest_us " + std::to_string(producers.LongestCall().count() / 1000));
 }
 
+void LeaveCounts(Arguments const& arguments, VeltTraceCounts const& counts) {
+  velt::faults::WriteCounts(Text(arguments, "side"), Number(arguments, "run", 0), counts);
+}
+
 int RunManager(Arguments const& arguments) {
   std::string const config = Text(arguments, "side") + "/host.cfg";
   velt::test::WriteFile(config, "nEachFileMaxSize=1\nnEachProcessMaxZipNum=" +
@@ -87,6 +93,10 @@ int RunManager(Arguments const& arguments) {
                      false))
     return 1;
   Produce(arguments, velt::faults::ToManager(Text(arguments, "sub")));
+  std::string const sub = Text(arguments, "sub");
+  std::map<std::string, VeltTraceCounts> counts;
+  if (!manager->Flush(velt::faults::kFlushMs) || !manager->GetCounts(counts)) return 1;
+  LeaveCounts(arguments, counts[Text(arguments, "prefix") + (sub.empty() ? "" : sub + "_")]);
   return VeltDebugMgr::Destroy() == 0 ? 0 : 1;
 }
 
@@ -105,6 +115,8 @@ int RunChannel(Arguments const& arguments) {
   if (Number(arguments, "stalled", 0) != 0) velt::test::StallAt(gate, *channel);
   Produce(arguments, velt::faults::ToChannel(*channel));
   gate.Open();
+  (void)channel->Flush(velt::faults::kFlushMs);  // what it leaves is in the counts
+  LeaveCounts(arguments, channel->Counts());
   channel.reset();
   return 0;
 }

@@ -20,6 +20,7 @@
 #include "debug/channel/record_node.h"
 #include "debug/channel/record_recycler.h"
 #include "tests/checker/report.h"
+#include "tests/faults/counted.h"
 #include "tests/faults/host.h"
 #include "tests/faults/process_state.h"
 #include "tests/faults/scale.h"
@@ -70,6 +71,7 @@ class LifeCycleFaultTest : public ::testing::Test {
       faults::Producers producers(setup_, faults::ToManager());
       producers.Wait();
     }
+    counts_.push_back(faults::QuietCounts()[name]);
     std::atomic<int> destroyed{0};
     InThreads(2, [&](int) {
       if (VeltDebugMgr::Destroy() == 0) ++destroyed;
@@ -80,6 +82,7 @@ class LifeCycleFaultTest : public ::testing::Test {
 
   ManagerHost const host_;
   faults::ProducerSetup setup_;
+  std::vector<VeltTraceCounts> counts_;  // of each life
 };
 
 // The heap in use apart from the depot of idle records. That is bounded, but a chain of 122,880 bytes may
@@ -98,6 +101,7 @@ TEST_F(LifeCycleFaultTest, ManyLivesOfTheManagerLeakNeitherThreadsNorDescriptors
   setup_.producers = kThreads;
   setup_.records = 10;
 
+  counts_.reserve(warm_up + cycles);
   for (unsigned i = 0; i < warm_up; ++i) Live(i);
   WaitUntil([] { return faults::OutputThreads() == 0; });
   ProcessState const before = ProcessState::Now();
@@ -125,6 +129,7 @@ TEST_F(LifeCycleFaultTest, ManyLivesOfTheManagerLeakNeitherThreadsNorDescriptors
     }
     checker::Report const report = Check(expected, own);
     EXPECT_TRUE(report.Clean()) << report.Text();
+    faults::ExpectCounted(counts_[i], report);
     found += report.found;
   }
   EXPECT_EQ(found, std::size_t{warm_up + cycles} * kThreads * setup_.records);

@@ -24,6 +24,7 @@
 
 #include "tests/checker/record_text.h"
 #include "tests/checker/report.h"
+#include "tests/faults/counted.h"
 #include "tests/faults/host.h"
 #include "tests/faults/process_state.h"
 #include "tests/faults/scale.h"
@@ -37,8 +38,10 @@
 namespace velt::test {
 namespace {
 
+using faults::ExpectCounted;
 using faults::Figure;
 using faults::ProcessState;
+using faults::QuietCounts;
 using faults::Scaled;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
@@ -115,16 +118,6 @@ class QueueFaultTest : public ::testing::Test {
     expected.prefix = "t_";
     return Check(expected, checker::ReadOutcomes(producers_.side_directory));
   }
-  static VeltTraceCounts QuietCounts(VeltDebugInfo& channel) {
-    EXPECT_TRUE(channel.Flush(120'000));
-    return channel.Counts();
-  }
-  static void ExpectCounted(VeltTraceCounts const& counts, checker::Report const& report) {
-    EXPECT_EQ(counts.accepted, report.accepted);
-    EXPECT_EQ(counts.refused, report.refused);
-    EXPECT_EQ(counts.written, report.found);
-    EXPECT_EQ(counts.lost, report.missing);
-  }
   static void ExpectOneSecondEach(RefusedCalls const& refused, std::size_t count) {
     EXPECT_EQ(refused.count_, count);
     EXPECT_GE(Milliseconds(refused.shortest_), kWait.count() - 20);
@@ -172,6 +165,7 @@ TEST_F(QueueFaultTest, AStalledFileRefusesAfterOneSecondAndLosesNothingThatWasAc
   RefusedCalls refused;
 
   TraceUntilRefused(refused.Watch(faults::ToChannel(*channel)), refusals);
+  VeltTraceCounts const stalled = channel->Counts();
   std::atomic<bool> ended{false};
   std::thread stopper([&] {
     channel.reset();
@@ -186,6 +180,10 @@ TEST_F(QueueFaultTest, AStalledFileRefusesAfterOneSecondAndLosesNothingThatWasAc
   ExpectOneSecondEach(refused, kProducers * static_cast<std::size_t>(refusals));
   checker::Report const report = CheckFamily(setup_.directory);
   EXPECT_TRUE(report.Clean()) << report.Text();
+  faults::ExpectSum(stalled);
+  EXPECT_EQ(stalled.accepted, report.accepted);
+  EXPECT_EQ(stalled.refused, report.refused);
+  EXPECT_EQ(stalled.queued, report.found) << "the device has not taken one of them";
   ExpectLinesOfAnOrderlyStop(setup_.directory, 0);
   EXPECT_GE(report.found, kQueueRecords);
   ReportStall(report, refused);
@@ -195,6 +193,7 @@ TEST_F(QueueFaultTest, AFullPipeAtStandardOutputRefusesAfterOneSecondAndLosesNot
   int const refusals = Scaled(1, 5);
   PipeEnds pipe;
   RefusedCalls refused;
+  VeltTraceCounts counts{};
   std::string printed;
   int const standard_output = dup(1);
   dup2(pipe.write, 1);
@@ -212,6 +211,7 @@ TEST_F(QueueFaultTest, AFullPipeAtStandardOutputRefusesAfterOneSecondAndLosesNot
         printed.append(block.data(), static_cast<std::size_t>(n));
       }
     });
+    counts = QuietCounts(*channel);
     channel.reset();
     std::cout.flush();
     dup2(standard_output, 1);  // closes the last writing end
@@ -223,6 +223,7 @@ TEST_F(QueueFaultTest, AFullPipeAtStandardOutputRefusesAfterOneSecondAndLosesNot
   ExpectOneSecondEach(refused, kProducers * static_cast<std::size_t>(refusals));
   checker::Report const report = CheckFamily(setup_.directory);
   EXPECT_TRUE(report.Clean()) << report.Text();
+  ExpectCounted(counts, report);
   std::size_t printed_whole = 0;
   for (auto const& body : Bodies(printed)) {
     bool const whole = body.rfind(" m I: ", 0) == 0 &&
@@ -321,6 +322,7 @@ TEST_F(QueueFaultTest, ThreadsThatComeAndGoLeaveNothingBehind) {
   ProcessState const before = ProcessState::Now();
   for (int i = 0; i < rounds; ++i) round();
   ProcessState const after = ProcessState::Settled(before.threads);
+  VeltTraceCounts const counts = QuietCounts(*channel);
   channel.reset();
 
   EXPECT_EQ(after.threads, before.threads);
@@ -329,6 +331,7 @@ TEST_F(QueueFaultTest, ThreadsThatComeAndGoLeaveNothingBehind) {
   EXPECT_LT(after.heap_bytes, before.heap_bytes + 100'000);
   checker::Report const report = CheckFamily(setup_.directory);
   EXPECT_TRUE(report.Clean()) << report.Text();
+  ExpectCounted(counts, report);
   EXPECT_EQ(report.found, std::size_t{kProducers} * producers_.records);
   Figure({{"threads", static_cast<long long>(kProducers) * (warm_up + rounds)},
           {"records_verified", static_cast<long long>(report.found)},
@@ -359,6 +362,7 @@ TEST_F(QueueFaultTest, DestructionRightAfterAStallWritesTheFullQueueAndThenItsLi
   RefusedCalls refused;
   TraceUntilRefused(refused.Watch(faults::ToChannel(*channel)), 1);
   std::size_t const waiting = OutputQueueOf(*channel).message_count();
+  VeltTraceCounts const stalled = channel->Counts();
 
   auto const begin = Clock::now();
   gate.Open();
@@ -373,6 +377,11 @@ TEST_F(QueueFaultTest, DestructionRightAfterAStallWritesTheFullQueueAndThenItsLi
   EXPECT_EQ(report.Count(checker::Kind::kWrongLine), 2U) << "of the value that stalled it";
   EXPECT_EQ(report.accepted, kQueueRecords);
   EXPECT_EQ(report.found, kQueueRecords);
+  faults::ExpectSum(stalled);
+  EXPECT_EQ(stalled.accepted, report.accepted + 1) << "with the value that stalled it";
+  EXPECT_EQ(stalled.refused, report.refused);
+  EXPECT_EQ(stalled.queued, report.found + 1);
+  EXPECT_EQ(stalled.inRing, kInRing);
   ExpectLinesOfAnOrderlyStop(setup_.directory, kInRing);
   Figure({{"records_verified", static_cast<long long>(report.found)},
           {"refused", static_cast<long long>(report.refused)},
@@ -385,12 +394,17 @@ TEST_F(QueueFaultTest, AChannelWhoseFileNeverOpenedEndsWithItsFullQueue) {
   auto channel = MakeChannelWithQueue();
   RefusedCalls refused;
   TraceUntilRefused(refused.Watch(faults::ToChannel(*channel)), 1);
+  VeltTraceCounts const counts = channel->Counts();
 
   auto const begin = Clock::now();
   channel.reset();
   auto const took = Clock::now() - begin;
 
   ExpectOneSecondEach(refused, kProducers);
+  faults::ExpectSum(counts);
+  EXPECT_EQ(counts.accepted, kQueueRecords);
+  EXPECT_EQ(counts.refused, refused.count_);
+  EXPECT_EQ(counts.queued, kQueueRecords) << "no file, no record";
   EXPECT_LT(Milliseconds(took), 30'000);
   EXPECT_FALSE(Exists(dir_ / "missing"));
   std::size_t accepted = 0;

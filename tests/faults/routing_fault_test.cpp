@@ -11,6 +11,7 @@
 
 #include "velt/manager.h"
 
+#include "tests/faults/counted.h"
 #include "tests/faults/process_state.h"
 #include "tests/faults/scale.h"
 #include "tests/support/files.h"
@@ -109,6 +110,7 @@ TEST_F(LevelChangeFaultTest, ALevelChangeTakesEffectAtOnceWhileEightThreadsTrace
   }
   step_ = kEnd;
   for (auto& thread : threads) thread.join();
+  VeltTraceCounts const counts = faults::QuietCounts()["host_"];
   auto const records = host_.StopAndRead();
 
   std::vector<std::vector<bool>> there(kTracers);
@@ -136,6 +138,7 @@ TEST_F(LevelChangeFaultTest, ALevelChangeTakesEffectAtOnceWhileEightThreadsTrace
   std::sort(changes.begin(), changes.end());
   EXPECT_EQ(wrong, 0);
   EXPECT_EQ(refused, 0);
+  faults::ExpectCounts(counts, records.size(), 0, records.size());  // filtered ones are not accepted
   EXPECT_GT(must, 0);
   // Of twenty changes five: a busy machine may keep this thread from running at all for longer.
   EXPECT_LT(changes[changes.size() / 4], kAtOnce);
@@ -183,12 +186,14 @@ TEST_P(FirstUseFaultTest, ASubNameThatTwoThreadsUseFirstHasOneChannelAndEveryRec
     });
     WaitUntil([] { return faults::OutputThreads() == kNames + 1; });
     EXPECT_EQ(faults::OutputThreads(), kNames + 1U);
+    auto counts = faults::QuietCounts();
     EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
 
     EXPECT_EQ(refused, 0);
     for (int i = 0; i < kNames; ++i) {
       std::string const prefix = "host_s" + std::to_string(i) + "_";
       auto const bodies = host.Records(prefix);
+      faults::ExpectCounts(counts[prefix], 2 * kRecords, 0, bodies.size());
       records += static_cast<long long>(bodies.size());
       for (int thread = 0; thread < 2; ++thread) {
         auto at = bodies.begin();

@@ -22,6 +22,7 @@
 #include "velt/manager.h"
 
 #include "tests/checker/report.h"
+#include "tests/faults/counted.h"
 #include "tests/faults/host.h"
 #include "tests/faults/scale.h"
 #include "tests/support/channel.h"
@@ -51,11 +52,12 @@ class SignalFaultTest : public ::testing::Test {
   }
 
   // Both families: the main one, and one on demand.
-  void ExpectAllThere() {
+  void ExpectAllThere(VeltTraceCounts const& counts) {
     checker::Report const report = Check(expected_, checker::ReadOutcomes(setup_.side_directory));
     EXPECT_TRUE(report.Clean()) << report.Text();
     EXPECT_EQ(report.refused, 0U);
     EXPECT_GT(report.found, 0U);
+    faults::ExpectCounted(counts, report);
     verified_ = static_cast<long long>(report.found);
   }
 
@@ -104,12 +106,13 @@ TEST_F(SignalFaultTest, EverySignalOfAStormReachesTheHostsSigwaitThread) {
     sigwait_thread.join();
     ASSERT_TRUE(WaitUntil([&] { return producers.Traced() > 100; }));
   }
+  auto counts = faults::QuietCounts();
   EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
   pthread_sigmask(SIG_UNBLOCK, &waited_for, nullptr);
 
   EXPECT_EQ(counted, rounds);
   EXPECT_GT(others, 0);
-  ExpectAllThere();
+  ExpectAllThere(counts["host_"]);
   Figure({{"signals_sent", rounds * 9LL},
           {"counted_sent", rounds},
           {"counted_received", counted.load()},
@@ -160,6 +163,7 @@ TEST_F(SignalFaultTest, HandlersOfTheHostRunOnItsOwnThreadsOnly) {
     ASSERT_TRUE(WaitUntil([&] { return producers.Traced() > 100 && handled > 0; }));
     pthread_sigmask(SIG_UNBLOCK, &storm, nullptr);
   }
+  auto counts = faults::QuietCounts();
   EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
 
   int seen = 0;
@@ -169,7 +173,8 @@ TEST_F(SignalFaultTest, HandlersOfTheHostRunOnItsOwnThreadsOnly) {
     for (int const output_thread : output_threads) EXPECT_NE(thread, output_thread);
   }
   EXPECT_GT(seen, 0);
-  ExpectAllThere();
+  ExpectAllThere(counts["host_"]);
+  faults::ExpectCounts(counts["host_gw_"], 1, 0, host_.Records("host_gw_").size());
   Figure({{"signals_sent", rounds * 8LL},
           {"handled", handled.load()},
           {"threads_that_handled", seen},
@@ -187,6 +192,7 @@ TEST_F(SignalFaultTest, SignalsThatEveryHostThreadBlocksStayPending) {
 
   for (int const signal : kStorm) kill(getpid(), signal);
   EXPECT_TRUE(VeltDebugMgr::Instance()->Trace("m", VeltLogLevel{3}, "there", nullptr, false, true));
+  faults::ExpectCounts(faults::QuietCounts()["host_"], 1, 0, 1);
   EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
 
   sigpending(&pending);
@@ -215,6 +221,7 @@ TEST_F(SignalFaultTest, AProcessThatIsStoppedAndContinuedLosesNothing) {
       faults::Producers const producers(setup_, faults::ToManager());
       if (!WaitUntil([&] { return Exists(done); }, std::chrono::milliseconds(250'000))) _exit(2);
     }
+    faults::WriteCounts(setup_.side_directory, setup_.run, faults::QuietCounts()["host_"]);
     _exit(VeltDebugMgr::Destroy() == 0 ? 0 : 3);
   }
   EXPECT_TRUE(
@@ -231,7 +238,7 @@ TEST_F(SignalFaultTest, AProcessThatIsStoppedAndContinuedLosesNothing) {
   EXPECT_TRUE(WaitUntil([&] { return waitpid(child, &status, WNOHANG) == child; }));
 
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-  ExpectAllThere();
+  ExpectAllThere(faults::ReadCounts(setup_.side_directory));
   Figure({{"stops", stops}, {"records_verified", verified_}});
 }
 

@@ -12,6 +12,7 @@
 
 #include "velt/channel.h"
 
+#include "tests/faults/counted.h"
 #include "tests/faults/scale.h"
 #include "tests/faults/scenario.h"
 #include "tests/faults/shim/shim.h"
@@ -75,6 +76,7 @@ TEST_F(SlowDeviceTest, AtTenRecordsASecondAFullQueueRefusesNoneOfFiveCallers) {
     while (Clock::now() < end) ++(Trace("in time") ? accepted : refused);
   });
   shim::ClearRules();
+  VeltTraceCounts const counts = QuietCounts(*channel_);
   channel_.reset();
 
   EXPECT_EQ(refused, 0U);
@@ -82,6 +84,7 @@ TEST_F(SlowDeviceTest, AtTenRecordsASecondAFullQueueRefusesNoneOfFiveCallers) {
   std::string const text = test::ReadFamily(setup_.directory, "t_");
   EXPECT_EQ(test::CountOf(text, " m I: in time\n"), accepted);
   EXPECT_EQ(test::CountOf(text, " m I: filler\n"), 2'000U);
+  ExpectCounts(counts, accepted + 2'000 + 1, refused, test::Bodies(text).size());
   Figure({{"accepted", accepted}, {"refused", refused}});
 }
 
@@ -111,6 +114,7 @@ TEST_F(SlowDeviceTest, DuringALongCompressionNoRecordThatIsDealtWithIsCounted) {
   auto const took = Clock::now() - begin;
   bool const still_compressed = test::Exists(finished);
   shim::ClearRules();
+  VeltTraceCounts const counts = QuietCounts(*channel_);
   channel_.reset();
 
   // What the test needs to say anything.
@@ -119,6 +123,8 @@ TEST_F(SlowDeviceTest, DuringALongCompressionNoRecordThatIsDealtWithIsCounted) {
   ASSERT_TRUE(still_compressed) << "the machine is too slow for this test";
   EXPECT_EQ(counted, kRecords - written);
   EXPECT_EQ(accepted, written);
+  ExpectCounts(counts, kRecords + 1 + accepted, 0,
+               test::Bodies(test::ReadFamily(setup_.directory, "t_")).size());
   EXPECT_LT(took, milliseconds(1'000)) << "no call waited for room";
 }
 

@@ -9,6 +9,7 @@
 #include "velt/channel.h"
 #include "velt/manager.h"
 
+#include "tests/faults/counted.h"
 #include "tests/faults/scale.h"
 #include "tests/faults/shim/shim.h"
 #include "tests/support/channel.h"
@@ -18,7 +19,9 @@
 namespace velt::test {
 namespace {
 
+using faults::ExpectCounts;
 using faults::Figure;
+using faults::QuietCounts;
 using faults::Scaled;
 
 constexpr VeltLogLevel kLevel3{3};
@@ -64,11 +67,13 @@ TEST_F(ThreadCreationFaultTest, AChannelWithoutAThreadRefusesUntilInitSucceeds) 
 
   EXPECT_TRUE(channel->Init());
   EXPECT_TRUE(channel->Trace("m", kLevel3, "accepted", nullptr, false, true));
+  VeltTraceCounts const counts = QuietCounts(*channel);
   channel.reset();
 
   std::string const log = ReadFamily(setup.directory, "t_");
   EXPECT_EQ(CountOf(log, "refused"), 0U);
   EXPECT_EQ(CountOf(log, " m I: accepted\n"), 1U);
+  ExpectCounts(counts, 1, 100, 1);
 }
 
 TEST_F(ThreadCreationFaultTest, AManagerWithoutThreadsRefusesAndCanBeginAgain) {
@@ -79,6 +84,9 @@ TEST_F(ThreadCreationFaultTest, AManagerWithoutThreadsRefusesAndCanBeginAgain) {
     EXPECT_FALSE(Manager().Trace("net", kLevel3, "refused", nullptr, false, true));
     EXPECT_FALSE(Manager().AppTrace("net", kLevel3, "refused", nullptr, false, true, "gw"));
     EXPECT_TRUE(Manager().SetLogLevel("net", VeltLogLevel{9}, true));
+    auto counts = QuietCounts();
+    ExpectCounts(counts["host_"], 0, 1, 0);
+    ExpectCounts(counts["host_gw_"], 0, 1, 0);
     EXPECT_EQ(VeltDebugMgr::Destroy(), 0);
     EXPECT_EQ(none.Refused(), 2U);
   }
@@ -100,6 +108,10 @@ TEST_F(ThreadCreationFaultTest, ASubNameWithoutAThreadRefusesAndTheOthersGoOn) {
   EXPECT_FALSE(Manager().AppTrace("net", kLevel3, "refused", nullptr, false, true, "gw"));
   EXPECT_TRUE(Manager().AppTrace("net", kLevel3, "other", nullptr, false, true, "web"));
 
+  auto counts = QuietCounts();
+  ExpectCounts(counts["host_"], 1, 0, 1);
+  ExpectCounts(counts["host_gw_"], 0, 2, 0);
+  ExpectCounts(counts["host_web_"], 1, 0, 1);
   EXPECT_EQ(host_.StopAndRead(), (std::vector<std::string>{" net I: main"}));
   EXPECT_EQ(host_.Records("host_web_"), (std::vector<std::string>{" net I: other"}));
   EXPECT_TRUE(host_.Records("host_gw_").empty());
