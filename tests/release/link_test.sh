@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Every way in which a host links the library: found by CMake or by pkg-config where it is installed, shared and static;
-# as a part of the host's own build, by add_subdirectory and by the README's lines for FetchContent. Each host is built
-# and run. The headers hold under a host's strict warnings in each language standard, and without exceptions and
+# Every way in which a host links the library, with velt/log.h and without: found by CMake or by pkg-config where it is
+# installed, as a part of the host's own build by add_subdirectory and by the README's lines for FetchContent; each
+# shared and static. Each host is built and run. The headers hold under a host's strict warnings in each language standard, and without exceptions and
 # run-time types. At last what was installed is uninstalled.
 #
 #   link_test.sh SOURCE_DIRECTORY BUILD_DIRECTORY COMPILER...    the build directory is one of the shared library
@@ -17,6 +17,7 @@ build=$(cd "$2" && pwd)
 shift 2
 compilers=("$@")
 hosts=$source_directory/tests/release/host
+log_hosts=$source_directory/tests/release/log_host
 jobs=$(nproc)
 
 scratch=$(mktemp -d)
@@ -52,6 +53,9 @@ find_package_and_pkg_config() { # INSTALLED shared|static
   configure "$hosts" "$scratch/find_package_$2" -DCMAKE_PREFIX_PATH="$1"
   quietly cmake --build "$scratch/find_package_$2"
   try "$scratch/find_package_$2/host" find_package "$2"
+  configure "$log_hosts" "$scratch/log_find_package_$2" -DCMAKE_PREFIX_PATH="$1"
+  quietly cmake --build "$scratch/log_find_package_$2"
+  try "$scratch/log_find_package_$2/log_host" 'find_package of the component log' "$2"
 
   if [[ $2 == static ]]; then how=(--static); fi
   read -ra flags <<<"$(PKG_CONFIG_PATH=$pkg_config_path pkg-config "${how[@]}" --cflags --libs veltbaseutil)"
@@ -61,15 +65,23 @@ find_package_and_pkg_config() { # INSTALLED shared|static
     quietly "$compiler" -std=c++17 -O0 "$hosts/channel_host.cpp" -o "$scratch/channel_$2" "${flags[@]}"
     LD_LIBRARY_PATH=${pkg_config_path%/pkgconfig} try "$scratch/channel_$2" pkg-config "$2"
   done
+  read -ra flags <<<"$(PKG_CONFIG_PATH=$pkg_config_path pkg-config "${how[@]}" --cflags --libs veltbaseutil-log)"
+  for compiler in "${compilers[@]}"; do
+    quietly "$compiler" -std=c++17 -O0 "$log_hosts/log_host.cpp" -o "$scratch/log_pkg_config_$2" "${flags[@]}"
+    LD_LIBRARY_PATH=${pkg_config_path%/pkgconfig} \
+      try "$scratch/log_pkg_config_$2" "pkg-config of veltbaseutil-log with ${compiler##*/}" "$2"
+  done
 }
 
-# A host whose CMakeLists.txt has these lines, and the library in its directory veltbaseutil.
+# Two hosts whose CMakeLists.txt has these lines, and the library in its directory veltbaseutil: `host`, and `log_host`,
+# which is of velt/log.h.
 part_of() { # NAME LINES SETTING...
   mkdir "$scratch/$1"
   ln -s "$source_directory" "$scratch/$1/veltbaseutil"
-  cp "$hosts/host.cpp" "$scratch/$1"
+  cp "$hosts/host.cpp" "$log_hosts/log_host.cpp" "$scratch/$1"
   printf '%s\n' 'cmake_minimum_required(VERSION 3.25)' 'project(host LANGUAGES CXX)' 'add_executable(host host.cpp)' \
-    "$2" >"$scratch/$1/CMakeLists.txt"
+    "$2" 'add_executable(log_host log_host.cpp)' 'target_link_libraries(log_host PRIVATE veltbaseutil::log)' \
+    >"$scratch/$1/CMakeLists.txt"
   configure "$scratch/$1" "$scratch/$1/build" "${@:3}"
   local extra
   extra=$(cmake --build "$scratch/$1/build" --target help | grep -E '_test:|veltpipe:|veltcfg:|service_host:' || true)
@@ -84,17 +96,24 @@ find_package_and_pkg_config "$scratch/shared" shared
 
 # --- in the host's own build; the installed static library is that of the first of them ---
 
-part_of add_subdirectory 'add_subdirectory(veltbaseutil)
-target_link_libraries(host PRIVATE veltbaseutil::veltbaseutil)' -DBUILD_SHARED_LIBS=OFF -DVELT_INSTALL=ON
-try "$scratch/add_subdirectory/build/host" add_subdirectory static
-quietly cmake --install "$scratch/add_subdirectory/build" --prefix "$scratch/static"
-find_package_and_pkg_config "$scratch/static" static
-
+by_subdirectory='add_subdirectory(veltbaseutil)
+target_link_libraries(host PRIVATE veltbaseutil::veltbaseutil)'
 lines=$(sed -n '/^```cmake$/,/^```$/p' "$source_directory/README.md" | sed '/^```/d')
 [[ $lines == *FetchContent_MakeAvailable* && $(wc -l <<<"$lines") -eq 4 ]] ||
   fail "README.md has not the four lines of CMake for FetchContent: $lines"
-part_of fetch_content "$lines"
-try "$scratch/fetch_content/build/host" FetchContent shared
+
+for kind in static shared; do
+  setting=() # shared is what a host gets that asks for nothing
+  if [[ $kind == static ]]; then setting=(-DBUILD_SHARED_LIBS=OFF); fi
+  part_of "add_subdirectory_$kind" "$by_subdirectory" -DVELT_INSTALL=ON "${setting[@]}"
+  part_of "fetch_content_$kind" "$lines" "${setting[@]}"
+  for program in host log_host; do
+    try "$scratch/add_subdirectory_$kind/build/$program" "add_subdirectory, $program" "$kind"
+    try "$scratch/fetch_content_$kind/build/$program" "FetchContent, $program" "$kind"
+  done
+done
+quietly cmake --install "$scratch/add_subdirectory_static/build" --prefix "$scratch/static"
+find_package_and_pkg_config "$scratch/static" static
 
 # --- the headers ---
 
