@@ -92,6 +92,7 @@ part_of() { # NAME LINES SETTING...
 # --- installed, shared ---
 
 quietly cmake --install "$build" --prefix "$scratch/shared"
+cp "$build/install_manifest.txt" "$scratch/" 2>/dev/null || fail 'the installation left no list of its files'
 find_package_and_pkg_config "$scratch/shared" shared
 
 # --- in the host's own build; the installed static library is that of the first of them ---
@@ -137,7 +138,6 @@ for process in "${started[@]}"; do wait "$process" || fail 'the headers do not h
 
 # --- and away again ---
 
-cp -r "$build/install_manifest.txt" "$scratch/" 2>/dev/null || fail 'the installation left no list of its files'
 cmake -D BUILD_DIRECTORY="$scratch" -P "$source_directory/cmake/Uninstall.cmake" >"$scratch/output" 2>&1
 left=$(find "$scratch/shared" ! -type d -o -name '*velt*')
 [[ -z $left ]] || fail "uninstalled, and there is still: $left"

@@ -70,10 +70,11 @@ for document in operations.md shipping.md; do
 done | cmp - <(cat "$source/docs/operations.md" "$source/docs/shipping.md") || fail "other documents than those of the source"
 diff -r "$source/share" "$root/usr/share/veltbaseutil"
 
-# Links of the tools' documents lead to something that the package has.
+# Links of the documents lead to something that the same package has.
 while IFS=: read -r document link; do
   [[ -e ${document%/*}/${link%%#*} || -e ${document%/*}/${link%%#*}.gz ]] || fail "${document##*/} links to $link, which is not there"
-done < <(grep -rHoE --include='*.md' '\]\([^)#:][^):]*\)' "$tools_documents" | sed -E 's/\]\((.*)\)$/\1/')
+done < <(grep -rHoE --include='*.md' '\]\([^)#:][^):]*\)' "$tools_documents" "$root/usr/share/doc/libveltbaseutil-dev" |
+  sed -E 's/\]\((.*)\)$/\1/')
 if grep -rlF -e "$build" -e "$source" "$root"; then fail "these files name the directories that they were made in"; fi
 
 # The log holds the one line that the host traced, and the trailer of an orderly end.
