@@ -26,8 +26,8 @@ PROGRAMS = {
 }
 PEERS = [SPDLOG, SPDLOG_SYNC, LOG4CPLUS, BOOST, GLOG]
 
-# A filtered call is measured in a moment, and a virtual processor keeps one of two speeds for longer than that: so many
-# times the rounds of the others even it out.
+# A filtered call is measured in milliseconds, while a virtual processor stays at one of two speeds for longer. So many
+# times more rounds even that out.
 MORE_ROUNDS = {"c": 4}
 
 TITLES = {

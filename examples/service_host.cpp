@@ -105,8 +105,8 @@ void StartTracing(fs::path const& log) {
     throw std::runtime_error("cannot start tracing");
   }
   Sched().Register(velt::UpTo(kInfo), velt::kToFile);
-  manager->RegSubModuleInfo("store", {}, {},
-                            true);  // the sets of "debug"; "net" is in the configuration file
+  // "store" inherits the sets of "debug"; "net" is in the configuration file.
+  manager->RegSubModuleInfo("store", {}, {}, true);
 }
 
 std::string Message(int worker, int round, int item, char const* what) {
@@ -294,8 +294,8 @@ int main(int argc, char** argv) {
     if (!words.empty() && words.front() == "--crash") mode = Mode::kCrash;
     if (mode != Mode::kServe) words.erase(words.begin());
     fs::path const root = fs::absolute(words.empty() ? ScratchRoot() : fs::path(words.front()));
-    sigset_t const stop_signals =
-        BlockStopSignals();  // a signal that comes early stays pending until the service waits for it
+    // A signal that comes early stays pending until the service waits for it.
+    sigset_t const stop_signals = BlockStopSignals();
     SetUpRoot(root);
     Run(mode, root, stop_signals);
     BaseUtilInternal::Destroy();

@@ -22,7 +22,7 @@ namespace {
 
 using Bits = std::bitset<32>;
 
-// The set of a text; that of the defaults for an invalid one.
+// Checks the set of a text; `otherwise` is that of an invalid text.
 Bits CheckText(std::string_view text, ModelSet otherwise) {
   std::string work(text);
   Bits const before(otherwise);
@@ -78,8 +78,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   Input input(data, size);
   Bits const levels = CheckText(input.Line(), kLevelsByDefault);
   Bits const outputs = CheckText(input.Line(), kOutputsByDefault);
-  // Files cost many times as much as texts, the manager still more: a part of the inputs goes there, always
-  // the same.
+  // A file takes many times as long as a text, and the manager longer still: only a part of the inputs goes
+  // there, chosen by their bytes.
   unsigned const sum = std::accumulate(data, data + size, 0U);
   if (sum % 4 != 0) return 0;
   std::string_view const text = input.Rest();

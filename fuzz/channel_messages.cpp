@@ -168,8 +168,8 @@ class Conversation {
     channel_.ASNTrace(nullptr, true, true);
   }
 
-  // A record of level 0 takes the ring along when the output thread comes to it; what is filtered before that
-  // might still get in.
+  // The ring is written when the output thread comes to a record of level 0. A record that is filtered before
+  // that might still get into it.
   void WaitForOutput() {
     Bell bell;
     Check(channel_.Trace("sync", VeltLogLevel(3), "bell", &bell, true, true), "Trace answers false");

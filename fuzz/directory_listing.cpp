@@ -1,5 +1,5 @@
-// Housekeeping over random directories: what is not the channel's is never touched, what is becomes what the
-// model says. The directory is in memory (/dev/shm) where there is one.
+// Housekeeping over random directories: other files are never touched, and the channel's files become what
+// the model says. The directory is in memory (/dev/shm) where there is one.
 //
 // An input is a line of the operation (p: all of it, r: pruning, z: compression of the first name), digits of
 // the prefix and of the archives to keep, and a 1 when the channel has opened a file; then a line for each
@@ -52,7 +52,7 @@ class Directory {
   }
   std::string Path(std::string const& name) const { return scratch_.Path() + "/logs/" + name; }
 
-  // The channels are made once each: without a thread, and with or without a file of their own.
+  // Channels without a thread, with or without an open file; each is made once.
   Channel& ChannelOf(std::size_t prefix, std::size_t keep, bool opened) {
     Channel& wanted = channels_[prefix % kPrefixes.size()][keep % kKeeps][opened ? 1 : 0];
     if (wanted.channel != nullptr) return wanted;
@@ -149,7 +149,7 @@ Entry EntryOf(char letter, std::string const& name) {
   return entry;
 }
 
-// The first name comes back by itself: one operation takes it.
+// Returns the first name, which one of the operations uses.
 std::string ReadListing(Input& input, Family const& family, Listing& listing) {
   std::string first;
   while (!input.AtEnd() && listing.size() < kMostNames) {
@@ -166,7 +166,7 @@ std::string ReadListing(Input& input, Family const& family, Listing& listing) {
     if (listing.empty()) first = name;
     listing[name] = EntryOf(letter, name);
   }
-  // What is compressed must not lead out of the directory or wait for a reader of a pipe.
+  // Removes links and pipes from what is compressed: they would lead out of the directory, or block.
   for (auto at = listing.begin(); at != listing.end();) {
     std::string const& name = at->first;
     bool const is_archive_of_another =

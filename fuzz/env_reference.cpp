@@ -1,4 +1,4 @@
-// ${NAME} references against a model that walks over the text once. An input is the text.
+// ${NAME} references against a model that reads the text once from left to right. An input is the text.
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -34,7 +34,7 @@ void SetEnvironment() {
     setenv(std::string(name).c_str(), std::string(value).c_str(), 1);
 }
 
-// Empty for a name that is not there. A name ends at its first NUL, as it does for the system.
+// Empty for a variable that is not set. A name ends at its first NUL, as for getenv.
 std::string_view ValueOf(std::string_view name) {
   name = name.substr(0, name.find('\0'));
   for (auto const& [known, value] : kVariables) {

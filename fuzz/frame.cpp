@@ -1,5 +1,5 @@
-// Frame helpers against what they promise of a field: guard bytes are on both sides of it, and sources end
-// where they may be read to.
+// Frame helpers against their contract: a field has guard bytes on both sides, and behind a source no byte
+// may be read.
 //
 // An input is the letter of the operation, three bytes (capacity, count, value or place), and a text.
 #include <algorithm>
@@ -33,7 +33,7 @@ class Frame {
   char* Place(std::size_t offset) { return bytes_.data() + offset % bytes_.size(); }
   std::size_t PlacesFrom(std::size_t offset) const { return bytes_.size() - offset % bytes_.size(); }
   char& Expected(std::size_t at) { return expected_[kMargin + at]; }
-  // What is behind a text's NUL in its field may be anything.
+  // The bytes behind the NUL of a text may have any value.
   void ExpectText(std::string_view text, std::size_t capacity) {
     for (std::size_t at = 0; at < capacity; ++at) {
       Expected(at) = at < text.size() ? text[at] : at == text.size() ? '\0' : Field()[at];
@@ -54,7 +54,7 @@ std::size_t SizeOf(unsigned byte) {
 
 bool IsNegative(std::size_t size) { return size > SIZE_MAX / 2; }
 
-// The bytes of a text with nothing behind them that may be read.
+// A copy of a text in memory of exactly its length, so that a sanitizer reports a read behind it.
 std::unique_ptr<char[]> Exactly(std::string_view text) {
   std::unique_ptr<char[]> bytes(new char[text.size()]);
   std::copy(text.begin(), text.end(), bytes.get());

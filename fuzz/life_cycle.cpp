@@ -45,7 +45,7 @@ namespace {
 using Bits = std::bitset<32>;
 
 constexpr int kMostCalls = 60;
-constexpr int kMostOpenings = 2;  // each one's end costs the poll of every channel
+constexpr int kMostOpenings = 2;  // ending each costs a poll for every channel
 constexpr std::size_t kLongestText = 500;
 constexpr char const* kHeader = "host of a fuzz target\n";
 
@@ -171,7 +171,8 @@ class Host {
     return answer;
   }
 
-  // What is filtered before the output thread comes to a record of level 0 might still get into the ring.
+  // A record that is filtered before the output thread writes the one of level 0 might still get into the
+  // ring.
   void WaitForOutput(std::string const* sub_name) {
     Bell bell;
     ModelTrace const sync{"sync", 3, "bell #" + std::to_string(++serial_), &Bell::kSound, true, true};
@@ -242,7 +243,7 @@ class Host {
   }
 
   void RegisterEngine() {
-    std::unique_ptr<Engine> const before(engine_);  // the host's again
+    std::unique_ptr<Engine> const before(engine_);  // owned by the host again
     engine_ = new Engine;
     Check(!Manager().RegDebugEngine(nullptr), "a null engine is registered");
     Check(Manager().RegDebugEngine(engine_), "RegDebugEngine");

@@ -35,7 +35,8 @@ int main(int count, char** places) {
   for (fs::path const& file : files) {
     std::ifstream in(file, std::ios::binary);
     std::string const text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::fprintf(stderr, "%s\n", file.filename().c_str());  // the last one is the one to look at
+    std::fprintf(stderr, "%s\n",
+                 file.filename().c_str());  // after a crash, the last name is that of the input
     LLVMFuzzerTestOneInput(reinterpret_cast<std::uint8_t const*>(text.data()), text.size());
   }
   std::fprintf(stderr, "%zu inputs\n", files.size());

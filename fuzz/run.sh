@@ -15,7 +15,7 @@ findings=build/fuzz/findings
 computing=(config_lines config_lookup bit_set_text env_reference frame directory_listing)
 waiting=(channel_messages life_cycle)
 
-# Of a target: executions in a full run and in a short one, longest input, processes.
+# For each target: executions in a full run and in a short one, longest input, processes.
 plan() {
   case $1 in
     config_lines | config_lookup | bit_set_text) echo 10000000 50000 96 1 ;;
@@ -33,7 +33,7 @@ fuzz() {
   rm -rf "$learned"
   mkdir -p "$learned"
   if [ -f "$dictionary" ]; then options+=("-dict=$dictionary"); fi
-  # Memory is not filled and soon used again, and its stacks are short: half of the time goes there otherwise.
+  # Freed memory is not filled and soon used again, and stacks are short: these take half of the time otherwise.
   ASAN_OPTIONS=malloc_context_size=4:quarantine_size_mb=1:max_malloc_fill_size=0 \
     "build/fuzz/fuzz/fuzz_$name" -runs="$runs" -max_len="$longest" -entropic=0 -timeout=300 -print_final_stats=1 \
     "${options[@]}" -artifact_prefix="$findings/$log-" "$learned" "fuzz/corpus/$name" >"$findings/$log.log" 2>&1
@@ -107,7 +107,7 @@ lines_of() {
   done
 }
 
-# What a finding leaves of its files goes with this.
+# A process with a finding leaves its files here; the directory is removed at the end.
 place=/tmp
 [ -w /dev/shm ] && place=/dev/shm
 TMPDIR=$(mktemp -d -p "$place" velt_fuzz_XXXXXX)

@@ -20,7 +20,8 @@ export VELT_FAULT_SCALE=full
 rm -rf "$out"
 mkdir -p "$out"
 
-# What is killed a thousand times, or under a clock that a preloaded library sets, runs in the release build only.
+# Scenarios that run in the release build only: those that kill a host a thousand times, or preload a library that sets
+# the clock.
 only_release='^(kill|clock)_test(_zlib)?$'
 
 build() {  # PRESET
@@ -79,7 +80,7 @@ echo 'build,scenario,figures' >"$out/figures.csv"
 : >"$out/results"
 for preset in release asan; do
   start=$SECONDS
-  # Scenarios wait more than they work.
+  # Three scenarios per core, since they mostly wait.
   scenarios "$preset" | xargs -r -P $((jobs * 3)) -L 1 bash -c 'run_one "$@"' run_one
   printf '== scenarios, %s (%d s)\n' "$preset" $((SECONDS - start))
 done

@@ -38,9 +38,9 @@ clang_asan() {
     -DVELT_SANITIZE=address,undefined && run_tests build/clang-asan
 }
 clang_tsan() {
-  # Its runtime, unlike g++'s, can start threads in a child of a process that had some; and it does not see locks behind
-  # the lock functions that two tests put in their place, nor files behind the shim of the fault scenarios: it takes one
-  # that was closed there for the next of its number.
+  # clang's runtime, unlike g++'s, can start threads in a child of a process that had several. It does not see locks
+  # that are taken through the functions of two tests that replace them, nor descriptors that are closed through the
+  # shim of the fault scenarios: it takes the next file with that number for the old one.
   build build/clang-tsan "${clang_settings[@]}" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG='-O1 -g1' \
     -DVELT_SANITIZE=thread &&
     TSAN_OPTIONS=die_after_fork=0 setarch -R ctest --test-dir build/clang-tsan -j $((jobs * 4)) --output-on-failure \
@@ -53,18 +53,18 @@ valgrind_tests() {
   local programs='Veltpipe|Veltcfg|ServiceHost|EndToEnd|Syslog|Checker|^fuzz_|^exports$|^docs$|^man$|^doxygen$|^picture$'
   local others='Megabyte|Million|Depot|TheThreadBlocksEverySignal'
   local settings=(-j $((jobs * 2)) -LE 'faults|load')
-  # The programs that replace operator new keep theirs, and no thread is kept waiting by another that never rests.
+  # Programs that replace operator new keep theirs, and a busy thread does not keep others from running.
   build build/valgrind -DCMAKE_BUILD_TYPE=Debug \
     '-DCMAKE_CROSSCOMPILING_EMULATOR=valgrind;--quiet;--error-exitcode=9;--fair-sched=yes;--soname-synonyms=somalloc=nouserintercepts' &&
     VALGRIND_OPTS='--leak-check=full --errors-for-leak-kinds=definite' \
       run_tests build/valgrind "${settings[@]}" -E "$programs|$others|Child|Fork" &&
-    # What only the stacks of the parent's other threads refer to looks lost in a forked child.
+    # In a forked child, memory to which only the stacks of the parent's other threads point looks lost.
     VALGRIND_OPTS='--leak-check=no' run_tests build/valgrind "${settings[@]}" -R 'Child|Fork' -E "$programs"
 }
 
 coverage() {
-  # Counters of threads must not be lost. A count that is not consistent, because a process ended in the middle of its
-  # threads, is left out by gcovr instead of ending it.
+  # Atomic, so that no counts of threads are lost. A process may end while its threads count: gcovr leaves such a count
+  # out instead of failing.
   build build/coverage -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS='--coverage -fprofile-update=atomic -O0' &&
     find build/coverage -name '*.gcda' -delete &&
     run_tests build/coverage &&

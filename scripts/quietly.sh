@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by the scripts that check: runs their steps without showing what these print while all is well.
+# Sourced by the scripts that check: shows the output of a step only when it fails.
 
 # quietly NAME COMMAND...: the output goes into $logs/<prefix>NAME.log, where the prefix is $log_prefix if that is set. Its
 # end is shown when the command fails, and the script ends. $logs is the directory of the script that sources this.

@@ -22,7 +22,7 @@ inline std::int64_t NowNs() { return ReadClock(CLOCK_MONOTONIC); }
 void SleepNs(std::int64_t ns);
 void SleepUntilNs(std::int64_t when);
 
-// What a measured call of nothing comes to, and the step in which the clock advances.
+// What measuring an empty call gives, and the step in which the clock advances.
 struct ClockCost {
   double overhead_ns;
   double step_ns;

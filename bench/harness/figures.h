@@ -36,7 +36,7 @@ double CurrentMemoryMb();
 
 void CheckMessageLength();
 
-// The whole of a measurement must look like the line it claims to measure.
+// Ends the process unless every line of the measurement has the length of the agreed line.
 void DemandLineLength(Ledger const& ledger);
 
 void AddPercentiles(std::string const& prefix, std::vector<std::uint32_t>& samples, Result& result);
@@ -56,7 +56,7 @@ class Session {
 
   Logger& logger() { return *logger_; }
 
-  // Each producer says that it is one, before the first of them logs.
+  // Called by each producer before the first of them logs.
   void Join() {
     round_bytes_ += Logger::kFixedLength + modules_[0].size() + ThreadIdLength(Logger::kThreadIdWidth);
   }
@@ -111,7 +111,7 @@ std::size_t LogBursts(Session<Logger>& session, int worker, BurstPlan const& pla
   return refused;
 }
 
-// What one call costs its caller, in bursts that fit the queue and that are written before the next begins.
+// What one call costs its caller. Bursts fit the queue, and each is written before the next begins.
 template <typename Logger>
 void MeasureCaller(Options const& options) {
   constexpr std::int64_t kNapNs = 2'000'000;
@@ -237,8 +237,8 @@ std::vector<std::string> NamesToStall() {
 }
 
 // Memory when the output stalls and the queue is full. The file is a pipe that is not read, or the logger
-// stalls itself; the queue counts as full when a call has not come back for a while. Then the output goes on,
-// and every record must come out.
+// stalls its own output. The queue counts as full when a call has not returned for a while. Then the output
+// goes on, and every record must be written.
 template <typename Logger>
 void MeasureFullQueue(Options const& options) {
   constexpr std::int64_t kStuckNs = 300'000'000;
@@ -292,8 +292,8 @@ struct KeepsFiltered : std::false_type {};
 template <typename Logger>
 struct KeepsFiltered<Logger, std::void_t<decltype(&Logger::LogFiltered)>> : std::true_type {};
 
-// What a call costs whose record is wanted by no output. Too short for the clock, so that a sample is the
-// mean of a hundred calls.
+// What a call costs whose record no output wants. One call is too short for the clock, so a sample is the
+// mean of a hundred.
 template <typename Logger>
 void MeasureFiltered(Options const& options) {
   constexpr std::size_t kCalls = 100;

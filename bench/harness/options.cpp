@@ -32,7 +32,7 @@ void Result::Print() const {
     separator = ", ";
   }
   std::puts("}");
-  (void)std::fflush(stdout);  // a reader that is gone shows in its own way
+  (void)std::fflush(stdout);  // without a reader there is nobody to report to
 }
 
 void Fail(std::string const& reason) {

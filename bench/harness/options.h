@@ -1,4 +1,4 @@
-// Arguments of the form --name value, the result line, and the way out when a measurement is worthless.
+// Arguments of the form --name value, the result line, and an error exit for a measurement that is not valid.
 #ifndef VELT_BENCH_HARNESS_OPTIONS_H
 #define VELT_BENCH_HARNESS_OPTIONS_H
 

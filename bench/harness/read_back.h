@@ -10,7 +10,7 @@
 
 namespace velt::bench {
 
-// Counts lines. Expects steps kFirstStep and up of workers kFirstWorker and up.
+// Counts the lines of each worker. Workers are numbered from kFirstWorker, their steps from kFirstStep.
 class Ledger {
  public:
   Ledger(std::size_t workers, std::size_t steps);

@@ -1,4 +1,4 @@
-// An output that takes nothing until it is told to: pipes under the names that a logger will open.
+// An output that stalls: pipes with the names that a logger will open, not read until StartReading.
 #ifndef VELT_BENCH_HARNESS_STALLED_OUTPUT_H
 #define VELT_BENCH_HARNESS_STALLED_OUTPUT_H
 
@@ -21,7 +21,7 @@ class StalledOutput {
   // Reads whatever comes from now on, in a thread of its own that hands it to `ledger`.
   void StartReading(Ledger& ledger);
 
-  // To be called when the logger is gone: takes what is left in the pipes and ends the thread.
+  // Call it after the logger is destroyed: reads what is left in the pipes and ends the thread.
   void FinishReading();
 
  private:

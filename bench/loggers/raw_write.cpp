@@ -1,5 +1,5 @@
-// No logger at all: write(2) of ready lines, under a mutex where there are several producers. What "each
-// record is handed to the kernel before the next" costs at least.
+// No logger at all: write(2) of ready lines, under a mutex where there are several producers. The least that
+// a logger costs which hands each record to the kernel before the next.
 #include <fcntl.h>
 #include <unistd.h>
 

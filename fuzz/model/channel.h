@@ -1,4 +1,4 @@
-// What a channel writes and prints of the records that it is handed.
+// What a channel writes and prints for the calls that it gets.
 #ifndef VELT_FUZZ_MODEL_CHANNEL_H
 #define VELT_FUZZ_MODEL_CHANNEL_H
 

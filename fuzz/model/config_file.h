@@ -1,4 +1,4 @@
-// What a configuration file holds, worked out character by character from a text in memory.
+// The items of a configuration file, found character by character in a text in memory.
 #ifndef VELT_FUZZ_MODEL_CONFIG_FILE_H
 #define VELT_FUZZ_MODEL_CONFIG_FILE_H
 
@@ -49,7 +49,7 @@ inline ModelLine ModelOfLine(std::string_view raw) {
   return line;
 }
 
-// Every line that a scan of the file meets, the empty one behind a last newline among them.
+// Every line that a scan of the file reads, also the empty one behind a last newline.
 inline std::vector<ModelLine> ModelLines(std::string_view file) {
   std::vector<ModelLine> lines;
   bool done = false;
@@ -82,7 +82,7 @@ inline void ModelAddItems(std::vector<ModelLine> const& lines, std::string_view 
   }
 }
 
-// The number that a text begins with, held at the ends of 64 bits and then cut to 32.
+// The number that a text begins with, limited to 64 bits and then cut to the low 32.
 inline int ModelNumber(std::string_view text) {
   while (!text.empty() && OneOf(text.front(), " \t\n\v\f\r")) text.remove_prefix(1);
   bool const negative = !text.empty() && text.front() == '-';

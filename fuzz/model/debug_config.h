@@ -46,7 +46,8 @@ inline ModelModules ModelModulesOf(std::string_view file, ModelSet levels, Model
   }
   for (auto const& [name, text] : output_items) {
     if (modules.count(name) == 0) modules[name].first = kLevelsByDefault;
-    modules[name].second = ModelSetOf(text).value_or(kLevelsByDefault);  // the levels' default: meant so
+    modules[name].second =
+        ModelSetOf(text).value_or(kLevelsByDefault);  // for outputs, too, the default of levels
   }
   return modules;
 }
@@ -57,7 +58,7 @@ struct ModelConfig {
   ModelModules modules;
 };
 
-// What the manager makes of a host's own file when the installation has none.
+// What the manager reads from a host's own file when the installation has none.
 inline ModelConfig ModelConfigOf(std::string_view file) {
   auto const bounded = [file](char const* name, unsigned most, int otherwise) {
     std::optional<std::string> const text = ModelFind(file, name);

@@ -1,4 +1,4 @@
-// A value whose print tells that an output thread has come as far as its record.
+// A value whose Print shows that the output thread has come to its record.
 #ifndef VELT_FUZZ_SUPPORT_BELL_H
 #define VELT_FUZZ_SUPPORT_BELL_H
 

@@ -39,7 +39,8 @@ void CheckTail(OutputText& text, ModelChannel const& channel) {
   text.Expect("thread handle output string exit\n");
   ExpectStampedLine(text, " about to clear m_DiscardQueue(" + std::to_string(channel.ring.size()) + ")\n");
   text.ExpectShape(kStamp);
-  // The stop marker itself, when the output thread has seen before it that the channel ends.
+  // The line says 1 when the thread ended before the stop marker was queued: the marker is then left in the
+  // queue.
   if (!text.Skip(" about to clear m_OutputQueue(1)\n")) text.Expect(" about to clear m_OutputQueue(0)\n");
   ExpectStampedLine(text, " after m_OutputQueue cleared\n");
   text.Expect("File close at ");

@@ -1,4 +1,4 @@
-// An engine that remembers what it was told last, and counts itself.
+// An engine that keeps its last call; the objects of the class are counted.
 #ifndef VELT_FUZZ_SUPPORT_ENGINE_H
 #define VELT_FUZZ_SUPPORT_ENGINE_H
 

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Compares the library's ABI with the baseline: what hosts were built with may neither go nor change its layout. New
-# names pass. update.sh renews the baseline.
+# Compares the library's ABI with the baseline: nothing that hosts were built with may be missing or have another
+# layout. New names are allowed. update.sh renews the baseline.
 #
 #   abi_test.sh LIBRARY HEADERS BASELINE
 #
-# Exit 0: hosts run on. 4: something changed; 12: something went. The differences are on standard output.
+# Exit 0: compatible. 4: something changed; 12: something is missing. The differences are on standard output.
 set -euo pipefail
 # shellcheck source=tests/abi/abidw.sh
 . "$(dirname "$0")/abidw.sh"

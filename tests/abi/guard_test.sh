@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Shows that abi_test.sh sees what breaks hosts: links the library again with one source changed, and asks it.
+# Shows that abi_test.sh finds changes that break hosts: links the library with one source changed, and runs it on that.
 #
 #   guard_test.sh SOURCE_DIRECTORY COMPILER OBJECT...    the objects of the library
 set -euo pipefail
@@ -16,7 +16,7 @@ fail() {
 }
 read -ra ace <<<"$(pkg-config --cflags --libs ACE)"
 
-# A copy of what the variant changes: the public headers, one room of sources, the version script.
+# A copy of the files that a variant may change: the public headers, one room of sources, the version script.
 start() {  # VARIANT
   variant=$scratch/$1
   mkdir "$variant"

@@ -76,7 +76,7 @@ TEST_F(CancelledCallerTest, ItsCallEndsAsAnyOtherAndTheThreadIsCancelledAfterwar
   channel_.reset();
 
   EXPECT_FALSE(still_waits);
-  EXPECT_EQ(caller_.result, 0) << "refused after its second";
+  EXPECT_EQ(caller_.result, 0) << "refused after one second";
   EXPECT_EQ(AsnText::Live(), 1) << "the record's copy of the value is deleted";
   EXPECT_EQ(CountOf(Text(), "cancelled"), 0U);
   EXPECT_EQ(CountOf(Text(), " m I: fills it\n"), kQueueRecords);

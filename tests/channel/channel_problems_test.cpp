@@ -1,4 +1,4 @@
-// What a channel tells of its files and its queue: which sentence, how often, on which thread.
+// What a channel reports of its files and its queue: which sentence, how often, on which thread.
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -35,7 +35,8 @@ std::atomic<long> seconds_ahead{0};  // of the monotonic clock
 
 }  // namespace
 
-// Takes the place of the system's in this whole program: ten seconds between two reports pass at once.
+// Replaces the system's function in this whole program, so that the ten seconds between two reports pass at
+// once.
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
   long const result = syscall(SYS_clock_gettime, clock, time);
   if (result == 0 && clock == CLOCK_MONOTONIC) time->tv_sec += seconds_ahead;
@@ -214,7 +215,7 @@ TEST_F(ChannelProblemsTest, TheEndOfALaterProblemIsToldOnceItsTenSecondsAreOver)
   TraceAndFlush(1);
 
   auto const again = Reports(VeltProblemKind::kWritesAgain);
-  ASSERT_EQ(again.size(), 2U) << "the last word would be that the device refuses records";
+  ASSERT_EQ(again.size(), 2U) << "else the last report would be that the device refuses records";
   EXPECT_EQ(again[1].count, 5U);
 }
 
@@ -299,7 +300,7 @@ TEST_F(ChannelProblemsTest, AttemptsBetweenTwoReportsAreCounted) {
   setup_.directory = dir_ / "missing/logs";
   Start();
   ASSERT_TRUE(WaitUntil([] { return Reports(VeltProblemKind::kCannotOpen).size() == 1; }));
-  std::this_thread::sleep_for(std::chrono::milliseconds(1'200));  // for one attempt that is not told
+  std::this_thread::sleep_for(std::chrono::milliseconds(1'200));  // for one attempt that is not reported
   seconds_ahead = 10;
   ASSERT_TRUE(WaitUntil([] { return Reports(VeltProblemKind::kCannotOpen).size() == 2; }));
 
@@ -339,7 +340,7 @@ TEST_F(ChannelProblemsTest, ManyThreadsThatAreRefusedAreToldOnce) {
 
   auto const reports = Reports(VeltProblemKind::kRecordsRefused);
   ASSERT_EQ(reports.size(), 2U);
-  EXPECT_EQ(reports[0].count + reports[1].count, 4'001U) << "none is forgotten";
+  EXPECT_EQ(reports[0].count + reports[1].count, 4'001U) << "every attempt is counted";
 }
 
 // --- the handler ---
@@ -375,7 +376,7 @@ TEST_F(ChannelProblemsTest, AHandlerMayUseTheChannelAndIsNotCalledAgainForWhatIt
   VeltSetProblemHandler(UseEverything);
 
   EXPECT_FALSE(Trace());
-  seconds_ahead = 10;  // the handler's own call is refused, and would be told now
+  seconds_ahead = 10;  // the handler's own call is refused, and would be reported now
   EXPECT_FALSE(Trace());
 
   EXPECT_EQ(deepest, 1);
@@ -414,7 +415,7 @@ TEST_F(ChannelProblemsTest, WhatAHandlerThrowsReachesNeitherCallerNorThread) {
   FillQueue();
   EXPECT_NO_THROW(EXPECT_FALSE(Trace()));
   seconds_ahead = 10;
-  EXPECT_NO_THROW(EXPECT_FALSE(Trace())) << "and the next one is told";
+  EXPECT_NO_THROW(EXPECT_FALSE(Trace())) << "and the next one is reported";
 
   EXPECT_EQ(Reports(VeltProblemKind::kRecordsRefused).size(), 2U);
   EXPECT_EQ(Reports(VeltProblemKind::kWriteRefused).size(), 1U);

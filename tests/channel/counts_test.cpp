@@ -32,7 +32,7 @@ class CountsTest : public ::testing::Test {
   bool Logged() const { return Trace(false, true); }
   bool Filtered() const { return Trace(false, false); }
 
-  // At a quiet moment, at which the sum must hold.
+  // The counts while nothing is traced or written; the sum must then hold.
   VeltTraceCounts Quiet() const {
     EXPECT_TRUE(channel_->Flush(kLong));
     return Sum();
@@ -160,7 +160,7 @@ TEST_F(CountsTest, AFullQueueRefusesAndTheSumHoldsWhileItIsStalled) {
 
   VeltTraceCounts const stalled = Sum();
   EXPECT_EQ(stalled.accepted, 4U);
-  EXPECT_EQ(stalled.queued, 4U) << "the one in hand is not dealt with";
+  EXPECT_EQ(stalled.queued, 4U) << "the record at the gate is not dealt with yet";
   EXPECT_EQ(stalled.refused, 2U);
 
   gate_.Open();

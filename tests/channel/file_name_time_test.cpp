@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::int64_t kDay = 86'400;
 
-// -1 for what is refused; then the variable must not have changed.
+// -1 for a text that is refused; the variable must then be unchanged.
 std::int64_t Read(std::string const& text) {
   std::int64_t seconds = -1;
   bool const read = SecondsOfNameTime(text, seconds);

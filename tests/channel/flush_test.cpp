@@ -80,7 +80,7 @@ TEST_F(FlushTest, ItEndsWhileOtherThreadsGoOnTracing) {
 }
 
 TEST_F(FlushTest, ItWaitsForARecordThatWasStillInTheHandOfTheOutputThread) {
-  StallAt(gate_, *channel_);  // the queue is empty, the record is not dealt with
+  StallAt(gate_, *channel_);  // the queue is empty, but the record is not dealt with yet
   std::atomic<bool> done{false};
   std::thread flusher([&] {
     EXPECT_TRUE(channel_->Flush(kLong));
@@ -123,7 +123,7 @@ TEST_F(FlushTest, RecordsThatLeaveTheRingMeanwhileDoNotEndTheWaitEarly) {
   std::this_thread::sleep_for(milliseconds(100));
 
   gate_.Open();
-  in_ring.WaitForVisitor();  // three records are dealt with, of the two that were queued only one
+  in_ring.WaitForVisitor();  // three records are dealt with, but only one of the two that were queued
   std::this_thread::sleep_for(milliseconds(100));
 
   EXPECT_FALSE(done) << "the alert is not written yet";

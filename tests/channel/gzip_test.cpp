@@ -1,4 +1,4 @@
-// Compressing one file, in every way that can end.
+// Compressing one file, with every result that this can have.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -47,7 +47,7 @@ std::string Lines(unsigned count) {
   return text;
 }
 
-// A compression of what is written into a pipe: it is on its way until the pipe is closed.
+// A compression that reads from a pipe: it runs until the pipe is closed.
 class RunningCompression {
  public:
   RunningCompression(VeltDebugInfo const& channel, std::string const& source, std::string const& archive)
@@ -131,7 +131,7 @@ TEST_F(GzipTest, GzipZcatAndPythonReadAnArchiveOfEverySizeAsOneMember) {
          "import sys, zlib; d = zlib.decompressobj(31); d.decompress(open(sys.argv[1], 'rb').read()); "
          "print(d.eof, len(d.unused_data))",
          archive});
-    EXPECT_EQ(members.out, "True 0\n") << "a whole member, and nothing behind it";
+    EXPECT_EQ(members.out, "True 0\n") << "one whole gzip member, and nothing behind it";
   }
 }
 
@@ -180,7 +180,7 @@ TEST_F(GzipTest, InAHostWithoutStandardDescriptorsNeitherFileBecomesOne) {
     for (int standard = 0; standard < 3; ++standard) close(standard);
     RunningCompression running(*channel, source, archive);
     if (!running.BothOpen()) return 2;
-    // An open may pass through one on its way.
+    // An open may use one for a moment.
     auto const none = [] {
       for (int standard = 0; standard < 3; ++standard)
         if (fcntl(standard, F_GETFD) != -1) return false;
@@ -239,7 +239,7 @@ TEST_F(GzipTest, ADirectoryAsSourceIsDoneWithAnEmptyArchive) {
   EXPECT_TRUE(Exists(archive));
   EXPECT_EQ(ReadFile(archive).substr(0, 2), "\x1F\x8B");
   EXPECT_EQ(ReadGzip(archive), kEmptyArchive);
-  EXPECT_EQ(RunProgram({"gzip", "-t", archive}).exit_code, 0) << "empty, and whole";
+  EXPECT_EQ(RunProgram({"gzip", "-t", archive}).exit_code, 0) << "a whole archive of nothing";
   EXPECT_TRUE(fs::is_directory(source));
 }
 

@@ -24,13 +24,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// What the removal below is to fail on, and the paths it was asked for.
+// Paths that the function below does not remove, and the paths it was called with.
 std::vector<std::string>* unremovable = nullptr;
 std::vector<std::string>* asked_to_remove = nullptr;
 
 }  // namespace
 
-// Stands in for the system's function in this whole program.
+// Replaces the system's function in this whole program.
 extern "C" int remove(char const* path) noexcept {
   if (asked_to_remove != nullptr) asked_to_remove->emplace_back(path);
   if (unremovable != nullptr &&
@@ -65,7 +65,7 @@ class HousekeepingTest : public ::testing::Test {
   int TypeOf(std::string const& name) const { return MakeIdleChannel(setup)->GetFileType(name); }
   std::vector<std::string> Names() const { return ListDir(dir.Path()); }
 
-  // Opens and closes the first file of a channel, and puts what its archive would be in its place.
+  // Opens and closes the first file of a channel, and replaces it by a file with the name of its archive.
   std::string LeaveFirstFile(VeltDebugInfo& channel) const {
     EXPECT_TRUE(channel.OpenNewFile());
     channel.CloseFile();
@@ -160,7 +160,8 @@ TEST_F(FileTypeTest, ASocketHasTheBitThatIsAskedFor) {
 
   EXPECT_EQ(TypeOf("abc_20240305_140709.log"), 1);
   MakeIdleChannel(setup)->ProcessLogFileBeforeCreateNew();
-  EXPECT_EQ(Names(), std::vector<std::string>{"abc_20240305_140709.log"}) << "it cannot be read, so it stays";
+  EXPECT_EQ(Names(), std::vector<std::string>{"abc_20240305_140709.log"})
+      << "a file that cannot be read stays";
   close(fd);
 }
 
@@ -436,7 +437,7 @@ TEST_F(PruningTest, OneArchiveAboveTheLimitCostsTheOldest) {
 }
 
 TEST_F(PruningTest, ThreeArchivesAboveTheLimitCostTheThreeSmallestNames) {
-  for (int n = 33; n >= 1; --n) Put(ArchiveName(n));  // made last does not count, the name does
+  for (int n = 33; n >= 1; --n) Put(ArchiveName(n));  // the name counts, not which is made last
 
   MakeIdleChannel(setup)->RemoveSpilthFile();
 

@@ -277,8 +277,8 @@ TEST_F(LogFileTest, ANameThatIsALinkLeadsToItsTarget) {
 TEST_F(LogFileTest, TwoFilesOfOneSecondShareANameAndTheOlderIsLost) {
   std::size_t files = 2;
   std::string content;
-  for (int attempt = 0; attempt < 20 && files != 1;
-       ++attempt) {  // a busy machine may let a second pass in between
+  // On a busy machine the second may change in between, so it is tried again.
+  for (int attempt = 0; attempt < 20 && files != 1; ++attempt) {
     ScratchDir const own;
     auto const channel = MakeIdleChannel(ChannelSetup(own.Path()));
     WaitForNextSecond();

@@ -35,7 +35,7 @@ class NextNameTest : public ::testing::Test {
     WriteFile(dir_ / ("t_" + NameTimeOf(seconds) + suffix), "x");
   }
   std::int64_t Next(std::int64_t now = kNow) { return NextNameTime(state_, now); }
-  // As if a file had been opened under that name.
+  // Takes the next name, as if a file were opened under it.
   std::int64_t Take(std::int64_t now = kNow) {
     std::int64_t const name = Next(now);
     state_.m_names.last_name = name;
@@ -182,8 +182,8 @@ TEST_F(NextFileTest, TheCreationLineHasTheTimeOfTheClock) {
   EXPECT_GE(SecondsIn(name), before + 99);
 }
 
-// What is under a name already, in whichever form. The names are more than an hour ahead, so that they are
-// not followed as the newest ones of the directory.
+// Names that are taken, by whatever is there. They are more than an hour ahead: nearer ones would count as
+// the newest of the directory, which the next name follows.
 class TakenNameTest : public NextFileTest {
  protected:
   // Puts `make(path)` under three coming names; expects the fourth to be taken.
@@ -250,8 +250,8 @@ TEST_F(NextFileTest, ANameFurtherAheadWaitsForTheNextSecondAndNoLonger) {
   std::string const name = Opened();
 
   EXPECT_GT(second(), before);
-  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(3)) << "one second, and a busy machine's";
-  EXPECT_EQ(name, "t_" + NameTimeOf(now + 2 * kHour + 1) + ".log") << "names rise all the same";
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(3)) << "one second, and one for a busy machine";
+  EXPECT_EQ(name, "t_" + NameTimeOf(now + 2 * kHour + 1) + ".log") << "names rise even so";
 }
 
 }  // namespace

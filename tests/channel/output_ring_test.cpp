@@ -36,7 +36,7 @@ TEST_F(RingTest, TheNewestFilteredRecordsComeBeforeALevelZeroRecord) {
             "11-15 08:52:13.123456.T4711 f3\n"
             "11-15 08:52:13.123456.T4711 f4\n"
             "11-15 08:52:13.123456.T4711 f5\n")
-      << "the ring is printed as well as logged, the other record as it asks";
+      << "ring records are printed and logged, the other one goes where its flags say";
 }
 
 TEST_F(RingTest, IsEmptyAfterItWasWritten) {
@@ -115,7 +115,7 @@ TEST_F(RingTest, ItsRecordsCarryTheirValuesAndTheirDays) {
   EXPECT_EQ(AsnText::Live(), 0);
 }
 
-// Traces a filtered record into its channel where it is printed: by the thread that writes the ring.
+// Its Print traces a filtered record into the same channel, on the thread that writes the ring.
 class AsnThatIsFiltered : public AsnType {
  public:
   explicit AsnThatIsFiltered(VeltDebugInfo& channel) : channel_(channel) {}

@@ -1,4 +1,4 @@
-// When a file is finished, and what becomes of it.
+// When a file is finished, and what happens to it then.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -13,7 +13,7 @@ namespace {
 
 using StandardOutputTest = OutputTest;
 
-// Takes the place of standard output behind std::cout, and keeps who writes to it.
+// Replaces the buffer behind std::cout; a thread that writes to it waits at the gate.
 class CoutAtGate : public std::streambuf {
  public:
   explicit CoutAtGate(Gate& gate) : gate_(gate), before_(std::cout.rdbuf(this)) {}

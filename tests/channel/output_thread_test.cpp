@@ -24,7 +24,7 @@ class LoopTest : public OutputTest {
   LoopTest() { channel = MakeIdleChannel(setup); }
 
   void Queue(OutDataUnit* rec) const { EXPECT_TRUE(channel->TraceInner(rec)); }
-  // Runs until a stop marker behind everything that is queued; returns the body of the file behind the start
+  // Queues a stop marker behind everything else and runs until it; returns the file's text behind the start
   // lines.
   std::string Run() const {
     Queue(NewStopMarker());
@@ -80,7 +80,7 @@ TEST_F(LoopTest, ARecordBehindTheStopMarkerIsNotWritten) {
 
   EXPECT_EQ(CountOf(body, " before\n"), 1U);
   EXPECT_EQ(CountOf(body, " behind"), 0U);
-  EXPECT_EQ(OutputQueueOf(*channel).message_count(), 2U) << "with the marker of Run";
+  EXPECT_EQ(OutputQueueOf(*channel).message_count(), 2U) << "and the marker of Run";
 }
 
 TEST_F(LoopTest, RecordsThatLackPartsAreReported) {
@@ -154,7 +154,7 @@ TEST_F(OutputTest, AThreadThatIsWokenWithoutABlockSaysSoAndWorksOn) {
   auto const log = [this] { return ReadFamily(dir.Path(), "t_"); };
 
   bool const said = WaitUntil([this, &log] {
-    OutputQueueOf(*channel).pulse();  // wakes who waits
+    OutputQueueOf(*channel).pulse();  // wakes the waiting thread
     return CountOf(log(), "can't get message block\n") > 0;
   });
   OutputQueueOf(*channel).activate();

@@ -17,7 +17,7 @@ namespace {
 #if VELT_ADDRESS_SANITIZER
 constexpr char const* kReport = "use-after-poison";
 
-// Hidden from the compiler, which knows a deleted object when it sees one.
+// Volatile, so that the compiler does not warn of the use after delete.
 OutDataUnit* volatile stale = nullptr;
 
 void DeleteOne() {
@@ -67,7 +67,7 @@ TEST(RecordPoisonDeathTest, ARecordThatWentThroughTheDepotCannotBeTouched) {
 }
 #endif
 
-// The other way round, with and without the sanitizer.
+// The opposite case, with and without the sanitizer.
 TEST(RecordPoisonTest, MemoryThatIsGivenOutAgainMayBeUsedWhole) {
   std::vector<OutDataUnit*> records;
   for (int i = 0; i < 128 * 5; ++i) records.push_back(new OutDataUnit);

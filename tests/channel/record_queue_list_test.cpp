@@ -163,7 +163,7 @@ TEST(RecordQueueListTest, GivingBackLetsAsManyWaitingCallersInAsThereIsRoomFor) 
   std::vector<std::future<bool>> waiting;
   std::vector<ACE_Message_Block*> late = {NewBlock(), NewBlock(), NewBlock()};
   EXPECT_EQ(BlocksOf(queue.TakeAll(nullptr)), blocks);
-  std::vector<ACE_Message_Block*> const first = Fill(queue, 1);  // where the first of the list was
+  std::vector<ACE_Message_Block*> const first = Fill(queue, 1);  // the first block of the list was there
   waiting.reserve(late.size());
   for (ACE_Message_Block* const block : late) {
     waiting.push_back(std::async(std::launch::async, [&queue, block] { return queue.EnqueueRecord(block); }));
@@ -183,7 +183,7 @@ TEST(RecordQueueListTest, GivingBackLetsAsManyWaitingCallersInAsThereIsRoomFor) 
 constexpr unsigned long kThreads = 4;
 constexpr unsigned long kEach = 5000;
 
-// Blocks whose priority tells the thread and the place in its order.
+// Queues blocks whose priority is made of the thread's number and a running number.
 void Produce(RecordQueue& queue, unsigned long thread) {
   for (unsigned long i = 0; i < kEach; ++i) {
     ACE_Message_Block* const block = NewBlock();

@@ -1,4 +1,4 @@
-// The queue of a channel: the bounded ring, taking without waiting, and what a forked child has of it.
+// The queue of a channel: the bounded ring, taking without waiting, and what a forked child may do with it.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -29,7 +29,7 @@ namespace {
 
 constexpr std::size_t kChain = 128;
 constexpr std::size_t kAtHand = 16;  // nodes that a thread keeps beside its chain
-constexpr std::size_t kBunch = 8;    // nodes of a chain come and go in such numbers
+constexpr std::size_t kBunch = 8;    // nodes are moved between these two in such numbers
 
 void TakeAndGiveBack(std::size_t count) {
   std::vector<std::unique_ptr<OutDataUnit>> records;
@@ -102,20 +102,22 @@ TEST(RecordRecyclerTest, TrimmingEndsAtWhatAnIdleProcessKeeps) {
   for (; IdleNodesToTrim(); ++trimmed) TrimIdleNodes();
   TrimIdleNodes();
 
-  EXPECT_EQ(trimmed, 1 + 39 - 16) << "this thread's chain goes with the first";
+  EXPECT_EQ(trimmed, 1 + 39 - 16) << "all of this thread's chain goes to the depot";
   EXPECT_EQ(IdleNodesInDepot(), 2048U);
 }
 
 TEST(RecordRecyclerTest, TrimmingTakesTheChainsOfAllThreadsAndLeavesWhatIsAtHand) {
-  TakeAndGiveBack(2 * kChain);  // one chain to the depot; of the other, 14 bunches and what is at hand stay
+  // One chain goes to the depot; of the other, 14 bunches and the nodes at hand stay.
+  TakeAndGiveBack(2 * kChain);
   std::promise<void> made;
   std::promise<void> trimmed;
   std::thread other([&] {
-    TakeAndGiveBack(1);  // has the depot's chain, and one bunch of it at hand
+    TakeAndGiveBack(1);  // takes the depot's chain, one bunch of it at hand
     made.set_value();
     trimmed.get_future().wait();
     TakeAndGiveBack(kBunch);
-    EXPECT_EQ(IdleNodesInDepot(), kChain - kBunch + 2 * kChain - kChain - kAtHand) << "that was at hand";
+    EXPECT_EQ(IdleNodesInDepot(), kChain - kBunch + 2 * kChain - kChain - kAtHand)
+        << "from the nodes at hand";
   });
   made.get_future().wait();
   ASSERT_EQ(IdleNodesInDepot(), 0U);
@@ -210,9 +212,9 @@ TEST(RecordRecyclerTest, AForkedChildGoesOnWithWhatItsThreadHad) {
 
 #if VELT_LEAKS_ARE_LOOKED_FOR
 
-// The nodes of the parent's other threads stay allocated in a child. It must still reach them: a host that
-// looks for leaks would be told of them. The thread comes first, so that it lies behind the forking one in
-// the list of all.
+// The nodes of the parent's other threads stay allocated in a child. The child must keep pointers to them: a
+// leak checker would report them otherwise. The thread is started first, so that it is behind the forking one
+// in the list of all threads.
 TEST(RecordRecyclerTest, AForkedChildStillReachesTheNodesOfThreadsThatItDoesNotHave) {
   std::promise<void> traced;
   std::promise<void> done;
@@ -233,7 +235,7 @@ TEST(RecordRecyclerTest, AForkedChildStillReachesTheNodesOfThreadsThatItDoesNotH
 
 #endif
 
-TEST(RecordMemoryTest, ARecordFreesArraysOfAHost) {  // the leak checker tells
+TEST(RecordMemoryTest, ARecordFreesArraysOfAHost) {  // checked by the leak checker
   auto record = std::make_unique<OutDataUnit>();
   record->m_pTimeStamp = new char[512];
   record->m_pText = new char[10];
@@ -279,8 +281,7 @@ TEST(RecordMemoryTest, ANodeWrapsItsRecordInItsBlock) {
   EXPECT_EQ(node->block.size(), sizeof(OutDataUnit));
   EXPECT_EQ(node->block.msg_priority(), 0U);
   EXPECT_EQ(RecordOfNodeBlock(&node->block), record.get());
-  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(node) % 64, 0U)
-      << "its lines are laid out from a line's beginning";
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(node) % 64, 0U) << "a node begins where a cache line begins";
 }
 
 TEST(RecordMemoryTest, AnotherBlockIsNoNodesOwn) {

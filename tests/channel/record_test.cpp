@@ -61,7 +61,7 @@ TEST(RecordTest, DestructionDeletesTheAsnValueThroughItsVirtualDestructor) {
   EXPECT_EQ(AsnText::Live(), 0);
 }
 
-TEST(RecordTest, DestructionFreesPlainArraysOfEverySize) {  // a leak checker watches
+TEST(RecordTest, DestructionFreesPlainArraysOfEverySize) {  // checked by the leak checker
   for (std::size_t const size : {1U, 8U, 27U, 511U, 512U, 513U, 4096U, 1'000'000U}) {
     auto const rec = std::make_unique<OutDataUnit>();
     rec->m_pTimeStamp = new char[size];
@@ -108,7 +108,7 @@ TEST(RecordTest, RecordsOutliveTheThreadThatMadeThemAndDieOnAnother) {
     }
   }).join();
 
-  EXPECT_EQ(wrong, "") << "records that changed";
+  EXPECT_EQ(wrong, "") << "number of records that changed";
 }
 
 }  // namespace

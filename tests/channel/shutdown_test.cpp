@@ -32,7 +32,7 @@ class ShutdownTest : public ::testing::Test {
     EXPECT_TRUE(channel->Trace("m", VeltLogLevel{3}, text.c_str(), nullptr, false, true));
   }
   void Hand(OutDataUnit* rec) const { EXPECT_TRUE(channel->TraceInner(rec)); }
-  // Makes the output queue full with `records` of them.
+  // Makes the output queue count as full with so many records.
   void LimitQueue(std::size_t records) const {
     OutputQueueOf(*channel).high_water_mark(records * sizeof(OutDataUnit));
     OutputQueueOf(*channel).low_water_mark(records * sizeof(OutDataUnit));
@@ -51,8 +51,8 @@ class ShutdownTest : public ::testing::Test {
     channel.reset();
     return ReadFamily(dir.Path(), "t_");
   }
-  // Expects the lines that an orderly stop leaves at the end of `log`. The thread also ends when it finds an
-  // empty queue before the stop marker comes, which is then counted: kMarkerOrNot.
+  // Expects the lines that an orderly stop writes at the end of `log`. The thread may find the queue empty
+  // and end before the stop marker is queued. The marker then counts as left in the queue: kMarkerOrNot.
   static void ExpectStopLines(std::string const& log, int in_ring, std::string const& in_queue) {
     auto const lines = Lines(log);
     ASSERT_GE(lines.size(), 5U) << log;
@@ -123,7 +123,7 @@ TEST_F(ShutdownTest, RecordsBehindAStopMarkerAreCountedAndNotWritten) {
 
   std::string const log = LogAfterStop();
 
-  ExpectStopLines(log, 0, "3");  // the destruction's own marker is the third
+  ExpectStopLines(log, 0, "3");  // the marker that the destructor queues is the third
   EXPECT_EQ(CountOf(log, "behind"), 0U);
   EXPECT_EQ(AsnText::Live(), 0);
 }
@@ -302,7 +302,7 @@ TEST_F(ShutdownTest, AForkedChildDestroysAChannelWithRecordsInItsQueues) {
 
 TEST_F(ShutdownTest, AForkedChildThatExitsWritesNothingASecondTime) {
   channel = MakeChannel(setup);
-  EndThread();  // which leaves its last line, perhaps unflushed
+  EndThread();  // its last line may be unflushed
   ChannelSetup other(dir.Path());
   other.prefix = "other_";
   auto const running = MakeChannel(other);

@@ -35,7 +35,7 @@ class AsnWithoutCopy : public AsnType {
   void Print(std::ostream& out, int, int) const override { out << "never"; }
 };
 
-// A value whose copy is nothing.
+// A value whose copy is null.
 class AsnOfNullCopy : public AsnType {
  public:
   AsnType* Clone() const override { return nullptr; }

@@ -22,11 +22,11 @@ constexpr bool kSanitized = VELT_ADDRESS_SANITIZER || VELT_THREAD_SANITIZER;
 constexpr std::size_t kQueueRecords = kSanitized ? 8'000 : 128'000;
 constexpr unsigned kTracing = 1'000;
 
-// What became of the calls out of Print.
+// What the calls out of Print returned.
 struct Nested {
   std::atomic<unsigned> accepted{0};
   std::atomic<unsigned> refused{0};
-  std::atomic<bool> stop{false};  // lets the rest of a test that has failed end soon
+  std::atomic<bool> stop{false};  // ends the test soon once it has failed
 };
 
 class AsnThatTraces : public AsnType {

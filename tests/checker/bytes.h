@@ -10,13 +10,14 @@
 
 namespace velt::checker {
 
-// Up to its end, wherever that is by then: the file may grow meanwhile. Empty when it cannot be read.
+// Reads to the end that the file has by then, since it may grow meanwhile. Empty when it cannot be read.
 inline std::string ReadWhole(std::filesystem::path const& path) {
   constexpr std::size_t kMore = 65'536;
   std::ifstream in(path, std::ios::binary);
   std::error_code none;
   auto const size = std::filesystem::file_size(path, none);
-  std::string bytes(none ? kMore : static_cast<std::size_t>(size) + 1, '\0');  // one more meets the end
+  std::string bytes(none ? kMore : static_cast<std::size_t>(size) + 1,
+                    '\0');  // one more byte, so that read() shows the end
   std::size_t got = 0;
   while (true) {
     in.read(bytes.data() + got, static_cast<std::streamsize>(bytes.size() - got));

@@ -1,5 +1,4 @@
-// What the checker of log families is built on: the text of a record, and the outcomes of its producer's
-// calls.
+// Parts of the checker of log families: the text of a record, and the outcomes of its producer's calls.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// The checker of log families: finds every kind of damage, and nothing in a family that has none.
+// The checker of log families: it finds every kind of damage, and nothing in an undamaged family.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -257,7 +257,7 @@ TEST_F(CheckerTest, ADamagedArchiveIsReported) {
   EXPECT_EQ(kinds_with(changed), (Kinds{{Kind::kBrokenArchive, 1}})) << "another checksum";
   EXPECT_GE(kinds_with("")[Kind::kBrokenArchive], 1U);
   EXPECT_EQ(kinds_with(intact.substr(0, intact.size() / 2))[Kind::kBrokenArchive], 1U);
-  EXPECT_GE(Look().missing, 10U) << "half of the records went with half of the archive";
+  EXPECT_GE(Look().missing, 10U) << "half of the records were in the lost half of the archive";
   EXPECT_EQ(kinds_with(intact), Kinds{});
 }
 

@@ -29,7 +29,7 @@ std::string_view MessageOf(std::string_view body) {
 
 std::string Shown(Piece const& piece) { return std::string(piece.text.substr(0, 100)); }
 
-// Adds records; the producer is looked up only when it is another one than before.
+// Adds records; looks the producer up only when it is not that of the record before.
 class RecordList {
  public:
   explicit RecordList(RecordsOfProducers& records) : records_(records) {}

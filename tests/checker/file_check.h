@@ -1,4 +1,4 @@
-// What one file of a family holds, and everything in it that is not as it must be.
+// What one file of a family holds, and everything in it that is wrong.
 #ifndef VELT_TESTS_CHECKER_FILE_CHECK_H
 #define VELT_TESTS_CHECKER_FILE_CHECK_H
 
@@ -24,7 +24,7 @@ struct FileCheck {
   std::vector<Finding> findings;
 };
 
-// Any thread.
+// May be called from any thread.
 FileCheck CheckFile(Expectation const& expected, FamilyFile const& file, bool is_last);
 
 // The whole records of a text, whatever else it holds. Any thread.

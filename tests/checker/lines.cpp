@@ -10,8 +10,8 @@ namespace {
 
 constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-// '9' is a digit, '#' a hexadecimal one, '+' more of the same; other characters match themselves.
-// Returns the length that was met, 0 when it was not.
+// In `shape` '9' stands for a digit, '#' for a hexadecimal one, '+' for more of the same; other characters
+// stand for themselves. Returns the length that matches, 0 when `text` does not begin so.
 std::size_t Match(std::string_view text, std::string_view shape) {
   auto const fits = [](char wanted, char c) {
     if (wanted == '9') return IsDigit(c);

@@ -20,7 +20,7 @@ OutcomeWriter::OutcomeWriter(std::string const& directory, unsigned run, unsigne
   std::string const path = directory + "/outcomes." + std::to_string(run) + "." + std::to_string(producer);
   int const file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (file == -1) throw std::runtime_error("cannot make " + path);
-  // Allocated now: a full disk would otherwise end the writer with SIGBUS.
+  // Allocated at once: otherwise a write to the mapping could end the process by SIGBUS on a full disk.
   bool const sized = posix_fallocate(file, 0, static_cast<off_t>(capacity)) == 0;
   void* const memory =
       sized ? mmap(nullptr, capacity, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0) : MAP_FAILED;

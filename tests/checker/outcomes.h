@@ -16,7 +16,7 @@ enum class Outcome : unsigned char {
 };
 
 // The side file <directory>/outcomes.<run>.<producer> of one producer: one byte a sequence number, written
-// through shared memory, so that it is the kernel's as soon as it is stored.
+// through shared memory, so that it survives the process as soon as it is stored.
 //
 // Threads: one writer for each producer. Errors: the constructor throws std::runtime_error.
 class OutcomeWriter {

@@ -27,7 +27,7 @@ std::string MakePayload(RecordId const& id, std::size_t length) {
   return payload;
 }
 
-// Takes "<mark><number> " off the head of `text`.
+// Removes "<mark><number> " from the beginning of `text`.
 bool TakeNumber(std::string_view& text, char mark, unsigned& number) {
   if (text.empty() || text.front() != mark) return false;
   auto const [end, error] = std::from_chars(text.data() + 1, text.data() + text.size(), number);

@@ -1,4 +1,4 @@
-// The text of a test record: says who made it, which one it is and whether all of it is there.
+// The text of a test record: it shows which producer made it, its number, and whether it is whole.
 //
 //   R<run> P<producer> S<sequence> L<length> <payload> C<crc32 of all before, 8 hex digits>
 //

@@ -136,7 +136,7 @@ class Inspection {
     found.last = std::max(found.last, static_cast<long>(sequence));
   }
 
-  // Witnesses without a file were pruned.
+  // A witness whose file is gone was pruned.
   void NotePruned(std::vector<FamilyFile> const& files, std::set<std::string> pruned) {
     for (auto const& file : files) pruned.erase(file.name);
     std::vector<std::string> const names(pruned.begin(), pruned.end());

@@ -1,4 +1,4 @@
-// Holds a family of log files against what its producers say, and lists everything that is not as it must be.
+// Compares a family of log files with what its producers traced, and lists every difference.
 //
 //   Expectation expected;
 //   expected.directory = ...; expected.prefix = ...; expected.header = ...; expected.max_bytes = ...;
@@ -40,7 +40,7 @@ enum class Kind {
 };
 char const* NameOf(Kind kind);
 
-// What a family is to be. The defaults are those of a channel that was stopped in order.
+// What a family must be like. The defaults are for a channel that was stopped in order.
 struct Expectation {
   std::string directory;
   std::string prefix;

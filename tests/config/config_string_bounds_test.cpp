@@ -1,5 +1,5 @@
-// VeltGetCfgString on over-long lines, on the edges of the blocks that are read, on foreign bytes, large
-// files.
+// VeltGetCfgString on over-long lines, at the edges of the blocks that are read, on foreign bytes and in
+// large files.
 #include <cstddef>
 #include <string>
 

@@ -225,7 +225,7 @@ TEST(CfgStringTest, ASignalDuringTheReadingDoesNotEndIt) {
   struct sigaction count {};
   count.sa_handler = [](int) { ++signals_handled; };  // without SA_RESTART
   ASSERT_EQ(sigaction(SIGUSR1, &count, nullptr), 0);
-  signal(SIGPIPE, SIG_IGN);  // of a reader that gave up
+  signal(SIGPIPE, SIG_IGN);  // the reader may have given up
   Found result;
   std::atomic<bool> given_up{false};
   std::thread reader([&] {
@@ -235,7 +235,7 @@ TEST(CfgStringTest, ASignalDuringTheReadingDoesNotEndIt) {
   std::ofstream writer(path);  // returns when the reader has the pipe open
 
   bool all_handled = true;
-  for (int i = 1; all_handled && !given_up && i <= 20; ++i) {  // all but the first few find it waiting
+  for (int i = 1; all_handled && !given_up && i <= 20; ++i) {  // the first few may come before it waits
     pthread_kill(reader.native_handle(), SIGUSR1);
     all_handled = WaitUntil([&] { return given_up || signals_handled >= i; });
   }
@@ -261,8 +261,8 @@ TEST(CfgStringTest, AChangedFileIsSeenByTheNextLookUp) {
   EXPECT_EQ(LookUp("key", path.c_str()).text, "new");
 }
 
-// Threads that look "key" up until they are stopped, and count what is neither absent nor one of the whole
-// values.
+// Threads that look up "key" until they are stopped. They count each result that is not one of the whole
+// `values`; that the item is absent counts unless `may_be_absent`.
 class LookUps {
  public:
   LookUps(std::string path, std::vector<std::string> values, bool may_be_absent, int threads)

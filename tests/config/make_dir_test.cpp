@@ -36,7 +36,8 @@ int AsOrdinaryUser(std::string const& path, int (*body)(std::string const&)) {
   return child.exit_code;
 }
 
-// The current directory is a scratch directory: a name that were run as a command would leave its mark there.
+// The current directory is a scratch directory: if a name were run as a command, its output would be found
+// there.
 class MakeDirTest : public testing::Test {
  protected:
   MakeDirTest() : before_(std::filesystem::current_path()) { std::filesystem::current_path(scratch_.Path()); }

@@ -1,4 +1,4 @@
-// The syslog engine against a socket that a test plays the daemon on: there, absent, restarted, not reading.
+// The syslog engine and a socket on which the test is the daemon: there, absent, restarted, not reading.
 #include <unistd.h>
 
 #include <atomic>
@@ -205,7 +205,7 @@ TEST_F(SyslogEngineTest, ADaemonThatDoesNotReadFillsTheBufferAndHoldsNobody) {
   Daemon const daemon(options_.socket_path);
   SyslogEngine engine(options_);
 
-  std::uint64_t taken = Fill(engine);  // ends: what finds no room is refused at once
+  std::uint64_t taken = Fill(engine);  // the loop ends: a record without room is refused at once
   std::uint64_t refused = 1;
   for (int i = 0; i < 1000; ++i) (Trace(engine, "more") ? taken : refused) += 1;
 
@@ -223,7 +223,7 @@ TEST_F(SyslogEngineTest, WhatWasBufferedArrivesInOrderOnceItReadsAgain) {
 
   std::vector<std::string> texts;
   std::string notice;
-  while (texts.size() < taken || notice.empty()) {  // the notice comes among them, or behind
+  while (texts.size() < taken || notice.empty()) {  // the notice comes between the records or after them
     std::string const text = daemon.Text();
     ASSERT_NE(text, "nothing");
     (text.find("engine_syslog W: ") == std::string::npos ? texts.emplace_back() : notice) = text;

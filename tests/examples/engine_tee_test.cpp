@@ -1,4 +1,5 @@
-// The engine that keeps the files and hands on: both get every record, and neither loses one by the other.
+// The engine that writes files and passes records on: both outputs get every record, even if the other
+// refuses it.
 #include <chrono>
 #include <cstddef>
 #include <memory>
@@ -115,7 +116,7 @@ TEST(EngineTeeToSyslogTest, FilesAndASlowerDaemonGetEveryRecordInOrder) {
   ASSERT_TRUE(Manager()->RegSubModuleInfo("net", BitsOf({3}), BitsOf({1}), false));
   SyslogOptions options;
   options.socket_path = host.Dir() / "log.socket";
-  options.most_records = 10;  // full at once: the daemon's own queue holds few more
+  options.most_records = 10;  // full at once, since the daemon's own queue holds few more
   options.room_limit = std::chrono::minutes(1);
   options.stop_limit = std::chrono::minutes(1);
   TeeFiles files;

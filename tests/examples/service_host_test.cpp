@@ -1,4 +1,4 @@
-// The example service, run as a process: what it says it traced is in its log families, each record once.
+// The example service, run as a process: each record that it lists as traced is in its log families once.
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
@@ -44,7 +44,7 @@ std::vector<std::string> Records(std::string const& directory, std::string const
   return records;
 }
 
-// Without module and tag, sorted.
+// The messages of records, without module and tag, sorted.
 std::vector<std::string> SortedMessages(std::vector<std::string> const& records) {
   std::vector<std::string> messages;
   messages.reserve(records.size());
@@ -74,9 +74,8 @@ TEST_F(ServiceHostTest, EveryRecordThatItTracedIsInItsTwoFamiliesOnce) {
   EXPECT_EQ(exit_code, 0);
   std::vector<std::string> const main = SortedLines(root_ + "/traced_main.txt");
   std::vector<std::string> const gateway = SortedLines(root_ + "/traced_gw.txt");
-  EXPECT_THAT(
-      main,
-      SizeIs(9026));  // 4000 and 5000 of the workers, 20 of the ring, the alert, the end of five threads
+  // 4000 and 5000 by the workers, 20 from the ring, the alert, and the ends of five threads.
+  EXPECT_THAT(main, SizeIs(9026));
   EXPECT_THAT(gateway, SizeIs(2000));
   EXPECT_TRUE(SortedMessages(Records(log_, "demo2")) == main);
   EXPECT_TRUE(SortedMessages(Records(log_, "demogw_")) == gateway);
@@ -156,7 +155,8 @@ TEST_F(ServiceHostTest, WhatFourThreadsTraceFlatOutIsAllThereAndSoTheCountsSay) 
 }
 
 TEST_F(ServiceHostTest, AnExceptionThatNobodyCatchesLosesNoRecord) {
-  // A file of an earlier run is compressed first: the records are in the queue when the service ends.
+  // A large file of an earlier run is compressed first, so that records are still in the queue when the
+  // service ends.
   std::string earlier;
   for (unsigned i = 1; earlier.size() < 10'000'000; i = i * 1664525U + 1013904223U)
     earlier += std::to_string(i);

@@ -131,8 +131,8 @@ TEST_F(SyslogMessageTest, ACutDividesNoUtf8Sequence) {
   std::string const head = Local(MakeRecord(""));
   std::size_t const room = 500 - head.size() - 3;  // with "..." behind it
 
-  for (std::size_t before = 1; before <= 3;
-       ++before) {  // the sequence of 4 bytes crosses the end at each byte
+  // The sequence of 4 bytes crosses the end at each of its bytes.
+  for (std::size_t before = 1; before <= 3; ++before) {
     std::string const plain(room - before, 'x');
     EXPECT_EQ(Local(MakeRecord(plain + "\xf0\x9f\x90\x8c" + std::string(10, 'y')), 500),
               head + plain + "...");
@@ -145,7 +145,7 @@ TEST_F(SyslogMessageTest, BytesThatAreNoUtf8AreCutWhereTheRoomEnds) {
 
   std::string const datagram = Local(MakeRecord(std::string(1000, '\x80')), 500);
 
-  EXPECT_EQ(datagram, head + std::string(room - 3, '\x80') + "...") << "three bytes back, then it gives up";
+  EXPECT_EQ(datagram, head + std::string(room - 3, '\x80') + "...") << "it goes back three bytes at most";
 }
 
 TEST_F(SyslogMessageTest, ATextThatWasCutBeforeIsMarked) {

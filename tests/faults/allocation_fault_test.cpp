@@ -1,5 +1,5 @@
-// Memory and threads that cannot be had, at every point of every operation: the caller is told, no lock
-// stays held, and the next call works.
+// Memory and threads that the system refuses, at every point of every operation: the caller gets an error, no
+// lock stays held, and the next call works.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -42,8 +42,8 @@ constexpr unsigned kLastFailure = 500;
 
 VeltDebugMgr& Manager() { return *VeltDebugMgr::Instance(); }
 
-// Whose allocations count. Those of the caller alone where a test is about the caller: an output thread
-// beside it would take the failure at random.
+// Whose allocations count. A test of the caller counts the caller's only: otherwise an output thread might
+// meet the failure.
 enum class Of { kCaller, kProcess };
 
 // Whether the n-th fails alone, or every one after it as well.
@@ -54,7 +54,7 @@ class FailingAllocation {
  public:
   FailingAllocation(unsigned nth, Of whose, Times times) {
     shim::Rule rule;
-    // A sanitizer has malloc to itself; every malloc of ours is behind operator new there.
+    // A sanitizer replaces malloc itself; there operator new is made to fail.
     rule.call = faults::kSanitized ? shim::Call::kNew : shim::Call::kMalloc;
     rule.first = nth;
     rule.count = times == Times::kOnce ? 1 : 0;
@@ -110,7 +110,7 @@ End FailAt(unsigned nth, Of whose, Tally& tally, Operation const& operation, Tim
   return end;
 }
 
-// Runs `body` in a thread of its own: what the library keeps for each thread is made again.
+// Runs `body` in a thread of its own: what the library keeps for each thread is then made for this one.
 template <typename Body>
 void InNewThread(Body const& body) {
   std::thread(body).join();
@@ -127,8 +127,8 @@ class Value : public AsnType {
 
 class AllocationFaultTest : public ::testing::Test {
  protected:
-  // The records of all files of a family. A channel that could not be kept has left a file, and that of its
-  // successor may have the same name: then one is the archive and the other the log.
+  // The records of all files of a family. A channel that failed and the one after it may have made files of
+  // the same name: one is then the archive and the other the log.
   std::size_t RecordsIn(std::string const& prefix) const {
     std::size_t count = 0;
     for (auto const& name : ExactFamily(host_.LogDir(), prefix)) {
@@ -215,7 +215,7 @@ TEST_P(ShortMemoryTest, AFilteredTraceThrowsOrIsKeptAndTheRingStaysInOrder) {
     VeltDebugMgr::Destroy();
   }
   auto const records = host_.Records();
-  ASSERT_EQ(records.size(), 6U) << "the ring, and what brought it out";
+  ASSERT_EQ(records.size(), 6U) << "the ring's record, and the one of level 0";
   EXPECT_EQ(records.front(), " net " + long_text_);
   EXPECT_EQ(records.back(), " net A: level zero");
   ExpectCounts(counts, 6, Refused(), 6);
@@ -226,7 +226,7 @@ TEST_P(ShortMemoryTest, AFilteredTraceThrowsOrIsKeptAndTheRingStaysInOrder) {
 
 TEST_F(AllocationFaultTest, AppTraceOfANewSubNameThrowsRefusesOrWorksAndSoDoesTheNext) {
   StartManager();
-  // Each sub-name is a channel and a thread, and costs a poll at the end.
+  // Each sub-name has a channel and a thread, and ending it costs a poll.
   unsigned const last = Scaled(45U, 90U);
   std::vector<End> ends;
   for (unsigned n = 1; n <= last; ++n) {
@@ -294,7 +294,7 @@ TEST_F(AllocationFaultTest, DestroyAnswersZeroAndWritesWhatWasAccepted) {
       ASSERT_TRUE(Manager().Trace("net", kLevel3, long_text_.c_str(), nullptr, false, true));
       ASSERT_TRUE(Manager().Trace("net", VeltLogLevel{9}, "filtered", nullptr, false, false));
     }
-    // A channel that is told to end while it has no file yet gives up what it holds.
+    // A channel that is ended before it has a file gives up its records.
     ASSERT_TRUE(WaitUntil([&] { return CountOf(host_.Text(name), "This is the first log file") == 1; })) << n;
     ExpectCounts(QuietCounts()[name], 20, 0, 20);
 
@@ -418,7 +418,7 @@ TEST_F(AllocationFaultTest, AnOutputThreadThatLacksMemoryKeepsTheOldFilesAndWrit
 
     FailAt(n, Of::kProcess, tally_, [&] {
       channel = MakeChannel(setup);
-      // Until the thread has come to its queue, and so through everything before it.
+      // Until the thread has taken a record, so that its start is over.
       return channel->Trace("m", kLevel3, "text", &value, false, true) &&
              WaitUntil([&] { return OutputQueueOf(*channel).is_empty(); });
     });
@@ -431,8 +431,7 @@ TEST_F(AllocationFaultTest, AnOutputThreadThatLacksMemoryKeepsTheOldFilesAndWrit
     EXPECT_EQ(counts.lost, 0U) << n;
     EXPECT_EQ(CountOf(text, " m I: after\n"), accepted ? 1U : 0U) << n;
     std::string const old_archive = setup.directory + "/" + setup.prefix + "20200101_000000.log.gz";
-    // A file whose very first read fails, here because zlib has no memory, is given up: its archive is
-    // empty.
+    // A file whose first read fails is given up, with an empty archive. Here that is zlib without memory.
     bool const is_given_up = Exists(old_archive) && ReadGzip(old_archive).empty();
     given_up += is_given_up ? 1 : 0;
     EXPECT_EQ(CountOf(text, old_text), is_given_up ? 0U : 1U) << n << ": whole, as a file or as an archive";
@@ -458,7 +457,7 @@ TEST_F(AllocationFaultTest, ARotationWithoutMemoryIsMadeUpFor) {
   }
   WaitForNextSecond();
 
-  // One channel after the other: the failure meets its output thread, or this one.
+  // One channel after the other: the failure is met by its output thread or by this one.
   for (unsigned n = 1; n <= last; ++n) {
     auto& channel = *channels[n - 1];
     FailAt(n, Of::kProcess, tally_, [&] {
@@ -482,7 +481,7 @@ TEST_F(AllocationFaultTest, ARotationWithoutMemoryIsMadeUpFor) {
   std::size_t refused = 0;
   for (std::size_t i = 0; i < last; ++i) {
     EXPECT_EQ(CountOf(text(i), " m I: after\n"), 1U) << i;
-    // As above: what zlib had no memory to read is given up, with an empty archive in its place.
+    // As above: a file that zlib could not read for lack of memory is given up, with an empty archive.
     auto const archives = FilesOf(setups[i].directory, setups[i].prefix, ".log.gz");
     auto const is_empty = [&](std::string const& name) {
       return ReadGzip(setups[i].directory + "/" + name).empty();

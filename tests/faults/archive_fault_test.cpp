@@ -48,7 +48,8 @@ class ArchiveFaultTest : public Scenario {
       std::string const now = family.OpenLog();
       return now > last && test::CountOf(test::ReadFile(now), "header\n") == 1;
     };
-    // Past its limit the file is about to end: what came now could end the next one within the same second.
+    // The file is past its limit and about to end: a record that came now could end the next file within the
+    // same second.
     auto const ends = [&] { return !test::Exists(last) || test::ReadFile(last).size() > kLimit; };
     while (!ends()) {
       if (!family.Trace() || !family.WaitForEmptyQueue()) return false;
@@ -100,7 +101,7 @@ TEST_F(ArchiveFaultTest, APlainFileThatCannotBeRemovedIsTriedOnceARotationAndSta
   ASSERT_NO_FATAL_FAILURE(Start());
   int const refused = shim::AddRule({Call::kRemove, Action::kFail, 1, 0, EPERM, 0, "*.log"});
   for (int i = 0; i < 2; ++i) ASSERT_TRUE(Rotate());
-  // An archive is 0440: an ordinary user's cannot be written again, so its file is not tried again either.
+  // An archive has mode 0440: only root can write it again. For an ordinary user its file is not tried again.
   bool const root = geteuid() == 0;
   EXPECT_EQ(shim::MatchedCalls(refused), root ? 1U + 2U : 1U + 1U);
   EXPECT_TRUE(test::Exists(first));
@@ -153,7 +154,7 @@ TEST_F(ArchiveFaultTest, AnImmutableArchiveIsPassedOverAndNoNewerOneGoesForIt) {
   Report const report = family.Finish();
 
   EXPECT_TRUE(kept);
-  EXPECT_EQ(archives, 3U) << "two, and the one that cannot go";
+  EXPECT_EQ(archives, 3U) << "two, and the one that cannot be removed";
   EXPECT_FALSE(test::Exists(old));
   EXPECT_EQ(Archives().size(), 2U);
   EXPECT_TRUE(report.Clean()) << report.Text();
@@ -233,7 +234,7 @@ TEST_F(SharedFamilyTest, TwoProcessesOfOnePrefixTidyEachOthersFilesAndBothGoOn) 
 
   Report const report = Look();
   EXPECT_EQ(report.called, rounds * 2U * 2U * 300U);
-  EXPECT_EQ(report.accepted, report.called) << "files are no caller's business";
+  EXPECT_EQ(report.accepted, report.called) << "faults of files do not reach the caller";
   EXPECT_TRUE(report.Accounted()) << report.Text();
   // Each wrote all of its records; some went with files that the other one compressed meanwhile.
   ExpectCounts(ReadCounts(dir / "side"), report.accepted, 0, report.found + report.missing);

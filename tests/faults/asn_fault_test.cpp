@@ -66,7 +66,7 @@ class OddValue : public AsnType {
     if (kind_ == Kind::kTenMegabytes) out << std::string(kGiant, 'v');
   }
 
-  // What the file holds behind the record's own line.
+  // The text of the file behind the record's own line.
   static std::string Written(Kind kind, std::string const& id) {
     if (kind == Kind::kCloneNull) return "";
     std::string text = "ASN Trace:\n";
@@ -124,7 +124,7 @@ TEST(AsnFaultTest, OddValuesLeaveTheirTextAndTheThreadGoesOn) {
       if (at != std::string::npos) from = at;  // the next record of this thread is behind it
       bool const there = at != std::string::npos && log.compare(at, text.size(), text) == 0;
       if (there != traced) ++wrong;
-      // Behind it the next record's stamp, or the last lines.
+      // The next record's stamp must follow, or the last lines.
       if (there && log.compare(at + text.size(), 16, "thread handle ou") != 0 &&
           log[at + text.size() + 2] != '-') {
         ++wrong;
@@ -186,7 +186,7 @@ TEST(AsnFaultTest, APrintThatThrowsInTheCallersThreadReachesTheCaller) {
   EXPECT_EQ(CountOf(log, "ASN Trace:"), 1U);
   ExpectCounts(counts, 1, 1, 1);  // the other throwing call traces nothing, it only makes a text
   EXPECT_NE(log.find("ASN Trace:\nvalue x" + std::string(2'048 - 18, 'v') + "\n"), std::string::npos)
-      << "cut like every message";
+      << "its text is cut as every message is";
 }
 
 TEST(AsnFaultTest, ValuesThatWaitInAQueueOrRingAreDeletedWithIt) {

@@ -32,7 +32,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// While set, this process has no descriptor left for a stream or a directory; counted are the attempts.
+// While set, no stream or directory can be opened: no descriptor is left. The attempts are counted.
 std::atomic<bool> no_descriptors{false};
 std::atomic<int> refused_opens{0};
 std::atomic<bool> device_stalls{false};  // while set, writes to log files wait
@@ -52,8 +52,8 @@ bool IsLogFile(int descriptor) {
 
 }  // namespace
 
-// Stand in for the system's functions in this whole program. Lowering the limit itself would blind the
-// sanitizers, which need descriptors of their own.
+// These replace the system's functions in this whole program. The limit itself is not lowered: sanitizers
+// need descriptors, too.
 extern "C" int open(char const* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
@@ -120,7 +120,7 @@ class ChannelFaultTest : public ::testing::Test {
       std::this_thread::yield();
     }
   }
-  // What a child of this process gets; 0 when every call is refused, and at once.
+  // What the calls of a forked child return; 0 when every one is refused at once.
   int UseInherited(std::string const& module, OutDataUnit* rec) const {
     auto const start = Clock::now();
     for (int i = 0; i < 20; ++i) {
@@ -129,7 +129,7 @@ class ChannelFaultTest : public ::testing::Test {
     }
     if (channel->TraceInner(rec) || rec != nullptr) return 3;
     if (channel->Init()) return 4;
-    // One full second for every call would be forty.
+    // If every call waited its second, these would be forty.
     return Clock::now() - start < std::chrono::seconds(15) ? 0 : 5;
   }
   std::string Log() const { return ReadFamily(setup.directory, "t_"); }
@@ -411,7 +411,7 @@ TEST_F(ChannelFaultTest, ASignalToTheProcessWaitsForTheHost) {
   ASSERT_TRUE(WaitForFile());
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
-  for (int i = 0; i < 100; ++i) {  // one delivery to the output thread would end this process
+  for (int i = 0; i < 100; ++i) {  // a signal that the output thread received would end this process
     kill(getpid(), SIGTERM);
     kill(getpid(), SIGUSR1);
     EXPECT_TRUE(Trace("goes on"));

@@ -48,7 +48,7 @@ TEST_F(QueueLockFailureTest, NothingIsQueuedWithoutTheLock) {
 
   EXPECT_EQ(evicted, nullptr);
   EXPECT_EQ(queue_.message_count(), 0U);
-  block->release();  // it stayed the caller's
+  block->release();  // the caller still owns it
 }
 
 TEST_F(QueueLockFailureTest, NothingIsTakenWithoutTheLock) {
@@ -133,7 +133,7 @@ TEST_F(ChannelLockFailureTest, ACallerWaitsForRoomUntilOneSecondAfterItsCall) {
   ASSERT_EQ(waits.size(), 1U);
   auto const whole = waits[0].asked_at - before + waits[0].remaining;
   EXPECT_LE(waits[0].remaining, milliseconds(1000));
-  EXPECT_GE(whole, milliseconds(990)) << "the clocks of the two may differ a little";
+  EXPECT_GE(whole, milliseconds(990)) << "the two clocks may differ a little";
 }
 
 // Takes most of a second to be copied into a record.
@@ -163,7 +163,7 @@ TEST_F(ChannelLockFailureTest, TheSecondOfWaitingBeginsAfterTheValueWasCloned) {
   gate.Open();
 
   ASSERT_EQ(waits.size(), 1U);
-  EXPECT_GE(waits[0].remaining, milliseconds(900)) << "a busy machine may take a little of it";
+  EXPECT_GE(waits[0].remaining, milliseconds(900)) << "on a busy machine a little less may be left";
   EXPECT_LE(waits[0].remaining, milliseconds(1000));
 }
 
@@ -188,7 +188,7 @@ TEST_F(ChannelLockFailureTest, AChannelThatCouldNotLockItsStartIsStartedByInit) 
   EXPECT_EQ(CountOf(Text(), "Thread handle output string is "), 1U) << "one thread";
 }
 
-// Makes a lock of the output thread fail, once: where a value is printed the host's code runs on that thread.
+// Its Print, which runs on the output thread, makes one lock of that thread fail.
 class AsnThatSpoilsALock : public AsnType {
  public:
   explicit AsnThatSpoilsALock(int first_failing) : first_failing_(first_failing) {}
@@ -203,7 +203,8 @@ TEST_F(ChannelLockFailureTest, AnOutputThreadThatCannotTakeItsRecordsSaysSoAndTr
   auto channel = MakeChannel(ChannelSetup(dir_.Path()));
   AsnThatSpoilsALock const value(1);
 
-  // By itself, so that what the thread locks once, and for several records at once, is not what fails.
+  // Traced and written first, so that a lock which the thread takes once, or once for several records, is not
+  // the one to fail.
   ASSERT_TRUE(channel->Trace("m", kLevel3, "before", nullptr, false, true));
   ASSERT_TRUE(WaitUntil([this] { return CountOf(Text(), " m I: before\n") == 1; }));
   ASSERT_TRUE(channel->Trace("m", kLevel3, "spoiling", &value, false, true));
@@ -221,9 +222,9 @@ TEST_F(ChannelLockFailureTest, ARingThatCannotBeTakenStaysForTheNextRecordOfLeve
   auto channel = MakeChannel(setup);
   Gate gate;
   StallAt(gate, *channel);
-  AsnThatSpoilsALock const value(2);  // the first asks how many records there are
+  AsnThatSpoilsALock const value(2);  // the first lock is for the number of records
 
-  // All behind the gate, so that they are taken at once and no other lock comes between.
+  // All are queued while the thread waits at the gate, so that it takes them with one lock.
   ASSERT_TRUE(channel->Trace("m", kLevel3, "filtered", nullptr, false, false));
   ASSERT_TRUE(channel->Trace("m", kLevel3, "spoiling", &value, false, true));
   ASSERT_TRUE(channel->Trace("m", VeltLogLevel{0}, "first alarm", nullptr, false, true));
@@ -247,7 +248,7 @@ TEST_F(ChannelLockFailureTest, ARingThatCannotBeClearedIsReportedAndFreedLater) 
   OutDataUnit* rec = NewRecord("filtered", 3, false, false);
   ASSERT_TRUE(channel->TraceInner(rec));
   {
-    Failing const failing(Lock::kMutexLock, 2);  // the first asks how many records there are
+    Failing const failing(Lock::kMutexLock, 2);  // the first lock is for the number of records
     channel->DequeueMsg();
   }
 
@@ -255,7 +256,7 @@ TEST_F(ChannelLockFailureTest, ARingThatCannotBeClearedIsReportedAndFreedLater) 
 }
 
 TEST_F(ChannelLockFailureTest, WhicheverLockFailsOnceTheDestructorEndsItsFile) {
-  constexpr int kLocks = 9;  // more than it takes
+  constexpr int kLocks = 9;  // more than the end of a channel takes
   std::size_t discard_failures = 0;
   std::size_t output_failures = 0;
   for (int nth = 1; nth <= kLocks; ++nth) {

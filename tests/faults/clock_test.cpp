@@ -48,7 +48,7 @@ class ClockTest : public Scenario {
     if (FakeTimeLibrary() == nullptr) GTEST_SKIP() << "faketime is not installed";
   }
 
-  // The host's clock shows `now` from here on, and goes on.
+  // Sets the host's clock to `now`; it runs on from there.
   void SetClock(std::time_t now) const {
     std::string const next = dir / "clock.next";
     std::ofstream(next) << std::showpos << now - std::time(nullptr) << "\n";
@@ -84,8 +84,8 @@ class ClockTest : public Scenario {
     std::string created;  // by the clock, from its creation line
   };
 
-  // Ends the run; gives the times of its files in the order of their names. A name is the time of creation,
-  // or a second after the name before it.
+  // Ends the run; gives the times of its files in the order of their names. Expects each name to be the time
+  // of creation, or one second after the name before it.
   std::vector<FileTimes> Finish(bool names_tell_order, std::size_t max_bytes = 0) {
     EXPECT_EQ(host->Wait(), 0);
     checker::Expectation expected;
@@ -199,16 +199,17 @@ TEST_F(ClockTest, AClockThatIsSetBackAndForwardCostsNoRecord) {
   EXPECT_EQ(Created(times, "20260707_120") + Created(times, "20260707_110") + Created(times, "20260707_140") +
                 Created(times, "20260605_120"),
             times.size());
-  EXPECT_EQ(Named(times, "20260707_110"), 0U) << "names go on while the clock is less than an hour back";
+  EXPECT_EQ(Named(times, "20260707_110"), 0U) << "names continue while the clock is less than an hour back";
   EXPECT_EQ(Named(times, "20260707_140"), Created(times, "20260707_140"));
-  EXPECT_EQ(Named(times, "20260605_120"), Created(times, "20260605_120")) << "further back they start over";
+  EXPECT_EQ(Named(times, "20260605_120"), Created(times, "20260605_120"))
+      << "further back they follow the clock again";
   EXPECT_GE(test::CountOf(texts, "Current date&time:2026-06-05 12:0"), 1U)
       << "the day line follows the clock";
 }
 
 TEST_F(ClockTest, ACallThatWaitsForRoomWhenTheClockIsSetBackWaitsTheStepLonger) {
   constexpr unsigned kRoom = 100;
-  // Each waits in its turn: one of them does when the clock changes, however busy the machine is.
+  // They wait one after the other, so that one is waiting when the clock changes, even on a busy machine.
   constexpr unsigned kRefused = 3;
   constexpr std::time_t kStep = 3;
   auto const count = [this](checker::Outcome outcome) {
@@ -224,7 +225,7 @@ TEST_F(ClockTest, ACallThatWaitsForRoomWhenTheClockIsSetBackWaitsTheStepLonger) 
   ASSERT_TRUE(test::WaitUntil(
       [&] { return count(checker::Outcome::kAccepted) == kRoom && count(checker::Outcome::kBegun) == 1; }));
 
-  usleep(100'000);  // into the wait
+  usleep(100'000);  // so that the call is waiting
   SetClock(std::time(nullptr) - kStep);
   EXPECT_EQ(host->Wait(), 0);
 
@@ -282,7 +283,7 @@ TEST_F(SetBackUnderLoadTest, TenSecondsBackEveryRecordIsThereInItsOrder) {
 
 TEST_F(SetBackUnderLoadTest, AnHourBackEveryRecordIsThereInItsOrder) {
   StartLoad(1'000);
-  SetBack(kHour - 5);  // less than the load has come ahead of the clock, and then a file a second
+  SetBack(kHour - 5);  // an hour, less what the names may be ahead of the clock
   auto const times = Finish(true, kFileBytes);
   EXPECT_GE(Created(times, "20260707_1100"), 2U);
 }

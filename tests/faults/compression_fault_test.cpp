@@ -94,7 +94,7 @@ class CompressionFaultTest : public ::testing::Test {
   std::unique_ptr<VeltDebugInfo> const channel_ = MakeIdleChannel(ChannelSetup(dir_.Path()));
 };
 
-// The other compressor takes all of a block or fails.
+// With zlib only: the other compressor writes a whole block or fails.
 TEST_F(CompressionFaultTest, AWriteOfZlibThatTakesLessEndsTheCopyAndCountsAsDone) {
   std::string const content(200'000, 'x');
   WriteFile(dir_ / "source", content);
@@ -128,7 +128,7 @@ TEST_F(CompressionFaultTest, AnInterruptedWriteIsMadeAgainOrTheArchiveGivenUp) {
   int const result = channel_->GZCompress(dir_ / "source", dir_ / "archive.gz");
   interrupted_writes = 0;
 
-  // zlib gives up.
+  // zlib reports an error.
   bool const by_zlib = std::string(ArchiveWriterName()) == "zlib";
   EXPECT_EQ(result, by_zlib ? -1 : 0);
   EXPECT_EQ(ReadGzip(dir_ / "archive.gz"), by_zlib ? "" : "content\n");
@@ -166,7 +166,7 @@ TEST_F(CompressionFaultTest, InADirectoryOfMoreThan4097CharactersNothingIsCompre
   auto const longest = MakeIdleChannel(ChannelSetup(path));
   auto const longer = MakeIdleChannel(ChannelSetup(path + "/"));
 
-  // Neither can be opened, so that only what is asked of the system tells them apart.
+  // Neither can be opened, so only the calls of realpath show that the longer path is refused at once.
   realpath_calls = 0;
   longer->ZipLogFiles(kName);
   int const asked_for_longer = realpath_calls;
@@ -187,8 +187,8 @@ TEST_F(CompressionFaultTest, WithoutMemoryTheSourceStaysAndNoArchiveIsLeft) {
     int result = 0;
     bool failed = false;
     {
-      FailingAllocation const failing(
-          n);  // of the writer and of the block; zlib's own is not from operator new
+      // The allocations of the writer and of the block; zlib does not use operator new.
+      FailingAllocation const failing(n);
       result = channel_->GZCompress(source, archive);
       failed = failing.Failed();
     }

@@ -1,5 +1,5 @@
-// Damaged and accidental configuration files: their parse, its cost, and files that change under a
-// look-up.
+// Damaged files and files of other kinds as configuration: what is found, what it costs, and files that
+// change during a look-up.
 #include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -77,7 +77,7 @@ std::string Trimmed(std::string const& text) {
   return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
-// The items of a file by a second reading of its grammar, in their order.
+// The items of a file in order, parsed independently of the library.
 Items Model(std::string const& content) {
   constexpr std::size_t kLongestLine = 2047;
   Items items;
@@ -180,7 +180,7 @@ TEST_F(ConfigFaultTest, RandomBytesAreParsedAsTheGrammarSays) {
   }
 
   EXPECT_EQ(wrong, 0);
-  EXPECT_GT(found, files / 2) << "files without items would show nothing";
+  EXPECT_GT(found, files / 2) << "too few of the files hold items";
   Figure({{"random_files", files}, {"items", found}, {"wrong", wrong}});
 }
 
@@ -219,7 +219,7 @@ TEST_F(ConfigFaultTest, AMillionLinesCostTimeInProportionAndNoMemory) {
   double const tenth = SearchSeconds(dir / "tenth.cfg");
 
   EXPECT_LT(memory, 65'536U);
-  EXPECT_LT(whole, tenth * 40) << "ten times the lines: a square would be a hundred times the time";
+  EXPECT_LT(whole, tenth * 40) << "ten times the lines; a quadratic search takes a hundred times as long";
   EXPECT_EQ(AllItems().size(), static_cast<std::size_t>(lines) + 1);
   Figure({{"lines", lines},
           {"search_us", static_cast<long long>(whole * 1e6)},
@@ -321,7 +321,7 @@ TEST_F(ChangingFileTest, AFileReplacedByRenameAlwaysGivesAWholeValue) {
       seen);
 
   EXPECT_EQ(seen.torn, 0);
-  EXPECT_EQ(seen.none, 0) << "the name was never without a whole file";
+  EXPECT_EQ(seen.none, 0) << "at every moment the name had a whole file";
   EXPECT_GT(seen.whole, 0);
   Figure({{"renames", renames}, {"lookups_whole", seen.whole}, {"none", seen.none}, {"torn", seen.torn}});
 }

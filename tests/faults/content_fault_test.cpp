@@ -110,7 +110,7 @@ TEST(FormatFaultTest, BadFormatsTraceNothingAndGoodOnesBetweenThemAreAllThere) {
   EXPECT_EQ(std::count(main_records.begin(), main_records.end(), "  I: good 0"), 2)
       << "two forms without module";
   EXPECT_EQ(own_records.size(), count);
-  // The MRB functions trace an empty message for each of the six failures, or what was expanded of it.
+  // For each of the six failures the MRB functions trace an empty message, or the part that was expanded.
   EXPECT_EQ(main_records.size(), count * (1 + 1 + 1 + 7));
   EXPECT_EQ(CountOf(seen, "Printf failed. errno:"), count * 6);
   ExpectCounts(own_counts, own_records.size(), count * 6, own_records.size());
@@ -122,8 +122,8 @@ TEST(FormatFaultTest, BadFormatsTraceNothingAndGoodOnesBetweenThemAreAllThere) {
 TEST(FormatFaultTest, OddFormatsGiveTheTextOfTheCLibrary) {
   ManagerHost const host(kEverything);
   ASSERT_TRUE(host.Init());
-  char const* const volatile no_text = nullptr;  // which a compiler must not see
-  char const* const wants_more = "more %d %d";   // than it gets
+  char const* const volatile no_text = nullptr;  // volatile: else the compiler warns
+  char const* const wants_more = "more %d %d";   // than there are
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat"
@@ -144,7 +144,7 @@ TEST(FormatFaultTest, OddFormatsGiveTheTextOfTheCLibrary) {
   EXPECT_EQ(records[1], "  I: two before one");
   EXPECT_EQ(records[2], "  I: %");
   EXPECT_EQ(records[3], "  I: " + std::string(2'046, ' ')) << "cut before its digit";
-  EXPECT_THAT(records[4], ::testing::StartsWith("  I: more 1 ")) << "the rest is whatever lay there";
+  EXPECT_THAT(records[4], ::testing::StartsWith("  I: more 1 ")) << "the numbers are undefined";
   EXPECT_EQ(records[5], "  I: %k 1");
 }
 
@@ -157,7 +157,7 @@ struct Sent {
   std::size_t sequence;
 };
 
-// Texts that could be taken for something else in a log, each with a number of its own in it.
+// Texts that look like other parts of a log. Each holds a number of its own.
 std::string HostileText(int kind, std::string const& id) {
   using namespace std::string_literals;
   switch (kind % 12) {
@@ -191,9 +191,8 @@ std::string HostileText(int kind, std::string const& id) {
   }
 }
 
-// The positions at which the file must hold the records: every record once, those of a thread in order, and
-// no other byte between the first and the last that is no stamp. Returns what is wrong; empty when nothing
-// is.
+// Checks that the file holds every record once, those of a thread in order, and nothing else than stamps
+// between the first and the last. Returns what is wrong; empty when nothing is.
 std::string Tiled(std::string const& file, std::vector<Sent> const& sent) {
   constexpr std::size_t kStampLength = 21;  // "11-15 08:52:13.123456"
   std::map<std::size_t, Sent const*> at;
@@ -259,7 +258,7 @@ TEST(TextFaultTest, EveryFunctionCutsAtItsOwnLength) {
   VeltTraceCounts main_counts{};
   VeltTraceCounts own_counts{};
   {
-    CaptureStdout const quiet;  // what FmtTrace prints, and that an empty message was none
+    CaptureStdout const quiet;  // FmtTrace prints, too, also that an empty message was none
     for (std::size_t const size : sizes) {
       std::string const text(size, 'x');
       EXPECT_TRUE(Manager().Trace("trace", kLevel3, text.c_str(), nullptr, false, true));
@@ -322,8 +321,8 @@ TEST(ModuleFaultTest, TenThousandModulesKeepTheirOwnSets) {
     ASSERT_TRUE(Manager().RegSubModuleInfo(name(i), BitsOf({i % 32}), BitsOf({1}), false));
   }
 
-  CaptureStdout quiet;  // the ring comes out there as well
-  // Of four threads each traces every fourth module, at its own level and at the one above it.
+  CaptureStdout quiet;  // ring records are printed as well
+  // Each of four threads traces a quarter of the modules, at the module's level and at the level above it.
   std::atomic<int> refused{0};
   InThreads(4, [&](int thread) {
     for (auto i = static_cast<std::size_t>(thread); i < kModules; i += 4) {
@@ -349,7 +348,7 @@ TEST(ModuleFaultTest, TenThousandModulesKeepTheirOwnSets) {
   for (auto const& record : records) {
     std::string const text = record.substr(record.rfind(' ') + 1);
     seen.insert(record.substr(1, record.find(' ', 1) - 1));
-    // Other records come out of the ring, before records of level 0.
+    // Records of the ring, written before records of level 0, may be others.
     if (text != "own" && text != "other") ++wrong;
   }
   for (std::size_t i = 0; i < kModules; ++i) wrong += seen.count(name(i)) == 1 ? 0 : 1;

@@ -1,5 +1,5 @@
-// The descriptors of the library's files: their numbers in a host without standard streams, and what a
-// program that the host runs at the worst moment would inherit.
+// The descriptors of the library's files: their numbers in a host without standard streams, and which of them
+// a program that the host starts at any moment would inherit.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -87,7 +87,8 @@ TEST_F(DescriptorFaultTest, WithoutStandardStreamsNoLogFileTakesTheirPlace) {
   auto const outcome = test::RunInChild([&host] { return LogWithoutStandardStreams(host); });
 
   EXPECT_EQ(outcome.signal, 0);
-  EXPECT_EQ(outcome.exit_code, 0) << "standard descriptors taken by log files, or where it ended";
+  EXPECT_EQ(outcome.exit_code, 0)
+      << "number of standard descriptors taken by log files, or the code of an early end";
   for (std::string const family : {"host_", "host_a_", "host_b_"}) {
     std::string const text = host.Text(family);
     EXPECT_EQ(test::CountOf(text, kHostLine), 0U) << family;
@@ -118,7 +119,7 @@ TEST_F(DescriptorFaultTest, LogFilesAndArchivesAreClosedOnExecFromTheirOpenOn) {
   EXPECT_EQ(flags & O_CLOEXEC, O_CLOEXEC);
   shim::Opens const opens = shim::WatchedOpens();
   EXPECT_GE(opens.all, 7U) << "three log files; two sources and two archives of their compression";
-  EXPECT_EQ(opens.inheritable, 0U) << "a program started by the host would have had them";
+  EXPECT_EQ(opens.inheritable, 0U) << "a program started by the host would have inherited them";
   shim::WatchOpens(nullptr);  // the test's own follow
   ExpectCounts(counts, 2, 0, test::CountOf(test::ReadFamily(setup.directory, "t_"), " m I: text\n"));
 }

@@ -1,4 +1,4 @@
-// Directories and descriptors that go away and come back under a channel.
+// Directories and descriptors that are missing for a while.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -39,7 +39,7 @@ class DirectoryFaultTest : public Scenario {
     unsigned const before = shim::MatchedCalls(attempts);
     return test::WaitUntil([=] { return shim::MatchedCalls(attempts) >= before + 2; });
   }
-  // A file that is open and holds nothing of the family but its own head.
+  // Waits for an open file that holds only its head.
   bool WaitForNewFile(std::string const& last) const {
     return test::WaitUntil([&] {
       std::string const now = family.OpenLog();
@@ -51,8 +51,8 @@ class DirectoryFaultTest : public Scenario {
   int attempts = -1;
 };
 
-// Without a descriptor for a file or a directory. Where the limit itself would blind a sanitizer, the calls
-// fail.
+// No file or directory can be opened while it lives: the limit of descriptors is lowered, or under a
+// sanitizer, which needs descriptors itself, the calls fail.
 class NoDescriptors {
  public:
   NoDescriptors() {
@@ -88,14 +88,14 @@ TEST_F(DirectoryFaultTest, WithoutDescriptorsAtItsStartAndAtARotationEveryRecord
   }
   ASSERT_TRUE(family.WaitForFile());
   family.producer = std::make_unique<Producer>(family.producers, 0, ToChannel(*family.channel));
-  if (kSanitized) CountAttempts();  // its rule went with the others
+  if (kSanitized) CountAttempts();  // its rule was cleared with the others
   std::string const first = family.OpenLog();
   test::WaitForNextSecond();
   unsigned const before = shim::MatchedCalls(attempts);
   {
     // The outcome file is open, so the producer needs none.
     NoDescriptors const none;
-    EXPECT_TRUE(family.Trace()) << "closes its file";
+    EXPECT_TRUE(family.Trace()) << "this record ends its file";
     EXPECT_TRUE(test::WaitUntil([=] { return shim::MatchedCalls(attempts) >= before + 2; }));
     EXPECT_EQ(family.channel->LogPath(), family.setup.directory + "/");
   }
@@ -151,7 +151,7 @@ TEST_F(DirectoryFaultTest, ARemovedDirectoryTakesItsFileAlongAndComesBackWithThe
   Report const report = family.Finish();
 
   EXPECT_TRUE(report.Clean()) << report.Text();
-  EXPECT_GT(report.pruned, 50U) << "what went with the removed file";
+  EXPECT_GT(report.pruned, 50U) << "records of the removed file";
   EXPECT_GE(report.found, 50U);
   EXPECT_EQ(test::ModeOf(family.setup.directory), 0755U & ~umask(umask(0)));
   umask(022);

@@ -1,4 +1,4 @@
-// Engines that refuse, throw, take their time or call back into the manager, under many threads.
+// Engines that refuse, throw, are slow or call the manager, used by many threads.
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -33,7 +33,7 @@ struct EngineError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// What becomes of a call is in its text: "yes", "no", "throw", "ask".
+// The text says what a call does: "yes", "no", "throw", "ask".
 class MoodyEngine : public VeltDebugEngine {
  public:
   bool Trace(std::string const& module, VeltLogLevel, char const* text, AsnType const*, bool, bool) override {
@@ -53,7 +53,7 @@ class MoodyEngine : public VeltDebugEngine {
     if (text == "ask") return AskManager(module);
     return text == "yes";
   }
-  // Each of these would wait for ever for a lock that the calling thread held.
+  // Calls of the manager; each would hang if the calling thread held its lock.
   static bool AskManager(std::string const& module) {
     Bits levels;
     Bits outputs;
@@ -110,7 +110,7 @@ TEST(EngineFaultTest, AnswersAndExceptionsOfTheEngineAreTheCallersAndNoLockStays
   Figure({{"engine_calls", calls}, {"wrong", wrong.load()}});
 }
 
-// Stands in its gate until it is opened.
+// Each call waits at the gate until it is opened.
 class SlowEngine : public VeltDebugEngine {
  public:
   explicit SlowEngine(Gate& gate) : gate_(gate) {}

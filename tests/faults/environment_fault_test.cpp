@@ -1,4 +1,4 @@
-// Mistaken environments and directory names: paths, set-ups while threads trace, names for a
+// Wrong environments and odd directory names: paths, Init while threads trace, names with characters of a
 // shell.
 #include <linux/audit.h>
 #include <linux/filter.h>
@@ -144,8 +144,8 @@ TEST(EnvironmentFaultTest, AHostThatSetsVariablesWhileThreadsTraceLosesNothing) 
 
 // --- directories ---
 
-// From now on this process ends, by SIGSYS, when it starts a program or another process. False when the
-// kernel cannot see to that.
+// From now on SIGSYS ends this process when it starts a program or another process. False when the kernel has
+// no such filter.
 bool ForbidPrograms() {
 #if defined(__x86_64__)
   std::vector<sock_filter> filter = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
@@ -162,7 +162,7 @@ bool ForbidPrograms() {
 #endif
 }
 
-// Names that a shell, or a program that is handed them, would read as something else.
+// Names that a shell or a program would take for a command or an option.
 std::vector<std::string> HostileNames(int count) {
   std::vector<std::string> names = {"\"",
                                     "\"; touch executed; \"",
@@ -225,7 +225,8 @@ TEST_F(MakeDirFaultTest, HostileNamesBecomeDirectoriesAndNothingIsEverExecuted) 
   EXPECT_EQ(outcome.signal, 0) << "a program was started";
   ASSERT_NE(outcome.exit_code, 2) << "this kernel has no system call filters";
   EXPECT_EQ(outcome.exit_code, 0);
-  long long const executed = Exists(dir_ / "executed") ? 1 : 0;  // what a shell would have made of such names
+  // A shell would have made this file from such names.
+  long long const executed = Exists(dir_ / "executed") ? 1 : 0;
   EXPECT_EQ(executed, 0);
   long long made = 0;
   for (auto const& name : names) {

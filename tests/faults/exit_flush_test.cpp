@@ -19,8 +19,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// Less than the second for which a stalled device is waited for. Sanitizers have work of their own at an
-// exit.
+// Less than the one second for which the exit waits for a stalled device. Sanitizers need longer to exit.
 constexpr long long kAtOnceMs = kSanitized ? 6'000 : 900;
 
 class ExitFlushTest : public Scenario {
@@ -80,7 +79,7 @@ TEST_P(WayOutTest, LosesNoRecord) {
   EXPECT_EQ(left.accepted, kRecords);
   EXPECT_EQ(Found(), kRecords);
   EXPECT_EQ(test::CountOf(Text().substr(Text().rfind("File create at ")), "File close at "), 0U)
-      << "nothing is closed";
+      << "the exit closes no file";
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, WayOutTest,
@@ -169,7 +168,7 @@ TEST_F(ExitFlushTest, AForkedChildsOwnManagerIsFlushedInTheChild) {
   Left const left = Run("fork_own", 1'000);
   EXPECT_EQ(left.outcome.exit_code, 0);
   EXPECT_EQ(Found(), 1'000U);
-  if (!VELT_THREAD_SANITIZER) {  // whose runtime starts no threads in a forked child
+  if (!VELT_THREAD_SANITIZER) {  // its runtime starts no threads in a forked child
     EXPECT_EQ(Found(0, "child_"), 1'000U);
   }
 }
@@ -216,7 +215,7 @@ TEST_F(ExitFlushTest, ABareExitAndAnAbortDoNotWait) {
   EXPECT_LT(bare.took.count(), kAtOnceMs);
   Left const abort = Run("abort", 100, {rules});
   EXPECT_EQ(abort.outcome.signal, SIGABRT);
-  EXPECT_LT(abort.took.count(), 5'000) << "a core may be written";
+  EXPECT_LT(abort.took.count(), 5'000) << "writing a core may take long";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// A host that leaves without Destroy, linked with the shared library as hosts are.
+// A host that ends without Destroy, linked with the shared library as hosts are.
 //
 //   exit_host directory=D way=WAY [run=0] [records=1000] [rules=SHIM]
 //
@@ -46,7 +46,7 @@ void Trace(int count) {
   }
 }
 
-// Does at the process's end what it was told.
+// Its destructor, which runs at the process's end, traces or calls Destroy.
 struct Leaver {
   Leaver() = default;
   Leaver(Leaver const&) = delete;

@@ -1,4 +1,4 @@
-// The open log file in the hands of somebody else, foreign files beside the logs, and symbolic links.
+// Others that change the open log file, foreign files beside the logs, and symbolic links.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -40,7 +40,7 @@ class FileFaultTest : public Scenario {
     };
     for (int i = 0; i < 500 && !next(); ++i) {
       if (!family.Trace() || !family.WaitForEmptyQueue()) return false;
-      usleep(500);  // the last record is dealt with; two files in one second would share a name
+      usleep(500);  // until the last record is dealt with
     }
     return test::WaitUntil(next);
   }
@@ -149,7 +149,7 @@ TEST_F(FileFaultTest, ForeignFilesAndNearMissesBesideTheLogsAreNeverTouched) {
   for (int i = 0; i < count; ++i) {
     std::string const stem = logs + "/" + (i % 2 == 0 ? "t_" : "other_") + std::to_string(100'000 + i);
     std::string const path = stem + (i % 3 == 0 ? ".log" : i % 3 == 1 ? ".log.gz" : ".txt");
-    // Most are links to others: names are what counts, and files take longer to make.
+    // Most are links to others: only names matter, and files take longer to make.
     if (i % 1'000 < 6) {
       test::WriteFile(source[static_cast<std::size_t>(i % 6)] = path, "x");
     } else {
@@ -174,7 +174,7 @@ TEST_F(FileFaultTest, ForeignFilesAndNearMissesBesideTheLogsAreNeverTouched) {
   EXPECT_TRUE(test::WaitUntil([&] { return List(logs).size() > before.size(); }));
   auto const took = std::chrono::steady_clock::now() - start;
   test::WaitForNextSecond();
-  EXPECT_TRUE(family.Trace(100)) << "past the limit, once";
+  EXPECT_TRUE(family.Trace(100)) << "one file was ended past its limit";
   family.channel.reset();
   Listing const after = List(logs);
 
@@ -219,7 +219,7 @@ TEST_F(FileFaultTest, ALogFilesNameThatIsASymbolicLinkIsCompressedAndOnlyTheLink
   for (auto const& name : names) fs::create_symlink(dir / "target", family.setup.directory + "/" + name);
   family.Start();
   ASSERT_TRUE(family.WaitForFile());
-  EXPECT_EQ(test::ReadFile(dir / "target"), "what was in it") << "only the links went";
+  EXPECT_EQ(test::ReadFile(dir / "target"), "what was in it") << "only the links were removed";
   for (auto const& name : names) {
     EXPECT_FALSE(fs::is_symlink(family.setup.directory + "/" + name));
     std::string const archive = family.setup.directory + "/" + name + ".gz";
@@ -232,7 +232,7 @@ TEST_F(FileFaultTest, ALogFilesNameThatIsASymbolicLinkIsCompressedAndOnlyTheLink
 }
 
 TEST_F(FileFaultTest, ALogFilesNameThatIsALinkToNothingIsLeftAloneAndALaterOneTaken) {
-  // Only a link to nothing outlives the housekeeping before a file is opened: `stat` does not find it.
+  // The housekeeping before an opening leaves only links to nothing: `stat` does not find them.
   fs::create_directory(family.setup.directory);
   std::vector<std::string> const links = test::ComingNames("t_", 30);
   for (auto const& name : links) fs::create_symlink(dir / "target", family.setup.directory + "/" + name);

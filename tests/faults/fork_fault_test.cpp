@@ -1,5 +1,5 @@
-// Forks in full flight: eight threads trace into two families that rotate and compress, and thousands of
-// children come and go.
+// Forks under load: eight threads trace into two families that rotate and compress, while thousands of
+// children are forked and end.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,8 +31,9 @@
 #include "tests/support/manager_host.h"
 #include "tests/support/process.h"
 
+// The runtime of g++ ends a child that starts a thread if its parent had several.
 #if defined(__SANITIZE_THREAD__)
-#define VELT_CHILD_CAN_START_THREADS 0  // g++'s runtime ends a child of a threaded parent that tries
+#define VELT_CHILD_CAN_START_THREADS 0
 #else
 #define VELT_CHILD_CAN_START_THREADS 1
 #endif
@@ -41,7 +42,8 @@ namespace {
 pid_t const main_process = getpid();
 }
 
-// Asked by the leak checker: in a child, what only the parent's threads knew of looks lost.
+// Called by the leak checker. Off in a child: memory to which only the parent's threads had pointers looks
+// lost there.
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the name that it asks for
 extern "C" int __lsan_is_turned_off() { return getpid() != main_process ? 1 : 0; }
 
@@ -57,14 +59,14 @@ constexpr unsigned kProducersOfAFamily = 4;
 constexpr int kOwnRecords = 20;
 constexpr unsigned kChildLimitSeconds = 60;  // a child that takes longer hangs
 constexpr std::size_t kMostChildrenAtOnce = 8;
-// The address sanitizer's runtime does not hold its allocator's locks over a fork: a child that allocates may
-// wait for one for ever, one or two in a thousand do. In the optimised build none may hang.
+// The address sanitizer's runtime does not hold its allocator's locks over a fork: one or two in a thousand
+// children hang when they allocate. In the optimised build none may hang.
 constexpr int kHungOfAThousand = VELT_ADDRESS_SANITIZER ? 10 : 0;
 
 VeltDebugMgr& Manager() { return *VeltDebugMgr::Instance(); }
 
 // In 12 ms each producer writes one record: of a family that is less than 600 kB a second, so that its files
-// of 1 MB never share a second. In between the threads filter records as fast as they can.
+// of 1 MB never share a second. Meanwhile the threads trace filtered records as fast as they can.
 faults::TraceCall Busy(faults::TraceCall const& trace) {
   return [trace](std::string const& text) {
     auto const begin = Clock::now();
@@ -79,7 +81,7 @@ faults::TraceCall Busy(faults::TraceCall const& trace) {
   };
 }
 
-// What every child must find; 0 when it does.
+// The calls of every child; 0 when all of them return what they must.
 int UseInherited() {
   auto const begin = Clock::now();
   for (int i = 0; i < 5; ++i) {
@@ -91,7 +93,7 @@ int UseInherited() {
     VeltOutputFrmtString("child");
   }
   if (Manager().SetLogLevel("net", kLevel3, true)) return 5;
-  // One second for each of the thirty trace calls would be thirty.
+  // If each of the thirty trace calls waited its second, these would be thirty.
   return Clock::now() - begin < std::chrono::seconds(15) ? 0 : 6;
 }
 
@@ -189,14 +191,14 @@ TEST_F(ForkFaultTest, AParentThatForksUnderLoadLosesNothingAndNoChildHangsOrWrit
   std::size_t const descriptors = faults::ProcessState::Now().descriptors;
   ASSERT_TRUE(host_.Init());
   ASSERT_TRUE(Manager().AppTrace("m", VeltLogLevel{3}, "first", nullptr, false, true, "gw"));
-  std::fflush(nullptr);  // or children would print it again
+  std::fflush(nullptr);  // else children would print it again
   Ends ends;
   int forked = 0;
   int own = 0;
 
   faults::Producers main_family(FamilySetup(0), Busy(faults::ToManager()));
   faults::Producers gw_family(FamilySetup(kProducersOfAFamily), Busy(faults::ToManager("gw")));
-  // A sanitizer's own locks are not for forks: none while threads are being started.
+  // No fork while threads are being started: a sanitizer's own locks do not allow that.
   ASSERT_TRUE(WaitUntil([&] { return main_family.Traced() > 20 && gw_family.Traced() > 20; }));
   auto const limit = Clock::now() + std::chrono::seconds(200);
   while (forked < forks || (!BothHaveRotated() && Clock::now() < limit)) {
@@ -247,13 +249,13 @@ TEST_F(ForkFaultTest, AParentThatForksUnderLoadLosesNothingAndNoChildHangsOrWrit
           {"lost", static_cast<long long>(main_report.missing + gw_report.missing)}});
 }
 
-// Of the clock that stamps are taken from.
+// By the clock that stamps are taken from.
 std::chrono::system_clock::time_point NextSecond() {
   return std::chrono::ceil<std::chrono::seconds>(std::chrono::system_clock::now() +
                                                  std::chrono::microseconds(1));
 }
 
-// Stamps a record about every millisecond, so that each of many threads meets a new second as it begins.
+// Stamps a record about every millisecond, so that each thread stamps soon after a second begins.
 void StampUntil(std::atomic<bool> const& stop) {
   while (!stop) {
     Manager().Trace("net", kLevel3, "filtered", nullptr, false, false);

@@ -45,7 +45,7 @@ class SmallDisk {
 
   bool Mounted() const { return mounted_; }
 
-  // Takes all room but `pages`; Free gives it back.
+  // Fills the disk up to `pages` free pages; Free removes the filling again.
   void FillBut(std::size_t pages) const {
     int const file = open(Ballast().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     std::string const page(kPage, 'x');
@@ -92,7 +92,7 @@ TEST_F(FullDiskTest, RecordsThatDoNotFitAreGivenUpAndTheFirstOneAfterRoomReturns
   unsigned const before = family.producer->Accepted();
 
   disk.Free();
-  EXPECT_TRUE(family.Trace(2)) << "the first may be met by the thread on its way out of the fault";
+  EXPECT_TRUE(family.Trace(2)) << "the first record may be written while the fault ends";
   EXPECT_TRUE(family.Trace(100));
 
   Report const report = family.Finish();
@@ -136,8 +136,8 @@ TEST_F(FullDiskTest, AFileThatCannotBeCompressedStaysAndIsCompressedOnceThereIsR
 TEST_F(FullDiskTest, AnArchiveThatFailsOnlyAtItsCloseIsRemovedAndThePlainFileStays) {
   SKIP_WITHOUT_A_DISK();
   Family family = OnDisk();
-  family.setup.max_bytes =
-      11'500;  // three pages; the archive is one page and a part, less than a compressor holds back
+  // Three pages; the archive is between one and two, which a compressor writes at its end only.
+  family.setup.max_bytes = 11'500;
   family.expected.max_bytes = family.setup.max_bytes;
   family.Start();
   ASSERT_TRUE(family.WaitForFile());
@@ -165,11 +165,11 @@ TEST_F(FullDiskTest, AnArchiveThatFailsOnlyAtItsCloseIsRemovedAndThePlainFileSta
   family.Print(report);
 }
 
-// Without a small disk: the same at each write of the archive, and at each call that makes it.
+// The same without a small disk: each write of the archive fails, and each call that makes it.
 class CompressionFaultTest : public Scenario {
  protected:
-  // Rotates a file of `bytes` bytes while the rule holds, then once more without it. Returns whether the rule
-  // was met.
+  // Rotates a file of `bytes` bytes under the rule, then once more without it. Returns whether the rule was
+  // applied.
   bool Run(unsigned bytes, shim::Rule const& rule) {
     test::ScratchDir const own;
     Family family(own.Path());
@@ -206,7 +206,7 @@ class CompressionFaultTest : public Scenario {
 
 TEST_F(CompressionFaultTest, AnArchiveThatIsRefusedAtAnyOfItsWritesIsMadeAtTheNextRotation) {
   unsigned const bytes = Scaled(200'000U, 1'500'000U);  // an archive of more than one piece, and of 15
-  unsigned const most = Scaled(2U, 50U);                // more than such an archive takes
+  unsigned const most = Scaled(2U, 50U);                // more writes than such an archive takes
   unsigned faults = 0;
 
   for (unsigned n = 1; n <= most; ++n) {
@@ -227,7 +227,7 @@ TEST_F(CompressionFaultTest, AFailingCallOfTheCompressorLeavesThePlainFile) {
     char const* path;
   } const calls[] = {{Call::kWrite, "*.log.gz"},
                      {Call::kClose, "*.log.gz"},
-                     {Call::kGzwrite, nullptr},  // these two are of zlib's writer
+                     {Call::kGzwrite, nullptr},  // these two functions are called by zlib's writer only
                      {Call::kGzclose, nullptr}};
   unsigned const made = std::string(ArchiveWriterName()) == "zlib" ? 4 : 2;
   unsigned faults = 0;
@@ -264,7 +264,7 @@ TEST_F(FileSizeLimitTest, TheHostOutlivesItAndRecordsComeBackWithTheLimit) {
   EXPECT_EQ(report.Count(Kind::kTorn), 1U) << report.Text();
   EXPECT_EQ(report.Count(Kind::kMissing), 1U) << report.Text();
   EXPECT_GT(report.missing, 300U);
-  EXPECT_LE(report.missing, 501U) << "the last of the 500 may be met while the limit is lifted";
+  EXPECT_LE(report.missing, 501U) << "the last of the 500 may come while the limit is lifted";
   EXPECT_GE(report.found, 200U);
   family.Print(report);
 }

@@ -126,8 +126,9 @@ bool FillFile(std::vector<Producer*> const& producers, std::string const& direct
     if (!producers[turn % producers.size()]->TraceNext()) return false;
     if (!test::WaitUntil([&] { return SizeOf(directory, prefix) != before; })) return false;
     FamilySize const now = SizeOf(directory, prefix);
-    // Past its limit the file is about to end: one more record would come into the next file, and perhaps end
-    // that within the same second. The plain file goes after its archive is whole; then the next one comes.
+    // The file is past its limit and about to end: one more record would come into the next file, and perhaps
+    // end that within the same second. The plain file is removed once its archive is whole; then the next
+    // file is opened.
     if (now.newest_log_bytes > max_bytes || now.archives > archives)
       return test::WaitUntil([&] {
         FamilySize const next = SizeOf(directory, prefix);
@@ -139,7 +140,7 @@ bool FillFile(std::vector<Producer*> const& producers, std::string const& direct
 void LinkLogs(std::string const& directory, std::string const& prefix, std::string const& witness_directory) {
   fs::create_directories(witness_directory);
   for (auto const& name : LogNames(directory, prefix)) {
-    // A name that is linked already gives EEXIST, one that has gone meanwhile ENOENT.
+    // EEXIST for a name that is linked already, ENOENT for a file that was removed meanwhile.
     (void)link((fs::path(directory) / name).c_str(), (fs::path(witness_directory) / name).c_str());
   }
 }

@@ -88,11 +88,11 @@ std::vector<std::string> LogNames(std::string const& directory, std::string cons
 bool FillFile(std::vector<Producer*> const& producers, std::string const& directory,
               std::string const& prefix, std::size_t max_bytes);
 
-// Makes a hard link in `witness_directory` to every .log of the family that has none yet: what reached the
-// file stays readable there whatever becomes of its name.
+// Makes a hard link in `witness_directory` to every .log of the family that has none yet: the file stays
+// readable there when its name is removed.
 void LinkLogs(std::string const& directory, std::string const& prefix, std::string const& witness_directory);
 
-// Does so every 10 ms from a thread of its own.
+// Calls LinkLogs every 10 ms from a thread of its own.
 class Witness {
  public:
   Witness(std::string directory, std::string prefix, std::string witness_directory);
@@ -100,7 +100,7 @@ class Witness {
   Witness(Witness const&) = delete;
   Witness& operator=(Witness const&) = delete;
 
-  void Stop();  // with a last look
+  void Stop();  // calls LinkLogs a last time
 
  private:
   std::string directory_;

@@ -61,7 +61,7 @@ TEST_P(KillAtStepTest, EveryRecordThatHadReachedTheFileIsThereAfterARestart) {
     for (unsigned i = 0; i < step.earlier_files; ++i) ASSERT_TRUE(family.RunInOrder(20));
     family.WaitBeforeRestart();
 
-    // Slow enough for a file to last longer than a second: two of one second would share a name.
+    // Slow enough that a file lasts longer than a second.
     family.Start({"records=2000", "pause_us=3000"}, step.rule);
     ASSERT_TRUE(family.WaitUntilStopped()) << "the step was never reached";
     family.Kill();
@@ -109,15 +109,15 @@ INSTANTIATE_TEST_SUITE_P(
 
 // --- at any moment ---
 
-// One directory whose host is killed and started again, ten times; then it ends in order. Driven by a loop
-// that looks at many of them in turn.
+// One directory whose host is killed and started again ten times, and then ends in order. One loop calls Step
+// of many of these in turn.
 class RandomKills {
  public:
   RandomKills(unsigned seed, unsigned count) : random_(seed), kills_left_(count) { Begin(); }
 
   bool Done() const { return done_; }
 
-  // Does what is due.
+  // Kills or starts the host, if that is due.
   void Step() {
     if (family_ != nullptr) family_->LinkNow();
     if (Clock::now() < due_) return;

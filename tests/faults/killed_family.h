@@ -23,7 +23,7 @@
 
 namespace velt::faults {
 
-// A host that is restarted sooner may meet the name of its last file again.
+// After less than this a restarted host may find its last file's name to be the current second.
 inline constexpr std::chrono::milliseconds kBetweenRestarts(1'100);
 
 class KilledFamily {
@@ -51,7 +51,7 @@ class KilledFamily {
     for (auto& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
     std::string const variable = "VELT_SHIM=" + rules;
-    // By its descriptor: an ordinary user may not get as far as the program's directory.
+    // By its descriptor: an ordinary user may not be allowed into the program's directory.
     int const program = open(VELT_FAULT_HOST, O_RDONLY | O_CLOEXEC);
     pid_ = fork();
     if (pid_ != 0) {
@@ -67,7 +67,7 @@ class KilledFamily {
     _exit(127);
   }
 
-  // Hosts started from here on have no more rights than any user: root's are put down.
+  // Hosts started from here on run as an ordinary user.
   void BecomeOrdinaryUser(std::string const& root) {
     if (geteuid() != 0) return;
     user_ = 65'534;

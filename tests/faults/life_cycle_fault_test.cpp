@@ -1,5 +1,5 @@
-// The manager made and destroyed over and over, by many threads; tracing before it is there, after it has
-// gone, and while the process ends.
+// The manager made and destroyed again and again, by many threads; tracing before, after, and while the
+// process ends.
 #include <unistd.h>
 
 #include <atomic>
@@ -40,7 +40,7 @@ constexpr unsigned kThreads = 4;
 
 VeltDebugMgr& Manager() { return *VeltDebugMgr::Instance(); }
 
-// Each returns whether the call was answered with false; those without an answer count as such.
+// Whether every trace call returns false; calls without a result count as false.
 bool NothingIsTraced() {
   bool const refused = !Manager().Trace("m", kLevel3, "never", nullptr, true, true) &&
                        !Manager().AppTrace("m", kLevel3, "never", nullptr, true, true, "") &&
@@ -91,12 +91,12 @@ std::size_t HeapWithoutIdleRecords() {
   constexpr std::size_t kHeaderOfTheAllocator = 16;
   std::size_t const idle = IdleNodesInDepot() * (sizeof(RecordNode) + kHeaderOfTheAllocator);
   std::size_t const heap = ProcessState::Now().heap_bytes;
-  return heap > idle ? heap - idle : 0;  // 0 where a sanitizer has the heap
+  return heap > idle ? heap - idle : 0;  // 0 where a sanitizer replaces the heap
 }
 
 TEST_F(LifeCycleFaultTest, ManyLivesOfTheManagerLeakNeitherThreadsNorDescriptorsNorMemory) {
   unsigned const warm_up = 10;
-  auto const cycles = static_cast<unsigned>(Scaled(90, 990));  // and the warm-up
+  auto const cycles = static_cast<unsigned>(Scaled(90, 990));  // besides the warm-up
   setup_.side_directory = host_.Dir() / "side";
   setup_.producers = kThreads;
   setup_.records = 10;
@@ -113,7 +113,7 @@ TEST_F(LifeCycleFaultTest, ManyLivesOfTheManagerLeakNeitherThreadsNorDescriptors
 
   EXPECT_EQ(after.threads, before.threads);
   EXPECT_EQ(after.descriptors, before.descriptors);
-  // A record, a queue or a stack for each life would be 90,000 bytes and more.
+  // A record, a queue or a stack leaked in each life would come to 90,000 bytes and more.
   EXPECT_LT(heap_after, heap_before + 50'000);
   EXPECT_LE(IdleNodesInDepot(), 2'048U) << "what an idle process may keep";
   auto const outcomes = checker::ReadOutcomes(setup_.side_directory);
@@ -160,7 +160,7 @@ TEST_F(LifeCycleFaultTest, BeforeInitAndAfterDestroyNothingIsTraced) {
 
 // --- the end of the process ---
 
-// Writes `text` without any buffer that the process's end might have taken down.
+// Writes `text` by a system call: stream buffers may be destroyed already at the process's end.
 void Say(std::string const& text) {
   EXPECT_EQ(write(2, text.data(), text.size()), static_cast<ssize_t>(text.size()));
 }
@@ -193,7 +193,7 @@ TEST_F(LifeCycleFaultTest, AStaticObjectsDestructorMayTraceWithAndWithoutAManage
   }
 }
 
-// Until the process ends; `running` counts those that have begun.
+// Traces until the process ends; `running` counts the threads that have begun.
 [[noreturn]] void TraceForEver(std::atomic<int>& running, int thread) {
   for (long long n = 0;; ++n) {
     if (n == 10) ++running;

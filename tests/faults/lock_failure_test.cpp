@@ -1,4 +1,4 @@
-// Locks that fail: every operation says so and goes no further.
+// Locks that fail: every operation returns its failure and does nothing more.
 #include <sys/resource.h>
 
 #include <cerrno>
@@ -60,7 +60,7 @@ class ChannelCapTest : public ::testing::Test {
   ManagerHost host_{"nMaxFileNum = 1\n"};
 };
 
-// --- the switch itself ---
+// --- failing_locks itself ---
 
 TEST(LockFailureSwitchTest, TheReplacedFunctionsFailWhereAskedAndOnlyInTheirThread) {
   ACE_RW_Thread_Mutex rw;
@@ -138,7 +138,7 @@ TEST(SingletonLockFailureTest, ALockThatCannotBeReleasedMakesDestroyFailAfterIts
   Result const result = With(Lock::kMutexUnlock, 1, [] { return VeltDebugMgr::Destroy(); });
 
   EXPECT_EQ(result, (Result{-1, kFailure}));
-  EXPECT_FALSE(VeltDebugMgr::Instance()->IsInit()) << "it is a fresh one";
+  EXPECT_FALSE(VeltDebugMgr::Instance()->IsInit()) << "it is a new one";
 }
 
 TEST(SingletonLockFailureTest, ALockThatCannotBeReleasedDoesNotKeepTheNewInstance) {
@@ -172,15 +172,15 @@ TEST(InitLockFailureTest, TheMainChannelIsEnteredEvenWithoutTheChannelLock) {
   Manager();
 
   Result const result = With(Lock::kWriteLock, 2, [&] {
-    return Manager()->Init("host_", "", host.LogDir(), "", true,
-                           false);  // no module: no lock of a module between
+    // No module, so no lock of a module.
+    return Manager()->Init("host_", "", host.LogDir(), "", true, false);
   });
 
   EXPECT_EQ(result.answer, 1);
   EXPECT_EQ(result.error, kFailure);
   EXPECT_TRUE(Manager()->AppTrace("net", VeltLogLevel{3}, "x", nullptr, false, true, ""));
   EXPECT_EQ(host.StopAndRead(), (std::vector<std::string>{" net I: x"}));
-  EXPECT_EQ(ListDir(host.LogDir()).size(), 1U) << "AppTrace found it";
+  EXPECT_EQ(ListDir(host.LogDir()).size(), 1U) << "AppTrace used the main channel and made no other";
 }
 
 TEST(InitLockFailureTest, InitGoesOnWhenItCannotRememberItsFile) {
@@ -217,7 +217,7 @@ TEST_F(LockFailureTest, WritersOfTheRegistryAreRefusedWithoutTheTableLock) {
             kRefused);
   EXPECT_EQ(With(Lock::kWriteLock, 1, [] { return Manager()->SetLogLevel("net", VeltLogLevel{32}, true); }),
             kRefused)
-      << "no set was asked, so nothing throws";
+      << "no set was read, so nothing throws";
   EXPECT_EQ(
       With(Lock::kWriteLock, 1, [] { return Manager()->SetLogOutput("net", VeltOutputDirection{1}, false); }),
       kRefused);
@@ -267,7 +267,7 @@ TEST_F(LockFailureTest, AModulesOwnLockThatFailsRefusesItsBits) {
       With(Lock::kWriteLock, 2, [] { return Manager()->SetLogOutput("net", VeltOutputDirection{0}, true); }),
       kRefused);
   EXPECT_EQ(Levels(), BitsOf({3}));
-  EXPECT_TRUE(Manager()->SetLogLevel("net", VeltLogLevel{1}, true)) << "the table lock was given back";
+  EXPECT_TRUE(Manager()->SetLogLevel("net", VeltLogLevel{1}, true)) << "the table lock was released";
 }
 
 TEST_F(LockFailureTest, ALockThatCannotBeReleasedOnlySetsErrno) {
@@ -395,7 +395,7 @@ TEST_F(LockFailureTest, NoChannelIsMadeWithoutTheCreationLock) {
   EXPECT_EQ(ListDir(host_.LogDir()).size(), 1U) << "only the main channel's file";
 }
 
-// Between its look for the channel and its turn to make one, another thread makes the last that is allowed.
+// While it waits for its turn to make a channel, another thread makes the last one that the cap allows.
 TEST_F(ChannelCapTest, AThreadThatComesTooLateForTheLastChannelMakesNone) {
   bool other = false;
   BeforeNextMutexLock([&other] {

@@ -1,4 +1,4 @@
-// What the scenarios of n-th calls share: the fault, the life of a channel under it, another run afterwards.
+// What the scenarios of n-th calls share: the fault, a channel's life with it, and another run afterwards.
 #ifndef VELT_TESTS_FAULTS_NTH_CALL_H
 #define VELT_TESTS_FAULTS_NTH_CALL_H
 
@@ -21,7 +21,7 @@
 namespace velt::faults {
 
 inline constexpr unsigned kMoreThanTheFault = 5;  // records beyond those that reach the n-th call
-inline constexpr unsigned kAfterwards = 3;        // records once it is mended, and as many of the next run
+inline constexpr unsigned kAfterwards = 3;        // records after the fault, and as many of the next run
 
 enum class Lasts { kOnce, kUntilMended, kUntilTheEnd };
 
@@ -80,14 +80,14 @@ class NthCall : public Scenario, public testing::WithParamInterface<Fault> {
     return shim::AddRule({GetParam().call, shim::Action::kFail, life.n, count, GetParam().error, 0, path});
   }
 
-  // Each end costs a poll; side by side they cost one together.
+  // Ending a channel costs a poll; in parallel they cost one together.
   static void End(Lives const& lives) {
     std::vector<std::thread> threads;
     for (auto const& life : lives) threads.emplace_back([&life] { life->family.Stop(); });
     for (auto& thread : threads) thread.join();
   }
 
-  // Another run of every channel; the producer of the one before is asked for its longest call first.
+  // Another run of every channel; the longest call of the run before is taken from its producer first.
   static void RunAgain(Lives const& lives) {
     for (auto const& life : lives) {
       EXPECT_LT(life->family.producer->LongestCall(), kLongestCall);

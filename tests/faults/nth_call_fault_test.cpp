@@ -1,5 +1,5 @@
-// Each call of the system that every file of a channel takes fails at its n-th time: once, from there on
-// until it is mended, or from there on until the channel has ended.
+// Each system call that a channel makes for every file fails at its n-th time: once, from there on for a
+// while, or from there on until the channel has ended.
 //
 // open and close of a new log file, open and close of both files of a compression, opendir, remove, write and
 // close of an archive, and where zlib writes them its own two. The library renames nothing at all, so no
@@ -37,7 +37,8 @@ class NthCallFaultTest : public NthCall {
  protected:
   Lasts TheFault() const { return GetParam().lasts; }
   bool StopsOpening() const { return GetParam().call == Call::kCreate && TheFault() != Lasts::kOnce; }
-  // Calls without a path are counted over all channels; two rules for each life are as many as there may be.
+  // Calls without a path are counted over all channels, so one channel at a time. Otherwise eight run side by
+  // side: each needs two of the shim's 16 rules.
   std::size_t SideBySide() const {
     return GetParam().call == Call::kGzwrite || GetParam().call == Call::kGzclose ? 1 : 8;
   }
@@ -51,9 +52,9 @@ class NthCallFaultTest : public NthCall {
   }
   unsigned ArchivesInTheEnd(Life const& life) const { return FilesOfFirstRun(life) + kAfterwards; }
 
-  // How many files become archives while the fault is there. A file costs an open and a close of the log, and
-  // of the archive, in this order and in the opposite one; a listing for what to compress, one for what to
-  // prune and one for the next name, and the start, where there is nothing to compress, has all three, too.
+  // How many files become archives during the fault. For each file the log is opened and closed, then opened
+  // as the source, and the archive opened and closed. The directory is listed three times for each file, and
+  // three times at the start: for what to compress, for what to prune, and for the next name.
   unsigned ArchivesUnderTheFault(Life const& life) const {
     if (TheFault() == Lasts::kOnce) return Recorded(life);  // what failed is made up for at the next file
     if (GetParam().of_archives) return life.n - 1;          // one write and one close each
@@ -83,8 +84,8 @@ class NthCallFaultTest : public NthCall {
     EXPECT_EQ(gzwrite(file, text.data(), static_cast<unsigned>(text.size())), static_cast<int>(text.size()));
     EXPECT_EQ(gzclose(file), Z_OK);
   }
-  // Archives of earlier years, without records and above the limit: some must go at the start, and one more
-  // for every new one. Four are left over.
+  // Archives of earlier years without records, more than the limit: some are removed at the start, and one
+  // for every new archive. Four are left in the end.
   void MakeOldArchives(Life& life) const {
     life.family.setup.keep = ArchivesInTheEnd(life) + kOldKept;
     fs::create_directory(life.family.setup.directory);
@@ -111,7 +112,7 @@ class NthCallFaultTest : public NthCall {
     life.family.Start();
     EXPECT_TRUE(life.family.Trace(Recorded(life)));
   }
-  // Nothing is read and no directory listed here: these calls would meet the rules.
+  // Reads no file and lists no directory: the rules would apply to these calls, too.
   void WaitForTheFault(Life const& life) {
     bool const is_create = GetParam().call == Call::kCreate;
     unsigned const all = Recorded(life) + 1 + (is_create ? 1 : 0);
@@ -130,7 +131,7 @@ class NthCallFaultTest : public NthCall {
     Report const report = Verify(life, gives_up ? Recorded(life) - (life.n - 1) : 0);
     EXPECT_EQ(report.archives, ArchivesInTheEnd(life) + kOldKept);
     EXPECT_EQ(report.files, report.archives + 1);
-    // An ordinary user's log beside its whole archive stays: the archive is not for writing.
+    // For an ordinary user a log beside its whole archive stays: the archive cannot be written again.
     bool const keeps_logs = GetParam().call == Call::kRemove && geteuid() != 0;
     EXPECT_TRUE(keeps_logs || LogNames(life.family.setup.directory, "t_").size() == 1);
   }

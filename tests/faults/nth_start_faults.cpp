@@ -1,4 +1,4 @@
-// What a channel begins with fails at its n-th time: its directory cannot be made, its thread cannot be
+// The start of a channel fails at its n-th time: its directory cannot be made, or its thread cannot be
 // started.
 #include <gtest/gtest.h>
 
@@ -23,10 +23,11 @@ using shim::Call;
 
 // --- the directory ---
 
-// Each file but the last ones is made in a directory of its own: the one before was renamed by the host.
+// The host renames the directory after each file but the last ones, so that the next file is made in a new
+// one.
 class NthMkdirFaultTest : public NthCall {
  protected:
-  // The thread is done with the file but for its records: the mode is the last that it sets.
+  // Waits until the thread has set the file's mode, which is its last step before records.
   static bool WaitForOpenFile(Family const& family) {
     return test::WaitUntil([&] {
       std::string const log = family.OpenLog();
@@ -122,7 +123,8 @@ class NthPthreadCreateFaultTest : public NthCall {
     shim::ClearRules();
 
     for (auto const& channel : channels) {
-      EXPECT_TRUE(channel->family.channel->Init()) << "does what the constructor could not";
+      EXPECT_TRUE(channel->family.channel->Init())
+          << "starts the thread that the constructor could not start";
       EXPECT_TRUE(channel->family.Trace(kAfterwards)) << channel->n;
     }
     End(channels);
@@ -153,7 +155,7 @@ TEST_P(NthPthreadCreateFaultTest, RefusesTheRecordsOfThatChannelUntilItsInitSucc
 
 std::vector<Fault> FaultsOfThreads() {
 #ifdef __clang__
-  if (kSanitized) return {};  // see the shim: it cannot intercept these threads
+  if (kSanitized) return {};  // the shim cannot intercept the start of these threads
 #endif
   return {{"PthreadCreate", Call::kPthreadCreate, EAGAIN, Lasts::kOnce},
           {"PthreadCreate", Call::kPthreadCreate, EAGAIN, Lasts::kUntilMended}};

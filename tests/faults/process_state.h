@@ -20,7 +20,7 @@ namespace velt::faults {
 struct ProcessState {
   std::size_t threads = 0;
   std::size_t descriptors = 0;
-  std::size_t heap_bytes = 0;  // in use; always 0 where a sanitizer has the heap, which finds leaks by itself
+  std::size_t heap_bytes = 0;  // in use; always 0 with a sanitizer, which finds leaks itself
 
   static ProcessState Now() {
     ProcessState now;

@@ -1,5 +1,5 @@
-// A queue whose output stalls or crawls, and callers in all numbers: how long they wait, and what becomes of
-// every record.
+// A queue whose output stalls or is slow, with one caller and with many: how long they wait, and that every
+// record is accounted for.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -50,7 +50,7 @@ constexpr unsigned kProducers = 8;
 // A sanitizer would need minutes to fill a queue of full size; there its water marks are lowered.
 constexpr unsigned kQueueRecords = faults::kSanitized ? 8'000 : 128'000;
 constexpr milliseconds kWait(1'000);
-constexpr milliseconds kSlack(3'000);  // of the scheduler of a busy machine, on top of the second
+constexpr milliseconds kSlack(3'000);  // for the scheduler of a busy machine, added to the second
 
 long long Milliseconds(std::chrono::nanoseconds time) {
   return std::chrono::duration_cast<milliseconds>(time).count();
@@ -59,7 +59,7 @@ long long Milliseconds(std::chrono::nanoseconds time) {
 // The shortest and longest call that was refused, and how many were.
 class RefusedCalls {
  public:
-  // `trace` with a look at the clock before and after.
+  // Times `trace`: reads the clock before and after.
   faults::TraceCall Watch(faults::TraceCall trace) {
     return [this, trace = std::move(trace)](std::string const& text) {
       auto const begin = Clock::now();
@@ -130,7 +130,8 @@ class QueueFaultTest : public ::testing::Test {
     auto const line = [&lines](std::size_t from_end) { return lines[lines.size() - from_end]; };
     EXPECT_EQ(line(5), "thread handle output string exit");
     EXPECT_EQ(line(4).substr(26), " about to clear m_DiscardQueue(" + std::to_string(in_ring) + ")");
-    // The thread may find the queue empty and leave before the stop marker comes, which is then counted.
+    // The thread may find the queue empty and end before the stop marker is queued, which then counts as
+    // left.
     EXPECT_THAT(line(3).substr(26),
                 testing::AnyOf(" about to clear m_OutputQueue(0)", " about to clear m_OutputQueue(1)"));
     EXPECT_EQ(line(2).substr(26), " after m_OutputQueue cleared");
@@ -172,7 +173,7 @@ TEST_F(QueueFaultTest, AStalledFileRefusesAfterOneSecondAndLosesNothingThatWasAc
     ended = true;
   });
   std::this_thread::sleep_for(milliseconds(300));
-  EXPECT_FALSE(ended) << "destruction waits for the stall's end";
+  EXPECT_FALSE(ended) << "the destructor waits until the stall ends";
   shim::ClearRules();
   stopper.join();
 
@@ -270,7 +271,7 @@ TEST_F(QueueFaultTest, ASlowFileHoldsNoCallerLongerThanTheSecond) {
           {"longest_call_ms", Milliseconds(producers.LongestCall())}});
 }
 
-// --- callers in all numbers ---
+// --- one caller and many ---
 
 class ManyThreadsTest : public QueueFaultTest, public ::testing::WithParamInterface<unsigned> {};
 
@@ -327,7 +328,7 @@ TEST_F(QueueFaultTest, ThreadsThatComeAndGoLeaveNothingBehind) {
 
   EXPECT_EQ(after.threads, before.threads);
   EXPECT_EQ(after.descriptors, before.descriptors);
-  // A record's memory for each thread that has been would be 300,000 bytes in the short run.
+  // A record leaked by each thread would come to 300,000 bytes in the short run.
   EXPECT_LT(after.heap_bytes, before.heap_bytes + 100'000);
   checker::Report const report = CheckFamily(setup_.directory);
   EXPECT_TRUE(report.Clean()) << report.Text();

@@ -1,5 +1,5 @@
-// Record memory that is not to be had, and threads whose idle records cannot be kept: records then come and
-// go one by one, and nothing is lost or freed twice.
+// No memory for records, and threads whose idle records cannot be kept: records are then allocated and freed
+// one by one, and nothing is lost or freed twice.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -31,8 +31,8 @@ thread_local bool setspecific_fails = false;
 
 }  // namespace
 
-// They run before a sanitizer is ready, too: nothing in them is instrumented, and nothing waits to be
-// initialised.
+// These functions may run before a sanitizer is ready: they are not instrumented, and use nothing that needs
+// initialisation.
 #define VELT_REPLACED \
   extern "C" __attribute__((visibility("default"), no_sanitize("thread", "address", "undefined")))
 
@@ -65,7 +65,7 @@ std::string TextIn(ScratchDir const& dir) {
 }
 
 TEST(RecordFaultTest, WithoutMemoryARecordThrowsOrIsNullAndTheNextOneIsMade) {
-  auto const in_use = std::make_unique<OutDataUnit>();  // what the thread needs for itself is there now
+  auto const in_use = std::make_unique<OutDataUnit>();  // the thread's own list is allocated now
   bool threw = false;
   {
     FailingAllocation const failing(1);
@@ -144,7 +144,7 @@ TEST(RecordFaultTest, AChannelWritesItsRecordsInAProcessWithoutAKey) {
   EXPECT_EQ(LiveAlignedAllocations(), 0);
 }
 
-// What a thread still does after its list was closed.
+// Aligned allocations at the end of a thread, after its list was closed.
 long live_at_the_end = -1;
 long kept_at_the_end = -1;
 
@@ -186,7 +186,7 @@ TEST(RecordFaultTest, AReserveThatFindsNoMemoryIsGivenUpWhole) {
 
   EXPECT_EQ(LiveAlignedAllocations(), before);
   EXPECT_EQ(IdleNodesInDepot(), 0U);
-  EXPECT_FALSE(IdleNodesToStock()) << "nobody tries again and again";
+  EXPECT_FALSE(IdleNodesToStock()) << "it is not tried again and again";
 }
 
 TEST(RecordFaultTest, NoReserveIsMadeBeforeCallersHaveMadeSixteenChains) {
@@ -208,7 +208,7 @@ TEST(RecordFaultTest, ThreadsThatMakeAReserveAtOnceCountEachNodeOnce) {
     std::size_t const before = IdleNodesInDepot();
     std::atomic<int> waiting{2};
     auto const stock = [&waiting] {
-      for (--waiting; waiting > 0;) {  // no yield: both are to come at the same moment
+      for (--waiting; waiting > 0;) {  // no yield: both must go on at the same moment
       }
       StockIdleNodes();
     };
@@ -223,7 +223,7 @@ TEST(RecordFaultTest, ThreadsThatMakeAReserveAtOnceCountEachNodeOnce) {
   }
 }
 
-// Where the array lies beside the record says nothing of whose it is.
+// The address of an array does not tell whether it belongs to the record's own memory.
 TEST(RecordFaultTest, ARecordFreesAnArrayWhereverThatLies) {
   alignas(64) static char arena[1024];
   std::string not_freed;
@@ -246,7 +246,8 @@ TEST(RecordFaultTest, ARecordFreesAnArrayWhereverThatLies) {
   EXPECT_EQ(not_freed, "");
 }
 
-// A host that prints a record itself, for instance, may give a record that a trace call made other arrays.
+// A host, for example one that prints a record itself, may replace the arrays of a record that a trace call
+// made.
 TEST(RecordFaultTest, ARecordFreesTheArraysThatReplaceTheOnesItWasMadeWith) {
   char text[8] = "text";
   char stamp[8] = "stamp";
@@ -297,7 +298,8 @@ TEST(RecordFaultTest, AnIdleThreadKeepsAHandfulOfRecordsAfterABurst) {
   }
   ASSERT_TRUE(WaitUntil([&traced] { return traced == kThreads; }));
 
-  // 16 of each thread, of this one and of the output thread; and what the depot keeps of an idle process.
+  // 16 for each thread, this one and the output thread included, and what the depot keeps while the process
+  // is idle.
   bool const given_back = WaitUntil([] { return LiveAlignedAllocations() <= (kThreads + 2) * 16 + 2048; });
 
   EXPECT_TRUE(given_back) << LiveAlignedAllocations() << " nodes";
@@ -319,8 +321,8 @@ TEST(RecordFaultTest, AnIdleThreadKeepsAHandfulWhileOthersAreBusy) {
   bool const given_back = WaitUntil([] {
     MakeAndFree(1000);
     auto const in_depot = static_cast<long>(IdleNodesInDepot());
-    return LiveAlignedAllocations() - in_depot <=
-           16 + 16 + 120;  // at hand of either, and a chain of the busy one
+    // 16 at hand for each thread, and a chain of the busy one.
+    return LiveAlignedAllocations() - in_depot <= 16 + 16 + 120;
   });
 
   EXPECT_TRUE(given_back);
@@ -347,7 +349,7 @@ TEST(RecordFaultTest, AHostsRecordThatCannotBeWrappedIsFreedAndTheChannelGoesOn)
   }
   channel.reset();
 
-  EXPECT_GE(threw, 2) << "the block, and its inner part";
+  EXPECT_GE(threw, 2) << "the block, and its data block";
   EXPECT_EQ(CountOf(TextIn(dir), "wrapped"), static_cast<std::size_t>(nth - 1 - threw));
 }
 

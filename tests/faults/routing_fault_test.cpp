@@ -32,7 +32,7 @@ VeltDebugMgr& Manager() { return *VeltDebugMgr::Instance(); }
 constexpr VeltLogLevel kLevel5{5};
 constexpr int kTracers = 8;
 constexpr std::chrono::milliseconds kAtOnce(100);
-// Its sets are looked up in the table by every single call: it is too long to be remembered.
+// Too long a name to be remembered: every call looks its sets up in the table.
 std::string const kLongName(60, 'l');
 
 // The level goes through these again and again. The number only grows, so that a thread that sees one number
@@ -42,10 +42,10 @@ constexpr unsigned kEnd = ~0U;
 Phase PhaseOf(unsigned step) { return static_cast<Phase>(step % 4); }
 enum class Fate : unsigned char { kMustNot, kMay, kMust };
 
-// One thread that traces at full rate, and what must become of each of its records.
+// One thread that traces as fast as it can, and notes where each of its records must be.
 struct Tracer {
   void Run(std::atomic<unsigned> const& step) {
-    constexpr int kMostInOneRound = 2'000;  // lest the file grows without bound
+    constexpr int kMostInOneRound = 2'000;  // bounds the size of the file
     int in_this_round = 0;
     for (unsigned before = step; before != kEnd; before = step) {
       Phase const phase = PhaseOf(before);
@@ -140,9 +140,9 @@ TEST_F(LevelChangeFaultTest, ALevelChangeTakesEffectAtOnceWhileEightThreadsTrace
   EXPECT_EQ(refused, 0);
   faults::ExpectCounts(counts, records.size(), 0, records.size());  // filtered ones are not accepted
   EXPECT_GT(must, 0);
-  // Of twenty changes five: a busy machine may keep this thread from running at all for longer.
+  // A quarter of the changes may be late: on a busy machine this thread may not run for a while.
   EXPECT_LT(changes[changes.size() / 4], kAtOnce);
-  // The longest one has no limit here: others may keep a thread that holds a lock from running.
+  // The longest has no limit here: a thread that holds the lock may be kept from running.
   auto const late = changes.end() - std::lower_bound(changes.begin(), changes.end(), kAtOnce);
   if (faults::FullScale() && !faults::kSanitized) {
     EXPECT_LE(late, rounds * 2 / 5) << "one change in five";
@@ -160,7 +160,7 @@ TEST_F(LevelChangeFaultTest, ALevelChangeTakesEffectAtOnceWhileEightThreadsTrace
 class FirstUseFaultTest : public ::testing::TestWithParam<int> {};
 
 TEST_P(FirstUseFaultTest, ASubNameThatTwoThreadsUseFirstHasOneChannelAndEveryRecord) {
-  constexpr int kNames = 25;  // of one life of the manager
+  constexpr int kNames = 25;  // for each life of the manager
   constexpr int kRecords = 4;
   int const lives = Scaled(2, 10);
   long long records = 0;

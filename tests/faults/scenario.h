@@ -23,7 +23,7 @@
 
 namespace velt::faults {
 
-// A call may take one second; as much again is for a machine that has other things to do.
+// A call may take one second; the other second is for a busy machine.
 inline constexpr std::chrono::seconds kLongestCall(2);
 
 // One channel on a directory of its own, and its records. Start, trace, Finish.
@@ -54,12 +54,12 @@ class Family {
     auto const logs = LogNames(setup.directory, setup.prefix);
     return logs.empty() ? "" : setup.directory + "/" + logs.back();
   }
-  // A file is open, and a record has reached it.
+  // Waits until a file is open and has a record.
   bool WaitForFile() const {
     return test::WaitUntil(
         [this] { return test::CountOf(test::ReadFile(OpenLog()), "Thread handle output string is") == 1; });
   }
-  // Everything traced so far was dealt with, but for the last record perhaps.
+  // Waits until everything traced so far is dealt with, except perhaps the last record.
   bool WaitForEmptyQueue() const {
     return test::WaitUntil([this] { return test::OutputQueueOf(*channel).message_count() == 0; });
   }
@@ -88,7 +88,7 @@ class Family {
     EXPECT_LT(producer->LongestCall(), kLongestCall);
     return report;
   }
-  // To the record: what the calls returned, and what is in the files.
+  // Compares the channel's counts, record by record, with what the calls returned and what is in the files.
   void ExpectCounted(checker::Report const& report) const {
     EXPECT_EQ(counts.accepted, report.accepted);
     EXPECT_EQ(counts.refused, report.refused);
@@ -118,7 +118,7 @@ class Family {
   std::unique_ptr<Producer> producer;
 };
 
-// Root's rights are put down while it lives; nothing for others.
+// While it lives a root process has the rights of an ordinary user; other processes keep theirs.
 class OrdinaryUser {
  public:
   explicit OrdinaryUser(std::string const& directory) {

@@ -1,5 +1,4 @@
-// A service's wait that finds no memory: the caller is told, nothing stays behind, and the next call makes
-// it.
+// A service wait without memory: the caller gets an error, nothing leaks, and the next call makes the object.
 #include <gtest/gtest.h>
 
 #include <new>

@@ -1,4 +1,4 @@
-// Remembering without memory, and what a thread leaves behind.
+// The sets that a thread remembers: without memory, and freed at the thread's end.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,4 +1,4 @@
-// The shim itself: a rule meets the calls that it names, and no others.
+// The shim itself: a rule applies to the calls that it names, and to no others.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -1,5 +1,5 @@
-// Storms of signals, and stops and continuations, in a process that traces: whatever is sent reaches the
-// host's own threads, and output threads notice nothing.
+// Many signals, stops and continuations in a process that traces: all reach the host's own threads, and none
+// an output thread.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -98,7 +98,7 @@ TEST_F(SignalFaultTest, EverySignalOfAStormReachesTheHostsSigwaitThread) {
   {
     faults::Producers producers(setup_, faults::ToManager());
     for (int i = 0; i < rounds; ++i) {
-      // One delivery to an output thread would end this process.
+      // A signal that an output thread received would end this process.
       for (int const signal : kStorm) kill(getpid(), signal);
       SendCounted();
     }

@@ -1,5 +1,5 @@
-// A device that takes its time: callers get the room of every record that is dealt with, in the order in
-// which they came, and a long rotation keeps none of it.
+// A slow device: callers get the room of every record that is dealt with, in the order in which they came,
+// also during a long rotation.
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -80,7 +80,7 @@ TEST_F(SlowDeviceTest, AtTenRecordsASecondAFullQueueRefusesNoneOfFiveCallers) {
   channel_.reset();
 
   EXPECT_EQ(refused, 0U);
-  EXPECT_GE(accepted, 30U) << "the device is slow, not the callers";
+  EXPECT_GE(accepted, 30U) << "the callers must not be slower than the device";
   std::string const text = test::ReadFamily(setup_.directory, "t_");
   EXPECT_EQ(test::CountOf(text, " m I: in time\n"), accepted);
   EXPECT_EQ(test::CountOf(text, " m I: filler\n"), 2'000U);
@@ -117,9 +117,9 @@ TEST_F(SlowDeviceTest, DuringALongCompressionNoRecordThatIsDealtWithIsCounted) {
   VeltTraceCounts const counts = QuietCounts(*channel_);
   channel_.reset();
 
-  // What the test needs to say anything.
+  // Without these the test would prove nothing.
   ASSERT_GT(written, 0U);
-  ASSERT_LT(written, kMostOfOneLook) << "else room is given back whatever comes";
+  ASSERT_LT(written, kMostOfOneLook) << "else room is given back during the rotation in any case";
   ASSERT_TRUE(still_compressed) << "the machine is too slow for this test";
   EXPECT_EQ(counted, kRecords - written);
   EXPECT_EQ(accepted, written);

@@ -1,4 +1,5 @@
-// Threads that are not to be had: a channel without its output thread refuses records, and nothing else does.
+// Threads that cannot be created: a channel without its output thread refuses records, other channels accept
+// them.
 #include <cerrno>
 #include <memory>
 #include <string>
@@ -28,7 +29,7 @@ constexpr VeltLogLevel kLevel3{3};
 
 VeltDebugMgr& Manager() { return *VeltDebugMgr::Instance(); }
 
-// While it lives, the system has no thread to give.
+// While it lives, no thread can be created.
 class NoThreads {
  public:
   NoThreads() {

@@ -49,9 +49,9 @@ TEST(TimeStampFaultTest, ASecondWithoutATextIsEmptyAndIsAskedForAgain) {
   std::string const afterwards = Stamp(1001, 9);
 
   EXPECT_EQ(before, "2026-11-15 08:52:40.000005");
-  EXPECT_EQ(same_second, "2026-11-15 08:52:40.000006") << "it was known";
+  EXPECT_EQ(same_second, "2026-11-15 08:52:40.000006") << "the text of this second was kept";
   EXPECT_EQ(another, "");
-  EXPECT_EQ(first_again, "") << "what was known is not left half overwritten";
+  EXPECT_EQ(first_again, "") << "the kept text is not half overwritten";
   EXPECT_EQ(afterwards, "2026-11-15 08:52:41.000009");
 }
 

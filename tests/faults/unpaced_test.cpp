@@ -66,7 +66,8 @@ class Unpaced : public Scenario {
     auto const begin = Clock::now();
     Producers producers(family.producers, refusals.Watch(ToChannel(*family.channel)));
     unsigned const all = family.producers.producers * family.producers.records;
-    (void)test::WaitUntil([&] { return producers.Traced() == all; }, limit);  // or as far as they have come
+    // All of them, or as many as the limit allows.
+    (void)test::WaitUntil([&] { return producers.Traced() == all; }, limit);
     producers.Stop();
     auto const traced_ms = std::chrono::duration_cast<milliseconds>(Clock::now() - begin).count();
     ASSERT_TRUE(family.channel->Flush(300'000));
@@ -106,7 +107,7 @@ TEST_P(UnpacedTest, EveryAcceptedRecordIsThereOnceAndNamesRiseInTheOrderOfCreati
   std::optional<OrdinaryUser> ordinary;
   if (GetParam().ordinary_user) ordinary.emplace(dir.Path());
   family.producers.producers = kThreads;
-  // At small scale as many as make two files of each size at least.
+  // At small scale enough for two files of each size at least.
   unsigned const few = (kSanitized ? 10'000U : 60'000U) + GetParam().megabytes * 1'500U;
   family.producers.records = Scaled(few, 1'500'000U);
 

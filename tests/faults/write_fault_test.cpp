@@ -1,4 +1,4 @@
-// A device that refuses writes: with each error, at each write, once and until it is mended.
+// A device that refuses writes: with each error, at each write, once and for a while.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -49,7 +49,7 @@ class WriteFaultTest : public Scenario, public testing::WithParamInterface<Fault
     return {Call::kWrite, fault.action, first, count, fault.error, 0, "*/logs?/t_*.log"};
   }
 
-  // A channel whose n-th write meets the rule; 60 records, then, with the device mended, 10 more.
+  // A channel with the rule, from its n-th write on: 60 records, then 10 more without the rule.
   Report Run(Family& family, shim::Rule const& rule) {
     shim::ClearRules();
     int const number = shim::AddRule(rule);
@@ -65,7 +65,7 @@ class WriteFaultTest : public Scenario, public testing::WithParamInterface<Fault
     return family.Finish();
   }
 
-  // What a refused head or start line leaves behind is no record's business.
+  // Findings of a refused head or start line are allowed: they are not about records.
   static std::vector<Kind> AllowedFor(unsigned n, bool loses) {
     if (!loses) return {};
     std::vector<Kind> allowed = {Kind::kMissing};

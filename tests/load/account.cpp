@@ -63,7 +63,7 @@ void CheckPrinted(std::string const& printed, Checks const& checks, Findings& fi
   }
 }
 
-// Steps in order, so that the sorted results are read in step.
+// Goes through the steps in order, and through the sorted results beside them.
 class Walk {
  public:
   explicit Walk(std::vector<unsigned> const& indices) : at_(indices.begin()), end_(indices.end()) {}
@@ -94,7 +94,7 @@ void AddProducer(unsigned producer, Answers const& answers, std::vector<unsigned
     if (kind == Kind::kBadLevel && !was_refused)
       account.findings.Note(account.findings.wrong, which + ": accepted with a level that there is not");
     if (kind == Kind::kBadLevel) ++account.refused_by_level;
-    if (kind == Kind::kFiltered) continue;  // the ring's numbers tell of them
+    if (kind == Kind::kFiltered) continue;  // the ring's numbers account for them
     if (in_files) ++account.in_files;
     if (was_refused && in_files)
       account.findings.Note(account.findings.wrong, which + ": refused, and in the files");

@@ -158,7 +158,7 @@ void FamilyCheck::InspectRecord(Piece const& piece) {
   Plain(id, tag, message.size());
 }
 
-// Whole, or cut where its call cuts.
+// True when the message is whole, or cut where its call cuts messages.
 bool FamilyCheck::ReadRecord(std::string_view message, checker::RecordId& id) const {
   checker::ParsedRecord const parsed = checker::ParseRecord(message);
   id = parsed.id;
@@ -195,7 +195,7 @@ void FamilyCheck::Plain(checker::RecordId const& id, char tag, std::size_t lengt
   last = std::max(last, static_cast<long>(id.sequence));
 
   if (step.kind == Kind::kAlarm) {
-    // What had gone into the ring before this call has come out by now, or made room.
+    // The records that were in the ring before this call have been written by now, or were evicted.
     PassOver(static_cast<long>(id.run - kFirstAlarmRun) - 1);
   } else if (stretch_ != 0) {
     findings_.Note(findings_.misplaced, which + ": behind ring records, and no alarm", stretch_);
@@ -220,7 +220,8 @@ void FamilyCheck::Filtered(checker::RecordId const& id, char tag) {
   if (++stretch_ > kRingCapacity) findings_.Note(findings_.misplaced, which + ": more than the ring holds");
 }
 
-// Ring records up to `number` that have not come out were evicted, which takes a ring full of newer ones.
+// Counts ring records up to `number` that were not written as evicted. They can only be if a full ring of
+// newer ones followed.
 void FamilyCheck::PassOver(long number) {
   for (; ring_last_ < number; ++ring_last_) {
     bool const had_reason = ring_last_ + 1 + kRingCapacity < static_cast<long>(facts_.in_ring);

@@ -14,12 +14,12 @@
 
 namespace velt::load {
 
-// What is not as it must be: how many of each kind, and the first few in words.
+// Differences from the plan: how many of each kind, and the first few in words.
 struct Findings {
   std::size_t duplicated = 0;
   std::size_t out_of_order = 0;
   std::size_t lost = 0;
-  std::size_t misplaced = 0;  // in another family, or a ring record away from the alarm that asked for it
+  std::size_t misplaced = 0;  // in another family, or ring records that are not in front of their alarm
   std::size_t wrong = 0;      // torn or changed records, lines and files that should not be, or not so
   std::vector<std::string> first;
 

@@ -3,9 +3,9 @@
 //
 //   load_run CSV
 //
-// Samples the process once a second into CSV, prints FIGURE lines, and is 0 when nothing was lost, doubled or
-// out of its place and memory, threads and descriptors stayed flat. Without VELT_FAULT_SCALE=full: a
-// hundredth.
+// Samples the process once a second into CSV and prints FIGURE lines. Exit 0 when nothing was lost, doubled
+// or misplaced, and memory, threads and descriptors stayed flat. Without VELT_FAULT_SCALE=full: a hundredth
+// of the records.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -79,9 +79,9 @@ void InitManager(velt::test::ScratchDir const& scratch, Scale const& scale, std:
     throw std::runtime_error("the manager cannot be initialised");
 }
 
-// Looks at the files and takes samples until all producers have traced. The first sample waits for all
-// threads and files to be there. Ends the process where it fails: without it the producers would wait for
-// room for ever.
+// Looks at the files and takes samples until all producers have traced. The first sample is taken once all
+// threads and files are there. An error ends the process: without the looks producers would wait for room for
+// ever.
 std::vector<Sample> Watch(Pacer& pacer, Producers const& producers, Clock::time_point start) noexcept {
   std::vector<Sample> samples;
   auto due = Clock::now();
@@ -153,7 +153,7 @@ void Report(std::vector<Sample> const& samples, Verdict& verdict) {
                         {"threads_max", threads.most},
                         {"descriptors_min", descriptors.least},
                         {"descriptors_max", descriptors.most}});
-  // A sanitizer keeps what was freed for a while, and by that grows.
+  // A sanitizer keeps freed memory for a while, so the process grows.
   verdict.Demand(velt::faults::kSanitized || memory.Within(kMemoryBoundKb), "memory did not stay flat");
   verdict.Demand(threads.Within(kThreadBound), "threads did not stay flat");
   verdict.Demand(descriptors.Within(kDescriptorBound), "descriptors did not stay flat");
@@ -167,7 +167,7 @@ bool Run(std::string const& csv) {
   auto const start = Clock::now();
   std::vector<Sample> samples;
 
-  // The directory is there before the manager is, to be watched from the first file on.
+  // Made before the manager, so that the directory is watched from the first file on.
   std::filesystem::create_directory(directory);
   Pacer pacer(directory, std::size_t{scale.file_megabytes} << 20U, scale.window_bytes);
   std::unique_ptr<Producers> producers;

@@ -37,7 +37,8 @@ Pacer::Pacer(std::string directory, std::size_t file_bytes, std::size_t window_b
       file_bytes_(file_bytes),
       window_bytes_(window_bytes),
       events_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-  // With removals: two creations of one name with nothing between them would be told as one.
+  // With removals: inotify reports two creations of one name as one event unless another event is between
+  // them.
   if (events_ == -1 || inotify_add_watch(events_, directory_.c_str(), IN_CREATE | IN_DELETE) == -1)
     throw std::runtime_error("cannot watch " + directory_);
   for (auto& family : families_) family.room = window_bytes_;
@@ -48,10 +49,10 @@ Pacer::~Pacer() { close(events_); }
 void Pacer::Admit(unsigned which, std::size_t bytes) {
   Family& family = families_[which];
   auto const start = Clock::now();
-  // Relaxed: figures, which order nothing.
+  // Relaxed: these are only figures.
   while (family.admitted.load(std::memory_order_relaxed) > family.room.load(std::memory_order_relaxed)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    // No file grows, and none is to be expected: better an end than a wait for ever.
+    // No file has grown for minutes: an error is better than a wait for ever.
     if (Clock::now() - start > kLongestWait)
       throw std::runtime_error(directory_ + ": no room for five minutes");
     auto const held_back = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start).count();
@@ -90,9 +91,9 @@ void Pacer::NoteCreated(std::string const& name) {
   }
 }
 
-// Finished files count as their limit: the few bytes by which they are longer are small beside a window. So
-// are the ring records, a megabyte of each family in the long run, which nobody admits: they only widen the
-// window.
+// A finished file counts as its limit, though it is a few bytes longer. Ring records, a megabyte of each
+// family in the long run, are in the files without having been admitted. Both only make the window a little
+// larger.
 void Pacer::MakeRoom(Family& family) const {
   if (family.opened.empty()) return;
   struct stat info {};

@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t kFilteredLength = 64;
 constexpr std::size_t kChecksumPart = 10;  // " C" and 8 digits
 
-// Spreads producers and indices over all values, the same each time.
+// A hash of producer and index, the same in every run.
 std::uint32_t Mixed(unsigned producer, unsigned index) {
   std::uint32_t value = (producer * 0x9E3779B1U) ^ (index * 0x85EBCA6BU);
   value ^= value >> 15U;
@@ -20,7 +20,7 @@ std::uint32_t Mixed(unsigned producer, unsigned index) {
 }
 
 std::size_t LengthOf(std::uint32_t mixed) {
-  // About both cuts, and far beyond them.
+  // Lengths around both cuts, and far beyond them.
   constexpr std::array<std::size_t, 5> kRare = {2'046, 2'047, 2'048, 2'049, 16'384};
   std::uint32_t const which = mixed % 1'000;
   return which < kRare.size() ? kRare[which] : 40 + mixed / 1'000 % 161;
@@ -32,7 +32,7 @@ std::size_t Digits(std::size_t number) {
   return digits;
 }
 
-// Of "R<run> P<producer> S<sequence> L<length> " without the last number, and of the checksum.
+// Characters of "R<run> P<producer> S<sequence> L<length> " without the last number, and of the checksum.
 std::size_t Around(checker::RecordId const& id) {
   constexpr std::size_t kMarksAndSpaces = 8;
   return kMarksAndSpaces + Digits(id.run) + Digits(id.producer) + Digits(id.sequence) + kChecksumPart;
@@ -54,7 +54,7 @@ Step StepOf(unsigned producer, unsigned index) {
   // Primes: every producer meets every combination of kind and family.
   if ((index + producer * 157) % 10'007 == 0) {
     step.kind = Kind::kBadLevel;
-    if (step.call == Call::kPrintf) step.call = Call::kTrace;  // which answers
+    if (step.call == Call::kPrintf) step.call = Call::kTrace;  // Printf returns nothing
   } else if ((index + producer * 31) % 2'003 == 0) {
     step.kind = Kind::kAlarm;
   } else if ((index + producer * 13) % 211 == 0) {

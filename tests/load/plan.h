@@ -1,4 +1,4 @@
-// What each producer of the load run traces: a model that the producers follow and the check asks again.
+// What each producer of the load run traces: computed by the producers, and once more by the check.
 #ifndef VELT_TESTS_LOAD_PLAN_H
 #define VELT_TESTS_LOAD_PLAN_H
 

@@ -17,7 +17,8 @@ constexpr unsigned kStepsBetweenLooks = 16;  // at the clock
 constexpr std::size_t kAroundMessage = 33;
 constexpr std::chrono::milliseconds kMayBeRefused(900);
 
-// Exact: a byte too many in each record would use the pacer's window up, one too few would widen it.
+// Must be exact: a byte too many in each record would use up the pacer's window, a byte too few would widen
+// it.
 std::size_t LineLength(std::size_t message) {
   thread_local std::size_t const digits = std::to_string(gettid()).size();
   return kAroundMessage + digits + message;

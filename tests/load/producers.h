@@ -21,12 +21,12 @@ struct Answers {
   std::vector<unsigned> refused;
   std::vector<unsigned> filtered_refused;
   // Printf returns no result. A call that returned at once was accepted: a full queue refuses only after a
-  // second. Of these few, the files tell.
+  // second. The few slower ones are listed here; the files show whether they were accepted.
   std::vector<unsigned> unknown;
 };
 
-// Starts all producers; they trace through the initialised manager, and stay until they are released, so that
-// the number of threads tells nothing but what the library does.
+// Starts all producers; they trace through the initialised manager, and stay until Release, so that only the
+// library changes the number of threads.
 class Producers {
  public:
   Producers(Scale const& scale, Pacer& pacer);
@@ -48,7 +48,7 @@ class Producers {
     std::atomic<std::uint64_t> traced{0};
     Answers answers;
   };
-  // The lock makes the order of the numbers that of the ring.
+  // Held over the trace call, so that numbers are in the order of the ring.
   struct Ring {
     std::mutex lock;
     unsigned count = 0;

@@ -1,4 +1,5 @@
-// What the process holds, once a second while it is under load, and whether that stayed the same.
+// Memory, threads and descriptors of the process, sampled once a second under load, and whether they stayed
+// flat.
 #ifndef VELT_TESTS_LOAD_SAMPLES_H
 #define VELT_TESTS_LOAD_SAMPLES_H
 
@@ -21,8 +22,8 @@ struct Sample {
 
 void WriteCsv(std::string const& path, std::vector<Sample> const& samples);
 
-// The first fifth of the samples is the time in which caches fill and every state of the families has been
-// met. Flat means that the maxima of the rest go beyond the maxima of that fifth by no more than this:
+// In the first fifth of the samples caches fill, and families go through all their states. Flat means that
+// the maxima of the rest exceed those of that fifth by no more than this:
 //
 // Memory, 64 MB: records on their way. Nine families that all have their whole window of 1 MB in their queues
 // hold about 57,000 records of 960 bytes, 55 MB, and the first fifth may by chance never have met that. A

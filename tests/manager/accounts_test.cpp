@@ -135,7 +135,7 @@ TEST_F(AccountsTest, AfterDestroyANewManagerCountsFromZero) {
 
 class ManagerQueueWaitTest : public AccountsTest {
  protected:
-  // How long a call with a full queue is held before it is refused.
+  // How long a call waits with a full queue before it is refused.
   long long RefusalTakesMs(std::string const& sub_name) {
     Gate gate;
     AsnAtGate const value(gate);
@@ -148,7 +148,7 @@ class ManagerQueueWaitTest : public AccountsTest {
     EXPECT_FALSE(Trace(sub_name));
     auto const took = std::chrono::steady_clock::now() - begin;
     gate.Open();
-    EXPECT_TRUE(Manager()->Flush(kLong)) << "the gate must outlive its visitor";
+    EXPECT_TRUE(Manager()->Flush(kLong)) << "the gate must live until the output thread has left it";
     return std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
   }
 };

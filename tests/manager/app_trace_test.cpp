@@ -81,7 +81,8 @@ TEST_F(AppTraceTest, AChannelOnDemandTakesTheFileLimits) {
   VeltDebugMgr::Destroy();
 
   EXPECT_EQ(ExactFamily(host_.LogDir(), "host_gw_").size(), 2U);
-  EXPECT_EQ(CountOf(host_.Text("host_gw_"), " net I: "), 551U) << "one of them right behind the header";
+  EXPECT_EQ(CountOf(host_.Text("host_gw_"), " net I: "), 551U)
+      << "the first one follows the header on its line";
 }
 
 TEST_F(AppTraceTest, ASubNameOf128CharactersIsTheLongest) {
@@ -116,7 +117,7 @@ TEST_F(AppTraceTest, OneChannelAboveTheCapIsAdmittedAndThenEveryCallIsRefused) {
   EXPECT_FALSE(Manager()->AppTrace("net", kLevel3, "three", nullptr, false, true, "a"));
   EXPECT_FALSE(Manager()->AppTrace("net", kLevel3, "x", nullptr, false, true, "c"));
   EXPECT_FALSE(Manager()->AppTrace("net", kLevel3, "x", nullptr, false, true, "")) << "the main channel too";
-  EXPECT_TRUE(Manager()->Trace("net", kLevel3, "x", nullptr, false, true)) << "but not by Trace";
+  EXPECT_TRUE(Manager()->Trace("net", kLevel3, "x", nullptr, false, true)) << "Trace ignores the cap";
   VeltDebugMgr::Destroy();
 
   EXPECT_EQ(host_.Records("host_a_"), (Strings{" net I: one", " net I: two"}));
@@ -166,16 +167,16 @@ TEST_F(AppTraceTest, ALevelThatThrowsHasOpenedItsChannelAlready) {
 }
 
 TEST_F(AppTraceTest, AKeyIsCutAt511Characters) {
-  std::string name;  // 505 characters that lead nowhere else: "/./././"
+  std::string name;  // 505 characters that name the same directory: "/./././"
   while (name.size() < 504) name += "/.";
   name += "/";
   ASSERT_TRUE(Manager()->Init(name, "", host_.LogDir(), "", true, false));
 
   EXPECT_TRUE(Manager()->AppTrace("net", kLevel3, "one", nullptr, false, true, "abcdefghij"));
   EXPECT_TRUE(Manager()->AppTrace("net", kLevel3, "two", nullptr, false, true, "abcdefxyz"))
-      << "the same head";
+      << "the same first 511 characters";
   EXPECT_TRUE(Manager()->AppTrace("net", kLevel3, "whole", nullptr, false, true, "abcde"))
-      << "512 less the NUL";
+      << "511 characters, and a NUL";
   VeltDebugMgr::Destroy();
 
   EXPECT_EQ(host_.Records("abcdef"), (Strings{" net I: one", " net I: two"}));
@@ -184,13 +185,13 @@ TEST_F(AppTraceTest, AKeyIsCutAt511Characters) {
 }
 
 TEST_F(AppTraceTest, AMainNameThatIsCutIsNoLongerTheMainChannel) {
-  std::string name;  // 513 characters; 511 of them are the same path
+  std::string name;  // 513 characters; the first 511 name the same directory
   while (name.size() < 512) name += "/.";
   name += "/";
   ASSERT_TRUE(Manager()->Init(name, "", host_.LogDir(), "", true, false));
   ASSERT_TRUE(Manager()->Trace("net", kLevel3, "main", nullptr, false, true));
   ASSERT_TRUE(WaitUntil([&] { return Contains(host_.Records(""), " net I: main"); }));
-  WaitForNextSecond();  // the second file would have the name of the first
+  WaitForNextSecond();  // in the same second both files would have one name
 
   EXPECT_TRUE(Manager()->AppTrace("net", kLevel3, "cut", nullptr, false, true, ""));
   VeltDebugMgr::Destroy();
@@ -201,8 +202,8 @@ TEST_F(AppTraceTest, AMainNameThatIsCutIsNoLongerTheMainChannel) {
 
 // --- one channel for threads that are first together ---
 
-// Two threads use each of `names` new sub-names first and at once. Ends without stopping the channels, which
-// would cost a poll each: every record is looked for in its file before.
+// Two threads use each of `names` new sub-names at the same moment. Returns 0 once every record is in its
+// file. The channels are not stopped: that would cost a poll of 100 ms for each.
 int UseNewNamesTogether(ManagerHost const& host, int names) {
   if (!host.Init()) return 10;
   if (!host.WaitForFile()) return 11;

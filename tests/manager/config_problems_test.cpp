@@ -1,4 +1,4 @@
-// What Init and ReloadModules tell of the configuration.
+// What Init and ReloadModules report of the configuration.
 #include <cerrno>
 #include <filesystem>
 #include <map>
@@ -116,7 +116,7 @@ TEST_F(ConfigProblemsTest, AReloadThatIsNotTakenIsTold) {
   EXPECT_EQ(told[0].path, host.ConfigFile());
 }
 
-// Does what needs each of the manager's locks.
+// Makes calls that together need all of the manager's locks.
 void UseTheManager(VeltProblem const& problem) {
   Keep(problem);
   std::map<std::string, VeltTraceCounts> counts;
@@ -135,7 +135,7 @@ TEST_F(ConfigProblemsTest, AHandlerMayUseTheManagerWhichIsInitialisedByThen) {
   VeltSetProblemHandler(UseTheManager);
   ManagerHost const host("nMaxFileNum = 500\nnEachProcessMaxZipNum = 500\n");
   ASSERT_TRUE(host.Init());
-  EXPECT_EQ(told.size(), 2U) << "once each: what the handler does is not told to it";
+  EXPECT_EQ(told.size(), 2U) << "once each: the handler's own calls are not reported to it";
 
   EXPECT_THAT(host.StopAndRead(),
               testing::ElementsAre(" handler I: from the handler", " handler I: from the handler"));

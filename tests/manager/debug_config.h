@@ -20,7 +20,7 @@ namespace velt::test {
 using Sets = std::pair<Bits, Bits>;
 using ModuleSets = VeltDebugMgr::ModuleSets;
 
-// What GetCfgItem gave, from values that no reader would produce.
+// What GetCfgItem read. The numbers begin with -7, which no reader gives.
 struct Items {
   int ring = -7;
   int channels = -7;
@@ -64,7 +64,7 @@ class DebugConfigTest : public ::testing::Test {
     return items;
   }
 
-  // The module table of one primary file without an installation around it.
+  // The module table of one primary file, without an installation.
   ModuleSets Modules(std::string const& content) const { return Read(Write("primary.cfg", content)).modules; }
 
   ScratchDir dir_;

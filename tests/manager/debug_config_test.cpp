@@ -41,7 +41,7 @@ TEST_F(DebugConfigTest, WithoutADefaultDebugFileTheGivenOneIsReadAlone) {
   Items const items = Read(given);
 
   EXPECT_EQ(items.channels, 9);
-  EXPECT_EQ(items.file_size, 5242880) << "the main configuration file is not asked";
+  EXPECT_EQ(items.file_size, 5242880) << "the main configuration file is not read";
   EXPECT_EQ(items.modules, (ModuleSets{{"debug", Sets{BitsOf({0, 1}), BitsOf({1})}}}));
 }
 
@@ -106,7 +106,7 @@ TEST_F(DebugConfigTest, TheMainConfigurationGivenAsTheFileIsReadOnce) {
 
 TEST_F(DebugConfigTest, ADefaultDebugFileThatIsOnlyNamedButMissingStillCountsAsNamed) {
   UseRoot();
-  UseLib();  // its conf directory is empty: the name is given unchecked
+  UseLib();  // its conf directory is empty: the file is named without being there
   Items const items = Read("");
 
   EXPECT_EQ(items.Numbers(), kDefaultNumbers);

@@ -26,8 +26,8 @@ bool TraceTo(std::string const& sub_name, AsnType const* value = nullptr) {
   return VeltDebugMgr::Instance()->AppTrace("m", kLevel3, "text", value, false, true, sub_name);
 }
 
-// Traces to known sub-names, or to one that no channel has yet, while it is printed: long enough for Destroy
-// to come in the middle of a call.
+// Its Print traces, to known sub-names or to one without a channel yet, for so long that Destroy is called
+// meanwhile.
 class AsnThatTraces : public AsnType {
  public:
   explicit AsnThatTraces(bool new_names) : new_names_(new_names) {}
@@ -44,14 +44,14 @@ class AsnThatTraces : public AsnType {
   inline static std::atomic<int> printed_{0};
 };
 
-// The life of a host. Returns 0 when everything went as it is to go.
+// The life of a host. Returns 0 when every call and every file is right.
 int TraceAndDestroy(ManagerHost const& host, std::string const& name, bool new_names, int run) {
   if (!host.Init(name)) return 1;
   AsnThatTraces const value(new_names);
   for (int i = 0; i < kRecords; ++i) {
     if (!TraceTo("gw" + std::to_string(i % 3), &value)) return 2;
   }
-  // Sooner or later in the work of the output threads.
+  // Destroy comes earlier or later in the work of the output threads.
   std::this_thread::sleep_for(std::chrono::milliseconds(run % 5 * 4));
   if (VeltDebugMgr::Destroy() != 0) return 3;
   if (TraceTo("gw0") || TraceTo("after")) return 4;

@@ -43,7 +43,7 @@ std::ostream& operator<<(std::ostream& out, Call const& call) {
              << call.asn << ", " << call.print << ", " << call.log << ", " << call.sub_name << ")";
 }
 
-// Notes every call; returns and behaves as told. What it writes into outlives it.
+// Notes every call in `log`, which must outlive it; returns what it is told to.
 class NotingEngine : public VeltDebugEngine {
  public:
   struct Log {
@@ -97,7 +97,7 @@ class EngineTest : public ::testing::Test {
  protected:
   void TearDown() override { VeltDebugMgr::Destroy(); }
 
-  NotingEngine::Log log_;  // before the host: the manager still deletes engines that write here
+  NotingEngine::Log log_;  // declared before the host, which deletes engines that still write here
   ManagerHost host_;
 };
 
@@ -127,7 +127,7 @@ TEST_F(EngineTest, ATraceGoesToTheEngineWithTheCallersOwnArguments) {
 
   EXPECT_TRUE(traced);
   EXPECT_EQ(log_.calls, (std::vector<Call>{{"Trace", "net", 3, "one %s", &value, true, false, ""}}));
-  EXPECT_TRUE(host_.StopAndRead().empty()) << "and to no channel";
+  EXPECT_TRUE(host_.StopAndRead().empty()) << "no channel gets it";
 }
 
 TEST_F(EngineTest, AnAppTraceGoesToTheEngineWithItsSubName) {
@@ -149,7 +149,7 @@ TEST_F(EngineTest, NullTextsAndLevelsOutOfRangeReachTheEngine) {
   std::string const long_sub_name(129, 's');
 
   EXPECT_TRUE(Manager()->Trace("net", VeltLogLevel{99}, nullptr, nullptr, false, false));
-  EXPECT_TRUE(Manager()->Trace("debug", VeltLogLevel{32}, "x", nullptr, false, false)) << "no set is asked";
+  EXPECT_TRUE(Manager()->Trace("debug", VeltLogLevel{32}, "x", nullptr, false, false)) << "no set is read";
   EXPECT_TRUE(Manager()->Trace("debug", VeltLogLevel{-1}, "x", nullptr, false, false));
   EXPECT_TRUE(Manager()->AppTrace("net", VeltLogLevel{99}, nullptr, nullptr, false, false, long_sub_name));
 
@@ -285,7 +285,7 @@ TEST_F(EngineTest, ASlowEngineDoesNotHoldUpTheRegistry) {
   caller.join();
 
   EXPECT_TRUE(changed);
-  EXPECT_TRUE(traced) << "the engine went on before its own limit";
+  EXPECT_TRUE(traced) << "the engine was let go, it did not reach its time limit";
 }
 
 // --- registration ---

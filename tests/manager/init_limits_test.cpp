@@ -41,7 +41,7 @@ std::size_t ArchivesKept(std::string const& configuration, std::string const& na
   return 0;
 }
 
-// Traces `count` filtered records and one of level 0; gives how many filtered ones came out, the newest last.
+// Traces `count` filtered records and one of level 0; gives the filtered ones that came out, the newest last.
 std::vector<std::string> RingAfter(std::string const& configuration, int count) {
   ManagerHost const host(configuration);
   CaptureStdout silence;  // what comes out of the ring is printed as well
@@ -70,8 +70,8 @@ std::size_t FilesAfter(std::string const& configuration, int kilobytes) {
   return ExactFamily(host.LogDir(), "host_").size();
 }
 
-// Counts, in a process that ends without stopping them, how many channels on demand are admitted. Stopping
-// each of a hundred channels would cost a poll of 100 ms.
+// How many channels on demand are admitted. Counted in a child that ends without stopping them: that would
+// cost a poll of 100 ms for each.
 int ChannelsAdmitted(std::string const& configuration, int asked) {
   ManagerHost const host(configuration);
   Outcome const outcome = RunInChild([&] {
@@ -105,7 +105,7 @@ TEST(InitLimitsTest, TheFileSizeIsBetweenOneAndFiftyMegabytesAndElseFive) {
   EXPECT_EQ(FilesAfter("nEachFileMaxSize = 0\n", 5'400), 2U);
   EXPECT_EQ(FilesAfter("nEachFileMaxSize = 50\n", 5'400), 1U);
   EXPECT_EQ(FilesAfter("nEachFileMaxSize = 51\n", 5'400), 2U);
-  EXPECT_EQ(FilesAfter("nEachFileMaxSize = 2048\n", 5'400), 2U) << "negative in bytes";
+  EXPECT_EQ(FilesAfter("nEachFileMaxSize = 2048\n", 5'400), 2U) << "as bytes it is a negative int";
 }
 
 TEST(InitLimitsTest, OneToTwoHundredArchivesAreKeptAndElseThirty) {
@@ -118,7 +118,8 @@ TEST(InitLimitsTest, OneToTwoHundredArchivesAreKeptAndElseThirty) {
 
 TEST(InitLimitsTest, OneProcessNameKeepsFiveTimesTheArchives) {
   EXPECT_EQ(ArchivesKept("nEachProcessMaxZipNum = 2\n", "VELTMrb_p2_", 13), 10U);
-  EXPECT_EQ(ArchivesKept("nEachProcessMaxZipNum = 201\n", "VELTMrb_p2_", 153), 150U) << "after the bound";
+  EXPECT_EQ(ArchivesKept("nEachProcessMaxZipNum = 201\n", "VELTMrb_p2_", 153), 150U)
+      << "five times the 30 that replace 201";
   EXPECT_EQ(ArchivesKept("nEachProcessMaxZipNum = 200\n", "VELTMrb_p2_", 1003), 1000U);
   EXPECT_EQ(ArchivesKept("nEachProcessMaxZipNum = 2\n", "VELTMrb_p2", 13), 2U) << "another name";
   EXPECT_EQ(ArchivesKept("nEachProcessMaxZipNum = 2\n", "VELTMrb_p2_x", 13), 2U) << "another name";

@@ -113,7 +113,7 @@ TEST(InitTest, ALogDirectoryWhoseParentIsMissingIsNotMadeAndDestroyStillReturns)
   bool const queued = Manager()->Trace("net", kLevel3, "x", nullptr, false, true);
   int const destroyed = VeltDebugMgr::Destroy();
 
-  EXPECT_TRUE(done) << "the path test fails with an error that does not count";
+  EXPECT_TRUE(done) << "the path test refuses no missing directory";
   EXPECT_TRUE(queued);
   EXPECT_EQ(destroyed, 0);
   EXPECT_FALSE(Exists(host.Dir() / "a"));
@@ -197,7 +197,7 @@ TEST(InitTest, ThePathIsDirectoryAndNameWithoutASeparator) {
   ManagerHost const host;
   fs::create_directories(host.LogDir() + "/sub");
 
-  EXPECT_FALSE(host.Init("sub/x")) << "logsub/x is looked for";
+  EXPECT_FALSE(host.Init("sub/x")) << "it looks for logsub/x";
 
   fs::create_directories(host.Dir() / "logsub/x");
   EXPECT_TRUE(host.Init("sub/x"));

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# What velt/log.h lets through the compiler, and what not, in every standard that hosts use. A case that must not
-# compile differs in one place from one that does.
+# Which uses of velt/log.h compile, and which do not, in every language standard that hosts use. Each case that must not
+# compile differs in one place from a case that does.
 #
 #   log_header_compile_test.sh SOURCE_DIRECTORY COMPILER...    a compiler that is not installed is left out
 set -euo pipefail
@@ -24,7 +24,7 @@ passes() {  # STANDARD CODE
   compile "$1" <<<"#include \"velt/log.h\"
 $2" || { cat "$said" >&2; complain "$compiler, C++$1: does not compile: $2"; }
 }
-# The refusal is of the format, not of something else in the program.
+# The compiler must reject the format, not something else in the program.
 refused() {  # STANDARD CODE
   if compile "$1" <<<"#include \"velt/log.h\"
 $2"; then

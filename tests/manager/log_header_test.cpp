@@ -1,4 +1,4 @@
-// The thin layer of velt/log.h, used as a host uses it: what it traces is what the manager's own calls trace.
+// velt/log.h used as a host uses it: it traces what the manager's own calls trace.
 #include "velt/log.h"
 
 #include <unistd.h>
@@ -45,7 +45,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// Keeps the texts that it is given, as long as they are; throws for module "bad".
+// Keeps the whole texts that it is given; throws for module "bad".
 class KeepingEngine : public VeltDebugEngine {
  public:
   explicit KeepingEngine(Strings& texts) : texts_(texts) {}
@@ -69,7 +69,7 @@ class KeepingEngine : public VeltDebugEngine {
   Strings& texts_;
 };
 
-// An engine in place of a channel, so that a text is seen at once.
+// Uses an engine instead of a channel, so that a test has the text when the call returns.
 class LogHeaderTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -214,7 +214,7 @@ TEST_F(LogHeaderTest, AnArgumentOfAnyFormattableKindIsTaken) {
   EXPECT_EQ(Last(), "net 3 text pointer true moved c");
 }
 
-// Plain formats are expanded without {fmt}; both roads give one text.
+// Plain formats are expanded without {fmt}; the text must be the same.
 TEST_F(LogHeaderTest, EveryTextIsThatOfTheFormattingLibrary) {
   auto const same = [this](auto const& format, auto&&... args) {
     std::string const expected = "net 3 " + fmt::format(fmt::runtime(format), args...);

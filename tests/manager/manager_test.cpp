@@ -95,7 +95,7 @@ TEST(ManagerTest, DestroyDeletesTheEngineFirstWhileTheChannelsStillRun) {
   EXPECT_NE(seen.find("File create at "), std::string::npos) << seen;
   EXPECT_EQ(seen.find("File close at "), std::string::npos) << "the channel was stopped before the engine";
   EXPECT_NE(host.Text().find("File close at "), std::string::npos);
-  EXPECT_FALSE(was_init) << "the first thing to go is the mark";
+  EXPECT_FALSE(was_init) << "IsInit is false before anything is destroyed";
 }
 
 // --- many threads, many lives ---
@@ -160,7 +160,8 @@ TEST(ManagerThreadsTest, AHundredLivesLeaveNoThreadAndNoDescriptor) {
   };
   live();
   std::size_t threads = 0;
-  ASSERT_TRUE(WaitUntil([&] { return (threads = ThreadCount()) <= 2; })) << "this one, and a sanitizer's own";
+  ASSERT_TRUE(WaitUntil([&] { return (threads = ThreadCount()) <= 2; }))
+      << "this thread, and one of a sanitizer";
   std::size_t const descriptors = DescriptorCount();
 
   for (int life = 1; life < 100; ++life) live();

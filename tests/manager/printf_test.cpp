@@ -132,7 +132,7 @@ TEST_F(PrintfTest, PrintfOfSixteenMegabytesIsCutToo) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#ifndef __clang__  // which does not know it
+#ifndef __clang__  // clang does not know this warning
 #pragma GCC diagnostic ignored "-Wformat-overflow"
 #endif
 #pragma GCC diagnostic ignored "-Wformat-security"
@@ -171,7 +171,7 @@ TEST_F(PrintfTest, AStandardOutputThatThrowsKeepsTheFailureOfAFormatToItself) {
 
   std::cout.exceptions(std::ios_base::goodbit);
   std::cout.rdbuf(before);
-  EXPECT_TRUE(asked) << "it was told, and threw";
+  EXPECT_TRUE(asked) << "the stream was written to, and threw";
 }
 
 TEST_F(PrintfTest, ACharacterThatHasNoFormIsAFailureToo) {
@@ -228,7 +228,7 @@ TEST_F(PrintfTest, OddFormatsGiveWhatTheCLibraryGives) {
 
 // --- formats of records that no output wants ---
 
-// Without a ring; "net" has level 0 alone, as has the default module.
+// No ring; "net" and the default module pass level 0 only.
 constexpr char const* kNothingKept = "nFiltLogBufSize = 0\nnet_level = 1\nnet_output = 01\ndebug_level = 1\n";
 
 TEST_F(PrintfTest, AFormatThatNobodyWouldSeeIsNotExpanded) {
@@ -284,7 +284,7 @@ TEST_F(PrintfTest, AFormatThatFailsHidesALevelThatThrows) {
 
 #pragma GCC diagnostic pop
 
-// A usual message is expanded where its record keeps it, a longer one elsewhere.
+// A message of usual length is expanded in its record, a longer one in a buffer elsewhere.
 TEST_F(PrintfTest, PrintfKeepsMessagesOfEveryLengthWhole) {
   Start();
   Strings expected;

@@ -28,7 +28,7 @@ Sets SetsOf(std::string const& module) {
   return sets;
 }
 
-// Whether a module is there with sets that are all ones or all zeros, read both ways.
+// Whether both ways to read a module give sets that are all ones or all zeros.
 bool SeesWholeSets(std::string const& module) {
   Bits levels;
   Bits outputs;
@@ -71,7 +71,8 @@ TEST(RegistryBeforeInitTest, ModulesCanNeitherBeRegisteredNorReadNorSet) {
   EXPECT_FALSE(Manager()->GetAllModuleInfo(modules));
   EXPECT_FALSE(Manager()->SetLogLevel("net", VeltLogLevel{1}, true));
   EXPECT_FALSE(Manager()->SetLogLevel("", VeltLogLevel{1}, true));
-  EXPECT_FALSE(Manager()->SetLogLevel("debug", VeltLogLevel{32}, true)) << "no module, nothing to throw";
+  EXPECT_FALSE(Manager()->SetLogLevel("debug", VeltLogLevel{32}, true))
+      << "without a module no set can throw";
   EXPECT_FALSE(Manager()->SetLogOutput("", VeltOutputDirection{1}, true));
 
   EXPECT_EQ(levels, BitsOf({7}));
@@ -117,7 +118,7 @@ TEST_F(RegistryTest, ARegisteredModuleTakesTheNewSetsWhetherOrNotItShallInherit)
 TEST_F(RegistryTest, AModuleWithoutANameIsRefused) {
   EXPECT_FALSE(Manager()->RegSubModuleInfo("", BitsOf({4}), BitsOf({0}), false));
   EXPECT_FALSE(Manager()->RegSubModuleInfo("", BitsOf({4}), BitsOf({0}), true));
-  EXPECT_EQ(SetsOf("debug"), kDebugSets) << "the empty name does not stand for debug here";
+  EXPECT_EQ(SetsOf("debug"), kDebugSets) << "the empty name does not mean debug here";
 }
 
 TEST_F(RegistryTest, OddNamesAreNamesToo) {
@@ -287,7 +288,7 @@ TEST_F(RegistryTest, BusyReadersDoNotKeepALevelChangeOut) {
   stop = true;
   for (auto& reader : readers) reader.join();
 
-  EXPECT_LT(took, std::chrono::seconds(30)) << "readers that let no writer in keep it out for ever";
+  EXPECT_LT(took, std::chrono::seconds(30)) << "readers kept the writer out";
 }
 
 // --- modules in number ---

@@ -124,7 +124,7 @@ TEST_F(ReloadTest, AFifoInItsPlaceChangesNothingAndIsNotWaitedFor) {
 
 TEST_F(ReloadTest, AFileThatMayNotBeReadChangesNothing) {
   uid_t const user = geteuid();
-  constexpr uid_t kNobody = 65534;  // root may read everything, and so is not root meanwhile
+  constexpr uid_t kNobody = 65534;  // root could read every file, so the process is this user meanwhile
   ASSERT_EQ(chmod(host_.ConfigFile().c_str(), 0), 0);
   ASSERT_EQ(chmod(host_.Dir().Path().c_str(), 0755), 0);
   if (user == 0) {
@@ -205,8 +205,8 @@ TEST_F(ReloadTest, AForkedChildReadsNothing) {
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-// "a" and "b" have the same sets in each state of the file; a table that had them apart was seen half
-// changed.
+// "a" and "b" have the same sets in each state of the file. A thread that sees different ones saw a table
+// that was half changed.
 TEST_F(ReloadTest, NoThreadSeesSomeModulesChangedAndOthersNot) {
   std::string const off = "a_level = 1000\nb_level = 1000\n";
   std::string const on = "a_level = 1111\nb_level = 1111\n";

@@ -19,7 +19,7 @@ namespace velt::test {
 
 using Strings = std::vector<std::string>;
 
-// Module "net" passes levels 3, 4 and 31 to the log file; the host's own default lets 0 and 1 pass.
+// Module "net" logs levels 3 and 4. Modules that are not here have the sets of "debug": 0 and 1.
 inline constexpr char const* kConfiguration =
     "net_level = 00011\nout_level = 0001\nout_output = 1\nboth_level = 0001\nboth_output = 11\n"
     "none_level = 0001\nnone_output = 0\ndebug_level = 1100\ndebug_output = 01\n";
@@ -28,7 +28,7 @@ class RoutingTest : public ::testing::Test {
  protected:
   void TearDown() override {
     std::string const captured = output_.Text();
-    if (HasFailure()) std::cout << captured;  // what the test framework said is in it
+    if (HasFailure()) std::cout << captured;  // it holds the failure messages
   }
 
   void Start(std::string const& configuration = kConfiguration) {

@@ -27,7 +27,7 @@ struct FlagRow {
   bool logged;
 };
 
-// One record per row, named by its row, and where it has to come out.
+// Traces one record for each row, with the row's number as its text.
 TEST_F(RoutingTest, TheFlagsAreThoseOfTheCallerOrOfTheModule) {
   FlagRow const rows[] = {
       {"net", 3, false, false, false, true},    // its own level and output
@@ -35,9 +35,9 @@ TEST_F(RoutingTest, TheFlagsAreThoseOfTheCallerOrOfTheModule) {
       {"net", 3, false, true, false, true},     //
       {"net", 3, true, true, true, true},       //
       {"net", 4, false, false, false, true},    // a level without a tag
-      {"net", 0, false, false, false, false},   // its set lacks what debug's has
-      {"net", 2, false, false, false, false},   // a lower bit does not let it pass
-      {"net", 5, false, false, false, false},   // nor does a higher one
+      {"net", 0, false, false, false, false},   // debug passes level 0, net does not
+      {"net", 2, false, false, false, false},   // level 3 in the set does not pass level 2
+      {"net", 5, false, false, false, false},   // nor does level 4 pass level 5
       {"net", 5, true, false, true, false},     // the caller's flags stay
       {"net", 5, false, true, false, true},     //
       {"net", 5, true, true, true, true},       //
@@ -131,7 +131,7 @@ TEST_F(RoutingTest, Level32ThrowsWhereASetIsAsked) {
   EXPECT_THROW(Manager()->Trace("net", VeltLogLevel{32}, "x", nullptr, false, false), std::out_of_range);
   EXPECT_THROW(Manager()->Trace("net", VeltLogLevel{32}, "x", nullptr, true, false), std::out_of_range);
   EXPECT_THROW(Manager()->Trace("web", VeltLogLevel{32}, "x", nullptr, false, true), std::out_of_range)
-      << "the set of debug";
+      << "debug's set is read";
   EXPECT_THROW(Manager()->AppTrace("net", VeltLogLevel{32}, "x", nullptr, false, false, ""),
                std::out_of_range);
   EXPECT_THROW(Manager()->Printf(VeltLogLevel{32}, "x"), std::out_of_range);

@@ -13,7 +13,7 @@
 namespace velt::test {
 namespace {
 
-// What is remembered of `module`, if anything.
+// The sets that this thread remembers of `module`, if any.
 std::optional<KnownSets> Find(std::string const& module) {
   KnownSets sets;
   return FindSets(module, sets) ? std::optional<KnownSets>(sets) : std::nullopt;
@@ -85,8 +85,8 @@ void StoreAtTheEnd(void* /*value*/) {
 }
 
 TEST(SetsCacheTest, AThreadThatAsksInItsLastDestructorRemembersNothing) {
-  StoreSets("net", SetsGeneration(),
-            Sets(5, 2));  // the library's key is made before the next, cleaned up before it
+  // The library's key is made before the next one, and cleaned up before it.
+  StoreSets("net", SetsGeneration(), Sets(5, 2));
   pthread_key_t key = 0;
   ASSERT_EQ(pthread_key_create(&key, &StoreAtTheEnd), 0);
 

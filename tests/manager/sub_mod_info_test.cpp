@@ -34,7 +34,7 @@ std::string RangeErrorOf(Setter setter, unsigned int index, bool on) {
   return {};
 }
 
-// The sets cannot be read from the object: the manager shows those of the modules it owns.
+// The object does not show its sets: they are read through a manager that owns the module.
 class SubModInfoInManagerTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -169,7 +169,8 @@ TEST_F(SubModInfoInManagerTest, OneOutputIsSetOrClearedAndNoOtherBitMoves) {
   EXPECT_EQ(Outputs(), BitsOf({0, 1}));
   EXPECT_TRUE(manager->SetLogOutput("net", VeltOutputDirection{1}, false));
   EXPECT_EQ(Outputs(), BitsOf({0}));
-  EXPECT_TRUE(manager->SetLogOutput("net", VeltOutputDirection{2}, true)) << "kept, though nothing reads it";
+  EXPECT_TRUE(manager->SetLogOutput("net", VeltOutputDirection{2}, true))
+      << "kept, although no function reads it";
   EXPECT_TRUE(manager->SetLogOutput("net", VeltOutputDirection{31}, true));
   EXPECT_EQ(Outputs(), BitsOf({0, 2, 31}));
   EXPECT_EQ(Levels(), BitsOf({0, 1})) << "the other set";

@@ -1,4 +1,4 @@
-// Whether a record would be taken, asked before it is made.
+// Whether a record is wanted, asked before it is made.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -51,7 +51,7 @@ TEST(WantedTest, WithoutARingALevelIsWantedWhenTheModulesSetsLetItThroughToAnOut
   EXPECT_FALSE(Manager()->IsWanted("net", kLevel1));
   EXPECT_TRUE(Manager()->IsWanted("out", kLevel1)) << "to standard output";
   EXPECT_FALSE(Manager()->IsWanted("out", kLevel0));
-  EXPECT_FALSE(Manager()->IsWanted("none", kLevel0)) << "passes, to no output";
+  EXPECT_FALSE(Manager()->IsWanted("none", kLevel0)) << "its level passes, but no output is set";
   EXPECT_FALSE(Manager()->IsWanted("other", kLevel0)) << "outputs 2 and 3 are unused";
 }
 

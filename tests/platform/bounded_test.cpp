@@ -301,7 +301,7 @@ TEST(StrncpySTest, AnEndBehindTheCountIsNotReadAndMayOverlap) {
 
 TEST(StrncpySTest, ReadsNoFurtherThanTheCount) {
   std::unique_ptr<char[]> const source(
-      new char[3]{'a', 'b', 'c'});  // no NUL: a sanitizer sees a byte too many
+      new char[3]{'a', 'b', 'c'});  // no NUL: a sanitizer reports a read behind it
   char dst[8] = "";
 
   int const error = strncpy_s(dst, sizeof dst, source.get(), 3);
@@ -364,7 +364,7 @@ TEST(SnprintfSTest, ACountNotBelowTheCapacityWritesNothing) {
   EXPECT_EQ(snprintf_s(dst, 4, 4, "%s", "a"), -1);
   EXPECT_EQ(snprintf_s(dst, 4, kNegative, "%s", "a"), -1);
   EXPECT_EQ(snprintf_s(dst, 0, 0, "%s", "a"), -1);
-  EXPECT_EQ(snprintf_s(dst, 0, kNegative, "%s", "a"), -1) << "a capacity of 0 less one";
+  EXPECT_EQ(snprintf_s(dst, 0, kNegative, "%s", "a"), -1) << "the largest count: 0 - 1 as a size";
 
   EXPECT_EQ(Bytes(dst, 4), "....");
 }

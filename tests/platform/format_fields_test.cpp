@@ -1,5 +1,4 @@
-// Widths and precisions that come from arguments: every type of argument that may lie before them, by order
-// and by position.
+// Widths and precisions that come from arguments: behind arguments of every type, by order and by position.
 #include "platform/format_fields.h"
 
 #include <algorithm>
@@ -73,7 +72,7 @@ TEST(FormatFieldsTest, TheLimitOfAnArgumentIsThatOfAWrittenField) {
   EXPECT_TRUE(Asks("%1000000d", 1));
   EXPECT_FALSE(Asks("%999999d", 1));
   EXPECT_TRUE(Asks("%.1000000d", 1));
-  EXPECT_FALSE(Asks("%.000000000007d", 1)) << "seven";
+  EXPECT_FALSE(Asks("%.000000000007d", 1)) << "leading zeros do not count";
 }
 
 TEST(FormatFieldsTest, APrecisionOfATextIsOnlyALimit) {
@@ -97,7 +96,7 @@ TEST(FormatFieldsTest, WhatLiesBeforeAFieldIsPassedOverByItsType) {
   EXPECT_TRUE(
       Asks("%c %lc %s %ls %p %*d", 'a', wint_t{'b'}, "c", L"d", static_cast<void*>(&stored), kGiant, 6));
   EXPECT_TRUE(Asks("%n%hhn%ln %m %% %*d", &stored, &stored, &stored, kGiant, 6));
-  EXPECT_FALSE(Asks("%d %*d", kGiant, 3, kGiant)) << "numbers that are only printed";
+  EXPECT_FALSE(Asks("%d %*d", kGiant, 3, kGiant)) << "they are printed, not widths";
   EXPECT_FALSE(Asks("%ld %f %*.*Lf", LONG_MAX, 1e300, 3, 4, 1e300L));
   EXPECT_FALSE(Asks("no conversion, %% and %s", "*"));
 }
@@ -108,8 +107,8 @@ TEST(FormatFieldsTest, PositionsSayWhichArgumentIsTheField) {
   EXPECT_TRUE(Asks("%3$.*2$f", 1, kGiant, 1.0));
   EXPECT_FALSE(Asks("%3$.*1$f %2$d", 1, kGiant, 1.0));
   EXPECT_TRUE(Asks("%1$Lf %4$*3$s %2$d", 1.0L, 2, kGiant, "x"));
-  EXPECT_TRUE(Asks("%1$*1$d", kGiant)) << "one argument in both parts";
-  EXPECT_TRUE(Asks("%4$*4$d", 1, 2, 3, kGiant)) << "what no conversion names is an int";
+  EXPECT_TRUE(Asks("%1$*1$d", kGiant)) << "one argument is both width and value";
+  EXPECT_TRUE(Asks("%4$*4$d", 1, 2, 3, kGiant)) << "arguments that no conversion names count as int";
 }
 
 TEST(FormatFieldsTest, UnfinishedAndUnknownConversionsAreSurvived) {
@@ -120,7 +119,7 @@ TEST(FormatFieldsTest, UnfinishedAndUnknownConversionsAreSurvived) {
   EXPECT_FALSE(Asks("%l"));
   EXPECT_TRUE(Asks("%y %*d", kGiant, 1)) << "an unknown letter takes nothing";
   EXPECT_FALSE(Asks("%1000$d", 1)) << "no field";
-  EXPECT_TRUE(Asks("%1000$*999$d", 1)) << "too many arguments to look at";
+  EXPECT_TRUE(Asks("%1000$*999$d", 1)) << "a position too high to look at";
 }
 
 int PrintNothing(FILE*, printf_info const*, void const* const*) { return 0; }
@@ -138,12 +137,13 @@ TEST(FormatFieldsTest, AConversionThatTheHostRegisteredEndsTheSearch) {
   ASSERT_EQ(register_printf_specifier('Y', &PrintNothing, &TakePointer), 0);
 
   EXPECT_FALSE(Asks("%Y %*d", static_cast<void*>(&target), 3, 4));
-  EXPECT_TRUE(Asks("%*d %Y", kGiant, 4, static_cast<void*>(&target))) << "what lies before it is looked at";
+  EXPECT_TRUE(Asks("%*d %Y", kGiant, 4, static_cast<void*>(&target))) << "fields before it are looked at";
 }
 
 #if defined(__x86_64__)
 
-// A list of arguments made at run time: of this machine's calls, with every register used up already.
+// A va_list made at run time. It says that all registers are used up, so that every argument is read from
+// memory.
 class ArgumentList {
  public:
   void AddWord(std::uint64_t word) { words_.push_back(word); }
@@ -152,7 +152,7 @@ class ArgumentList {
     std::memcpy(&words_.back(), &number, sizeof number);
   }
   void AddLongDouble(long double number) {
-    if (words_.size() % 2 != 0) words_.push_back(0);  // it begins at a multiple of 16 bytes
+    if (words_.size() % 2 != 0) words_.push_back(0);  // a long double begins at a multiple of 16 bytes
     words_.resize(words_.size() + 2);
     std::memcpy(&words_[words_.size() - 2], &number, 10);
   }

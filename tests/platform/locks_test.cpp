@@ -17,7 +17,7 @@ bool attributes_fail = false;
 
 }  // namespace
 
-// In place of the C library's, whose own never fails.
+// Replaces the C library's function, which never fails.
 extern "C" __attribute__((visibility("default"))) int pthread_rwlockattr_init(
     pthread_rwlockattr_t* attributes) noexcept {
   static auto* const real =
@@ -133,7 +133,7 @@ struct Shared {
   void KeepReading() {
     for (bool counted = false; !stop; counted = true) {
       ReadLock const lock(mutex);
-      if (value < 0) stop = true;  // reads under the lock: a thread sanitizer sees what gets past it
+      if (value < 0) stop = true;  // read under the lock: without it a thread sanitizer reports a race
       if (!counted) ++reading;
     }
   }

@@ -18,9 +18,9 @@ constexpr wchar_t const kNotInTheCLocale[] = {0x20AC, 0};  // a euro sign
 int Expand(char* buffer, std::size_t capacity, char const* format, ...) {
   std::va_list args;
   va_start(args, format);
+  // Clang asks for a format attribute, which would reject the bad formats.
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored \
-    "-Wformat-nonliteral"  // clang asks for the attribute, which would refuse bad formats
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
   int const result = FormatMessage(buffer, capacity, format, args);
 #pragma GCC diagnostic pop
   va_end(args);

@@ -37,7 +37,7 @@ TEST(ProblemReportTest, AStandardErrorThatNobodyReadsAnyMoreDoesNotEndTheProcess
   });
 
   EXPECT_EQ(outcome.signal, 0);
-  EXPECT_EQ(outcome.exit_code, 21) << "and no signal is left for the host";
+  EXPECT_EQ(outcome.exit_code, 21) << "no SIGPIPE is left pending for the host";
 }
 
 TEST(ProblemReportTest, AStandardErrorThatIsFullDoesNotHoldTheCaller) {

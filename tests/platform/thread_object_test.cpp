@@ -1,4 +1,4 @@
-// Objects that go with their thread, also when it traces to the last, and in a forked child.
+// Objects that are deleted when their thread ends: also if it traces until its end, and in a forked child.
 #include "platform/thread_object.h"
 
 #include <pthread.h>
@@ -93,8 +93,8 @@ void LastDestructor(void* /*value*/) {
 }
 
 TEST(ThreadObjectTest, AThreadAtItsEndKeepsNothingMore) {
-  KeepUntilThreadEnd(
-      *new Counted);  // the library's key is made before the next one, and cleaned up before it
+  // The library's key is made before the next one, and cleaned up before it.
+  KeepUntilThreadEnd(*new Counted);
   pthread_key_t key = 0;
   ASSERT_EQ(pthread_key_create(&key, &LastDestructor), 0);
   std::thread([key] {

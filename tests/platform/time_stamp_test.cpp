@@ -19,7 +19,7 @@ namespace {
 
 constexpr char const* kUtc = "UTC0";
 constexpr char const* kBerlin = "CET-1CEST,M3.5.0,M10.5.0/3";    // summer time from March to October
-constexpr char const* kSydney = "AEST-10AEDT,M10.1.0,M4.1.0/3";  // summer time over the turn of the year
+constexpr char const* kSydney = "AEST-10AEDT,M10.1.0,M4.1.0/3";  // summer time from October to April
 constexpr char const* kKathmandu = "<+0545>-5:45";
 
 void SetZone(char const* zone) {
@@ -134,7 +134,7 @@ TEST(TimeStampTest, AYearOfFiveDigitsMovesTheMicrosecondsAndLosesNone) {
 
 TEST(TimeStampTest, AYearOfNineDigitsFitsTheRoomOfAStampAndALongerOneIsCut) {
   SetZone(kUtc);
-  std::vector<char> text(kTimeStampRoom, '#');  // on the heap: a sanitizer sees a byte too many
+  std::vector<char> text(kTimeStampRoom, '#');  // on the heap: a sanitizer reports a write behind it
 
   WriteTimeStamp(ACE_Time_Value(31556889832780799, 5), text.data());
   EXPECT_STREQ(text.data(), "999999999-12-31 23:59:59.000005");
@@ -169,10 +169,10 @@ TEST(TimeStampTest, TheZeroInstantMeansNow) {
   EXPECT_EQ(text.size(), 26U);
   EXPECT_GE(timegm(&parsed), before) << text;
   EXPECT_LE(timegm(&parsed), CurrentSecond()) << text;
-  EXPECT_EQ(Stamp(0, 9), "1970-01-01 00:00:00.000009") << "now is not kept as the text of second 0";
+  EXPECT_EQ(Stamp(0, 9), "1970-01-01 00:00:00.000009") << "the text of now is not kept under second 0";
 }
 
-// Two instants of one second: the second one is written from what the first one left.
+// Stamps two instants of one second; the later stamp reuses the text that the first one left.
 void ExpectAcesBytes(std::time_t second, int one, int other) {
   ASSERT_EQ(Stamp(second, one), AceStamp(second, one)) << second;
   ASSERT_EQ(Stamp(second, other), AceStamp(second, other)) << second;
@@ -216,7 +216,7 @@ TEST(TimeStampTest, ThreadsDoNotSeeEachOthersSeconds) {
 
 TEST(TimeStampTest, RoomForTwentySevenBytesIsEnough) {
   SetZone(kUtc);
-  std::vector<char> text(kTimeStampLength + 1, '#');  // on the heap: a sanitizer sees a byte too many
+  std::vector<char> text(kTimeStampLength + 1, '#');  // on the heap: a sanitizer reports a write behind it
 
   WriteTimeStamp(ACE_Time_Value(1700000000, 123456), text.data());
 

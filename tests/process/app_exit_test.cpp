@@ -22,7 +22,7 @@ struct Banner {
   bool flag = false;  // what the flag was while the banner was traced
 };
 
-// Receives the banners in place of a channel.
+// Receives the banners instead of a channel.
 class BannerEngine : public VeltDebugEngine {
  public:
   explicit BannerEngine(std::vector<Banner>& banners) : banners_(banners) {}

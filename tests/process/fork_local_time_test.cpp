@@ -52,13 +52,13 @@ VELT_SHIM_EXPORT std::size_t strftime(char* text, std::size_t capacity, char con
 namespace velt::test {
 namespace {
 
-// How a child ends that is forked while `work` is inside `function`: 0 when no thread was inside any more and
-// a new second could be stamped.
+// The exit code of a child that is forked while `work` is inside `function`: 0 when the fork waited until no
+// thread was inside, and the child could stamp a new second.
 int ForkDuring(Function function, std::function<void()> const& work) {
   stays_in = function;
   std::thread worker(work);
   EXPECT_TRUE(WaitUntil([] { return inside == 1; }));
-  std::thread opener([] {  // the fork may wait for the worker, so it is let out by somebody else
+  std::thread opener([] {  // the fork may wait for the worker, so another thread lets it go on
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     stays_in = kNone;
   });
@@ -69,7 +69,8 @@ int ForkDuring(Function function, std::function<void()> const& work) {
     int code = inside == 0 ? 0 : 1;
     if (code == 0) WriteTimeStamp(ACE_Time_Value(1'700'000'000, 5), text);
     if (code == 0 && text[0] == '\0') code = 2;
-    syscall(SYS_exit_group, code);  // not _exit: the thread sanitizer misses the parent's threads there
+    // Not _exit: the thread sanitizer would look for the parent's threads there.
+    syscall(SYS_exit_group, code);
   }
   opener.join();
   worker.join();

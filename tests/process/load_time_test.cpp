@@ -38,7 +38,7 @@ bool AnotherThreadGetsTheLock() {
   return taken;
 }
 
-// A thread that holds the static lock until it is told to let go.
+// A thread that holds the static lock until it is told to release it.
 class Holder {
  public:
   Holder() : thread_([this] { Run(); }) {}
@@ -79,7 +79,7 @@ TEST(LoadTimeTest, AceIsInitialisedOnceAndNotFinalised) {
   Outcome const child = RunInChild([] {
     ACE::init();                      // pairs with the first fini
     if (ACE::fini() != 1) return 1;   // 1: an earlier init is still open
-    return ACE::fini() == 1 ? 2 : 0;  // that was the library's, and it was the last
+    return ACE::fini() == 1 ? 2 : 0;  // that one paired with the library's init, the last one open
   });
 
   EXPECT_EQ(child.exit_code, 0) << child.err;
@@ -106,7 +106,7 @@ TEST(LoadTimeTest, TheStaticLockIsRecursive) {
   EXPECT_TRUE(AnotherThreadGetsTheLock());
 }
 
-// Adds to `count` under the lock: a thread sanitizer sees what gets past it.
+// Adds to `count` under the lock: without it a thread sanitizer reports a race.
 void Count(int& count, int times) {
   for (int i = 0; i < times; ++i) {
     VELTGetStaticLock()->acquire();
@@ -175,7 +175,7 @@ TEST(LoadTimeTest, AForkedChildCanTakeALockThatAnotherThreadOfTheParentHeld) {
 TEST(LoadTimeTest, AForkedChildCanTakeALockThatItsParentHeld) {
   ASSERT_EQ(VELTGetStaticLock()->acquire(), 0);
 
-  Outcome const child = RunInChild([] { return TakeAndRelease() ? 0 : 1; });  // it is not the parent's thread
+  Outcome const child = RunInChild([] { return TakeAndRelease() ? 0 : 1; });
 
   EXPECT_EQ(child.exit_code, 0) << child.err;
   EXPECT_FALSE(AnotherThreadGetsTheLock()) << "the parent's lock is still held";
@@ -233,7 +233,7 @@ TEST(LoadTimeTest, AForkedChildCanUseTheLibraryWhileTheParentHasThreads) {
   });
 
   EXPECT_EQ(child.exit_code, 0) << child.err;
-  EXPECT_FALSE(VeltAppIsExit()) << "the parent's flag is its own";
+  EXPECT_FALSE(VeltAppIsExit()) << "a child does not change the parent's flag";
 }
 
 }  // namespace

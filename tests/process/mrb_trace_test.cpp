@@ -39,7 +39,7 @@ struct Call {
   bool log;
 };
 
-// Receives what the front-end hands to the manager.
+// Receives what the MRB functions pass to the manager.
 class RecordingEngine : public VeltDebugEngine {
  public:
   explicit RecordingEngine(std::vector<Call>& calls) : calls_(calls) {}
@@ -282,7 +282,7 @@ struct Switches {
   bool log;
 };
 
-// The switches that a process with this main configuration file traces with. They are read once in a process.
+// The values of the two switches in a process with this main configuration file. A process reads them once.
 class MrbSwitchTest : public MrbTest, public testing::WithParamInterface<Switches> {};
 
 TEST_P(MrbSwitchTest, ComeFromTheMainConfigurationFile) {
@@ -387,7 +387,7 @@ TEST_F(MrbTest, ATraceWithTheCallersSwitchesReadsNoFile) {
 
   ASSERT_EQ(calls_.size(), 2U);
   EXPECT_TRUE(calls_[0].log) << "the caller's own";
-  EXPECT_TRUE(calls_[1].print) << "the file was read only now";
+  EXPECT_TRUE(calls_[1].print) << "the file is read at the first call";
 }
 
 TEST_F(MrbTest, TheBannerOfTheExitFlagFollowsTheSwitches) {

@@ -54,8 +54,8 @@ class Waiter {
   std::thread thread_;
 };
 
-// Several sleeping waiters: seen so a few times in a row, so that a moment on the way is not taken for the
-// end.
+// Whether the waiters sleep. Seen so several times in a row, since a thread may also sleep for a moment
+// earlier.
 template <typename... Waiters>
 bool WaitUntilAsleep(Waiters const&... waiters) {
   int in_a_row = 0;
@@ -112,7 +112,7 @@ TEST_F(ServiceWaitTest, DestroyingTwiceOrBeforeTheFirstUseDoesNothing) {
   BaseUtilInternal::Destroy();
   BaseUtilInternal::Destroy();
 
-  EXPECT_NE(BaseUtilInternal::Instance(), nullptr) << "a fresh one";
+  EXPECT_NE(BaseUtilInternal::Instance(), nullptr) << "a new object";
 }
 
 TEST_F(ServiceWaitTest, AFreshInstanceAfterDestroyWaitsAndWakes) {
@@ -127,7 +127,7 @@ TEST_F(ServiceWaitTest, AFreshInstanceAfterDestroyWaitsAndWakes) {
 }
 
 TEST_F(ServiceWaitTest, ManyLivesLeaveNothingBehind) {
-  for (int i = 0; i < 1000; ++i) {  // a leak checker sees what stays
+  for (int i = 0; i < 1000; ++i) {  // a leak checker reports what is not freed
     BaseUtilInternal::Instance()->ServiceExit();
     BaseUtilInternal::Destroy();
   }

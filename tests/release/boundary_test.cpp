@@ -57,7 +57,7 @@ class HostModInfo : public VeltDebugSubModInfo {
   bool& gone_;
 };
 
-// A manager that only an engine hears.
+// A silent manager: only an engine gets its records.
 VeltDebugMgr* SilentManager() {
   VeltDebugMgr* const manager = VeltDebugMgr::Instance();
   EXPECT_TRUE(manager->Init("host_", "", "", "", false, true));
@@ -68,7 +68,7 @@ VeltDebugInfo MakeChannel(std::string const& directory) {
   return VeltDebugInfo(directory, "host_", "", false, true, 0, 1 << 20, 3, 10, false);
 }
 
-// How many of them are something; a host that names one has to find it in the library.
+// How many of the entries are not null. Naming one here makes the linker look for it in the library.
 template <typename... Entities>
 std::size_t CountOfPresent(Entities... entities) {
   return (std::size_t{0} + ... + (entities != nullptr ? 1U : 0U));
@@ -221,8 +221,8 @@ TEST(BoundaryTest, AModuleClassOfTheHostIsCastAndDeletedThroughItsBase) {
 }
 
 TEST(BoundaryTest, AFormatThatTheHostBuildsMayCountWhatWasWritten) {
-  std::string format =
-      "abc%n def";  // not a literal: checked functions of the C library end the process over it
+  // Not a literal: for %n in it, checked functions of the C library would end the process.
+  std::string format = "abc%n def";
   char text[32] = {};
   int count = 0;
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the functions that expand hosts' formats with the checked functions of the C library switched on behind every
-# option of ours, and expands a %n in a format that can be written to: no process may end over it.
+# option of ours, and expands a %n in a format that can be written to: the process must not end.
 #
 #   checked_formats_test.sh SOURCE_DIRECTORY COMPILER
 set -euo pipefail

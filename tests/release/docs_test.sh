@@ -25,7 +25,7 @@ end() {
 trap end EXIT
 complain() {
   printf '%s\n' "$*" >&2
-  : >"$scratch/complaint" # a file: a variable of a command substitution would be gone with it
+  : >"$scratch/complaint" # a file: a variable set in a command substitution is lost
 }
 
 cmake --install "$build" --prefix "$scratch/installed" >"$scratch/install.log" || {
@@ -56,7 +56,7 @@ extract_programs() {
   ' "$source_directory/$1"
 }
 
-# What each program says, in its files or on its standard streams.
+# A text that each program writes to its files or standard streams.
 declare -A expected=(
   [README.md 1]=' net I: 12 connections'
   [docs/host-guide.md 1]=' net E: link to store lost after 30 s'
@@ -70,7 +70,7 @@ declare -A expected=(
 )
 declare -A done_programs
 
-# The line that compiles a host, as the document has it.
+# Runs the line of the document that compiles a host.
 compile() {  # DOCUMENT PROGRAM
   local line
   line=$(grep -m 1 -E '^ {4}g\+\+ ' "$source_directory/$1") || { complain "$1 does not say how to compile"; return 1; }
@@ -175,8 +175,8 @@ same_shape 'a ring that comes out' "$(sample docs/operations.md '[-0-9: .]+T[0-9
 
 # --- commands ---
 
-# The command of document $1 that is line $2 of it, with directories of the scratch directory; documents are found again
-# by their own words, so that a test cannot outlive what it tests.
+# The command of document $1 that is line $2 of it, with directories of the scratch directory; a command that is no
+# longer in the document fails the test.
 documented() {
   grep -qxF -e "    $2" -e ".Dl $2" "$source_directory/$1" || complain "$1 does not say: $2"
   local command=${2//\/var\/log\/server/$scratch\/log}
@@ -204,7 +204,7 @@ query='lnav -n -c ";SELECT log_level, module, count(*) FROM veltbaseutil_log WHE
 seen=$(eval "$(documented docs/shipping.md "$query")" </dev/null)
 [[ $seen == *info*app*4* ]] || complain "lnav counts: $seen"
 
-# Following the newest file: it ends with the test's patience only.
+# Following the newest file: the command never ends, so the test stops it.
 follow='while sleep 0.2; do tail -n +1 --follow=name "$(ls /var/log/server/server_*.log | tail -n 1)"; done'
 timeout 60 bash -c "$(documented docs/operations.md "$follow")" >"$scratch/followed" 2>/dev/null &
 follower=$!
@@ -217,7 +217,7 @@ kill "$follower"
 wait "$follower" || true
 [[ $tries -lt 300 ]] || complain "following shows: $(cat "$scratch/followed")"
 
-# The archives of which not every line was sent: here the one of three whose lines were not all.
+# The archives of which not every line was sent: here one of three.
 mkdir "$scratch/sent"
 sample_loop=$(sed -n '/^```sh$/,/^```$/p' "$source_directory/docs/shipping.md" | sed '1d;$d')
 [[ $sample_loop == for* ]] || complain 'docs/shipping.md: no loop over archives'

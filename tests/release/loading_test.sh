@@ -4,7 +4,7 @@
 #   loading_test.sh dlopen LIBRARY PROGRAM    a program in C that calls dlopen
 #   loading_test.sh ctypes LIBRARY PYTHON     a Python interpreter
 #   loading_test.sh plugin PLUGIN PROGRAM     the same program; its threads trace through the plug-in
-#   loading_test.sh bytes LIBRARY             nothing is loaded: what the thread_local variables take
+#   loading_test.sh bytes LIBRARY             loads nothing: the size of the thread_local variables
 set -euo pipefail
 export LC_ALL=C
 

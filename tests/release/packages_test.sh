@@ -37,7 +37,7 @@ for name in libveltbaseutil1 libveltbaseutil-dev veltbaseutil-tools; do
 done
 [[ $(find "$scratch/packages" -maxdepth 1 -name '*.deb' | wc -l) -eq 3 ]] || fail "more than three packages"
 
-# What each package wants of the machine: hosts need neither ACE's headers nor the compressors'.
+# The dependencies of each package: hosts need neither ACE's headers nor the compressors'.
 compressor=
 if grep -q '^VELT_GZIP:STRING=isal$' "$build/CMakeCache.txt"; then compressor=libisal2; fi
 for wanted in libace- libc6 libstdc++6 zlib1g $compressor; do
@@ -51,7 +51,7 @@ done
 [[ $(dpkg-deb -I "${package[libveltbaseutil1]}" shlibs) == "libveltbaseutil 1 libveltbaseutil1 (>= $version-1)" ]] ||
   fail "the library's shlibs file is wrong"
 
-# What is in them.
+# The contents of the packages.
 diff -r "$source/include/velt" "$root/usr/include/velt" || fail "other headers are installed than those of the source"
 libraries=$(dirname "$(find "$root/usr/lib" -name libveltbaseutil.so)")
 [[ $(readlink "$libraries/libveltbaseutil.so") == libveltbaseutil.so.1 ]] || fail "libveltbaseutil.so links elsewhere"
@@ -88,7 +88,7 @@ check_log() {  # DIRECTORY HOW
   fi
 }
 
-# zlib's and {fmt}'s files are kept from CMake, and all others from pkg-config: a host's machine need not have them.
+# CMake must not find zlib and {fmt}, nor pkg-config other packages: a host's machine need not have them.
 quietly cmake -S "$source/tests/release/host" -B "$scratch/by_cmake" -DCMAKE_CXX_COMPILER="$compiler" \
   -DCMAKE_PREFIX_PATH="$root/usr" -DCMAKE_DISABLE_FIND_PACKAGE_ZLIB=ON -DCMAKE_DISABLE_FIND_PACKAGE_fmt=ON \
   -DCMAKE_BUILD_TYPE=Release
@@ -97,7 +97,7 @@ mkdir "$scratch/log/cmake"
 quietly "$scratch/by_cmake/host" "$scratch/log/cmake" find_package
 check_log "$scratch/log/cmake" find_package
 
-# A host of velt/log.h, which alone is asked for {fmt}; told so where that is missing.
+# A host of velt/log.h: only this one needs {fmt}, and gets an error that names it where it is missing.
 quietly cmake -S "$source/tests/release/log_host" -B "$scratch/log_by_cmake" -DCMAKE_CXX_COMPILER="$compiler" \
   -DCMAKE_PREFIX_PATH="$root/usr" -DCMAKE_BUILD_TYPE=Release
 quietly cmake --build "$scratch/log_by_cmake"
@@ -134,7 +134,7 @@ check_log "$scratch/log/log_pkg-config" pkg-config
 printf 'a first line\na line of some program\n' | quietly "$root/usr/bin/veltpipe" --name pipe_ --dir "$scratch/log/pipe"
 grep -q 'a line of some program$' "$scratch"/log/pipe/pipe_*.log || fail "the packaged veltpipe wrote nothing"
 
-# The format of lnav is where lnav looks for those of the machine, and what the link names takes a family for what it is.
+# The lnav format is where lnav looks for the machine's formats, and with it lnav recognises a family.
 link=etc/lnav/formats/veltbaseutil/veltbaseutil_log.json
 [[ -L $root/$link && -f $root$(readlink "$root/$link") ]] || fail "lnav's format is not in its place: $(find "$root/etc" 2>&1)"
 mkdir -p "$scratch/machine/${link#etc/}" "$scratch/home"

@@ -79,7 +79,7 @@ std::string FirstGap(Account const& account, int producers, int each) {
   return {};
 }
 
-// Waits until a family's file shows `text`, and then for another second, so that the next file has another
+// Waits until a family's files hold `text`, and then for another second, so that the next file has another
 // name.
 bool SettleOn(ManagerHost const& host, std::string const& prefix, std::string const& text) {
   return WaitUntil([&] {
@@ -88,8 +88,8 @@ bool SettleOn(ManagerHost const& host, std::string const& prefix, std::string co
   });
 }
 
-// How a producer traces into one channel. Each gives whether the record was accepted, as far as the call says
-// so.
+// How a producer traces into one channel. Returns whether the record was accepted; true where the call
+// returns nothing.
 using Way = bool (*)(std::string const& text);
 
 bool ByTrace(std::string const& text) {
@@ -119,8 +119,8 @@ constexpr Stream kStreams[] = {{"T", "host_", ByTrace},
 constexpr int kProducers = 4;
 constexpr int kRounds = 5;
 constexpr int kPerRound = 150;  // records of one producer, stream and round
-constexpr std::size_t kFilling =
-    600;  // characters: a round stays well below one file of 1 MB in every channel
+// Characters of a message. A round stays well below one file of 1 MB in every channel.
+constexpr std::size_t kFilling = 600;
 
 // Every record of one producer in one round; gives how many were refused.
 int Produce(int producer, int round) {
@@ -137,8 +137,8 @@ void ProduceAll(int round, std::atomic<int>& refused) {
   InThreads(kProducers, [&](int producer) { refused += Produce(producer, round); });
 }
 
-// Marks the end of a round in every family and waits until it is in the files, with whatever rotation the
-// round brought, and the second has changed.
+// Traces a mark of the round's end to every family. Waits until the marks are in the files, so that the
+// round's rotations are over, and then for another second.
 bool EndRound(ManagerHost const& host, int round) {
   std::string const mark = "end of round " + std::to_string(round);
   bool const marked = ByTrace(mark) && ByFirstApp(mark) && BySecondApp(mark);

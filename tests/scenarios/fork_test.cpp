@@ -19,8 +19,9 @@
 #include "tests/support/manager.h"
 #include "tests/support/manager_host.h"
 
+// The sanitizer's runtime ends a child that starts a thread if its parent had several.
 #if defined(__SANITIZE_THREAD__)
-#define VELT_CHILD_CANNOT_START_THREADS 1  // its runtime ends a child of a threaded parent that tries
+#define VELT_CHILD_CANNOT_START_THREADS 1
 #else
 #define VELT_CHILD_CANNOT_START_THREADS 0
 #endif
@@ -203,7 +204,8 @@ TEST_F(ForkTest, AChildMayTraceWithAManagerOfItsOwn) {
 }
 
 TEST_F(ForkTest, AManagerOfAChildHasNoneOfTheParentsModules) {
-  ASSERT_TRUE(Manager()->Trace("net", kLevel3, "parent", nullptr, false, false)) << "its sets are known now";
+  ASSERT_TRUE(Manager()->Trace("net", kLevel3, "parent", nullptr, false, false))
+      << "this thread remembers its sets now";
   int const code = Fork([&] {
     unsetenv("APP_ROOT");
     if (VeltDebugMgr::Destroy() != 0) return 1;
@@ -234,7 +236,7 @@ TEST(ForkBeforeInitTest, AChildOfAnUninitialisedProcessTracesAsUsual) {
   EXPECT_EQ(host.Records(), (std::vector<std::string>{" net I: child"}));
 }
 
-// --- forks in full flight ---
+// --- forks while threads trace ---
 
 // What one thread traced, and how much of it was accepted, until it is told to stop.
 struct Tracer {

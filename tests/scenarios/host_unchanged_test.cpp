@@ -1,5 +1,5 @@
-// What the library changes in its host's process: nothing. A process in an unusual state is compared with
-// itself before, during and after a whole life of manager, channels, rotation and look-ups.
+// The library changes nothing of its host's process. A process in an unusual state uses manager, channels,
+// rotation and look-ups; its state is compared before, meanwhile and afterwards.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -93,7 +93,7 @@ void AddLimits(State& state) {
   state["priority"] = std::to_string(getpriority(PRIO_PROCESS, 0));
 }
 
-// What the kernel says of this process that only the process itself can have changed.
+// The parts of the kernel's view of this process that only the process itself can change.
 void AddKernelView(State& state) {
   std::ifstream in("/proc/self/status");
   for (std::string line; std::getline(in, line);) {
@@ -156,7 +156,7 @@ State StateNow() {
   return state;
 }
 
-// And what must be as before at the end.
+// Adds what may differ for a moment, but must be as before at the end.
 State WithDescriptors(State state) {
   for (auto const& number : ListDir("/proc/self/fd")) {
     std::array<char, PATH_MAX> target{};
@@ -185,7 +185,7 @@ std::string Difference(State const& before, State const& after) {
   return text;
 }
 
-// Groups of thousands, which would show in every number that the library prints through the host's locale.
+// Groups thousands: a number that the library printed through the host's locale would have commas.
 class Grouped : public std::numpunct<char> {
   char do_thousands_sep() const override { return '_'; }
   std::string do_grouping() const override { return "\3"; }
@@ -194,7 +194,7 @@ class Grouped : public std::numpunct<char> {
 void HostHandler(int /*signal*/) {}
 void HostNewHandler() { throw std::bad_alloc(); }
 
-// Sets everything to what no default is.
+// Sets every part of the state to a value that is not the default.
 void MakeUnusual(std::string const& directory) {
   struct sigaction act {};
   act.sa_handler = HostHandler;
@@ -265,9 +265,9 @@ class HostUnchangedTest : public ::testing::Test {
  protected:
   void SetUp() override {
     MakeUnusual(host_.Dir().Path());
-    std::thread([] {}).join();  // with a process's first thread the C library takes a signal for itself
+    std::thread([] {}).join();  // the C library reserves a signal when a process starts its first thread
   }
-  // Rotates the main family: a second and a megabyte after its beginning.
+  // Rotates the main family: waits for another second, then traces more than a megabyte.
   void Rotate() const {
     WaitForNextSecond();
     std::string const text(2'000, 'r');

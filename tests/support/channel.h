@@ -111,7 +111,7 @@ inline bool Output(VeltDebugInfo& channel, OutDataUnit* rec, bool from_discard =
   return channel.OutputString(rec, from_discard);
 }
 
-// Prints a text, and counts itself.
+// Prints a text. Live() counts the objects of this class.
 class AsnText : public AsnType {
  public:
   explicit AsnText(std::string text) : text_(std::move(text)) { ++live_; }
@@ -218,7 +218,8 @@ inline std::vector<std::string> ComingNames(std::string const& prefix, int secon
   return names;
 }
 
-// Runs `body` in a fork of this process, other threads or not. Returns its result; -1 when it died or hung.
+// Runs `body` in a fork of this process, which may have other threads. Returns its result; -1 when it died or
+// hung.
 template <typename Body>
 int InFork(Body body) {
   pid_t const child = fork();
@@ -231,7 +232,7 @@ int InFork(Body body) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// The inner parts of a channel.
+// The two queues of a channel.
 inline RecordQueue& OutputQueueOf(VeltDebugInfo& channel) { return ChannelState::Of(channel).m_OutputQueue; }
 inline RecordQueue& RingOf(VeltDebugInfo& channel) { return ChannelState::Of(channel).m_DiscardQueue; }
 

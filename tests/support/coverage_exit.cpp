@@ -4,8 +4,7 @@
 
 extern "C" void __gcov_dump();  // NOLINT(bugprone-reserved-identifier): the compiler's name
 
-// In place of the C library's. What runs between the counting and the end is not counted; nothing of ours
-// does.
+// Replaces the C library's function. Code that runs behind the dump is not counted; none of ours does.
 extern "C" void _exit(int code) {  // NOLINT(bugprone-reserved-identifier)
   __gcov_dump();
   while (true) syscall(SYS_exit_group, code);

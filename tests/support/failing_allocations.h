@@ -16,8 +16,8 @@ class FailingAllocation {
   bool Failed() const;  // whether that allocation was made
 };
 
-// Memory that operator new[] never gave out, and that operator delete[] may be called with while this lives:
-// it is then noted and left alone.
+// Memory that operator new[] did not allocate. While this lives, operator delete[] notes a call with it and
+// frees nothing.
 class WatchedArray {
  public:
   explicit WatchedArray(void const* array);

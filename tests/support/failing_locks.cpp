@@ -84,8 +84,8 @@ void FailOnce(Lock lock, int first_failing) { PlanOf(lock) = {true, first_failin
 
 }  // namespace velt::test
 
-// The sanitizers see the calls that these pass on; the functions themselves may run before a sanitizer is
-// ready.
+// Not instrumented, since these functions may run before a sanitizer is ready. It sees the calls that they
+// pass on.
 #define VELT_INTERPOSED \
   extern "C" __attribute__((visibility("default"), no_sanitize("thread", "address", "undefined")))
 
@@ -99,7 +99,7 @@ VELT_INTERPOSED int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
   return velt::test::Fails(velt::test::Lock::kWriteLock) ? velt::test::kFailure : real(lock);
 }
 
-// A failing release does release: a lock that stays held would end the test.
+// A release that fails has released the lock all the same: the test could not go on with a held one.
 VELT_INTERPOSED int pthread_rwlock_unlock(pthread_rwlock_t* lock) noexcept {
   static auto* const real = velt::test::Real<velt::test::RwFunction>("pthread_rwlock_unlock");
   int const result = real(lock);
@@ -112,8 +112,7 @@ VELT_INTERPOSED int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
   return velt::test::Fails(velt::test::Lock::kMutexLock) ? velt::test::kFailure : real(mutex);
 }
 
-// One that finds the lock taken does not count: who tries goes on, and comes here or to pthread_mutex_lock
-// again.
+// A try that finds the lock taken is not counted: its caller tries again, here or with pthread_mutex_lock.
 VELT_INTERPOSED int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
   static auto* const real = velt::test::Real<velt::test::MutexFunction>("pthread_mutex_trylock");
   static auto* const unlock = velt::test::Real<velt::test::MutexFunction>("pthread_mutex_unlock");

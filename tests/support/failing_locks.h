@@ -29,7 +29,8 @@ class Failing {
   Lock lock_;
 };
 
-// The same for a thread that ends the failing by itself: once, `lock` fails in the first-th call from now on.
+// The same without an object: in this thread the first-th call of `lock` from now on fails, and only that
+// one.
 void FailOnce(Lock lock, int first_failing);
 
 // Runs `run` once, in this thread, before the next lock of a mutex in this thread.

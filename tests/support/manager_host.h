@@ -132,7 +132,7 @@ class ManagerHost {
     return Records(prefix);
   }
 
-  // Waits until the family's file is open, so that what follows cannot share its second by accident.
+  // Waits until the family's file is open. A test that then waits for the next second gets another file name.
   bool WaitForFile(std::string const& prefix = "host_") const {
     return WaitUntil([&] { return Text(prefix).find("Thread handle output string") != std::string::npos; });
   }

@@ -24,7 +24,7 @@ namespace velt::test {
 inline constexpr std::size_t kLongestWrite = 2'097'152;
 inline constexpr std::size_t kLineHeadLength = 27;  // of kLineHead
 
-// Takes the place of standard output behind std::cout, and counts flushes.
+// Replaces the buffer behind std::cout, keeps the text and counts flushes.
 class CoutToText : public std::streambuf {
  public:
   CoutToText() : before_(std::cout.rdbuf(this)) {}
@@ -101,7 +101,8 @@ inline OutDataUnit* WithoutStamp(OutDataUnit* rec) {
 
 class OutputTest : public ::testing::Test {
  protected:
-  // A channel with an open file, in a process that has seen a record of the 15th.
+  // A channel with an open file. The process has seen a record of the 15th, so no day line comes before the
+  // next.
   VeltDebugInfo& Open() {
     OpenUnprepared();
     SeeDay("2026-11-15 00:00:00.000000");

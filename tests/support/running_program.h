@@ -84,7 +84,7 @@ class Descriptor {
   Descriptor(Descriptor const&) = delete;
   Descriptor& operator=(Descriptor const&) = delete;
 
-  operator int() const { return number_; }  // NOLINT(google-explicit-constructor): stands for its number
+  operator int() const { return number_; }  // NOLINT(google-explicit-constructor): used as its number
   void Close() {
     if (number_ >= 0) close(number_);
     number_ = -1;

@@ -1,4 +1,4 @@
-// The datagram socket of a syslog daemon that a test plays.
+// A datagram socket on which a test is the syslog daemon.
 #ifndef VELT_TESTS_SUPPORT_SYSLOG_DAEMON_H
 #define VELT_TESTS_SUPPORT_SYSLOG_DAEMON_H
 
@@ -19,7 +19,7 @@
 
 namespace velt::test {
 
-// The socket of a daemon; gone, with its path, at the end.
+// The socket of a daemon; the destructor closes it and removes its path.
 class SyslogDaemon {
  public:
   explicit SyslogDaemon(std::string path)
@@ -47,21 +47,21 @@ class SyslogDaemon {
     return datagram;
   }
 
-  // From the tag on, "I: text"; what came instead when it is no message of the engine's.
+  // The next message from its tag on, "I: text"; the whole datagram if it is not a message of the engine.
   std::string Text(std::chrono::milliseconds limit = std::chrono::milliseconds(60'000)) const {
     std::string const datagram = Receive(limit).value_or("nothing");
     std::size_t const tag = datagram.find(" net ");
     return tag == std::string::npos ? datagram : datagram.substr(tag + 5);
   }
 
-  // The next `count` of these, or fewer when none comes any more: the last is then "nothing".
+  // The next `count` of these. When no more come the list is shorter and ends in "nothing".
   std::vector<std::string> Texts(std::size_t count) const {
     std::vector<std::string> texts;
     while (texts.size() < count && (texts.empty() || texts.back() != "nothing")) texts.push_back(Text());
     return texts;
   }
 
-  // Everything that is in the receive queue, but for notices of dropped records.
+  // The records in the receive queue, without the notices of dropped records.
   std::vector<std::string> RecordsWaiting() const {
     std::vector<std::string> texts;
     for (std::string text = Text(std::chrono::milliseconds(0)); text != "nothing";

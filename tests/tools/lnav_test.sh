@@ -64,7 +64,7 @@ trace() {  # module, level, count
 
 with_format "$format" -C || fail 'the format or one of its samples does not hold'
 
-# A check that passes whatever it is given would say nothing.
+# The check must fail on a wrong format.
 sed 's/"level": "critical" }/"level": "warning" }/' "$format" >"$scratch/wrong.json"
 ! cmp -s "$format" "$scratch/wrong.json" || fail 'no sample of a critical record'
 ! with_format "$scratch/wrong.json" -C >/dev/null 2>&1 || fail 'a sample of the wrong level is not noticed'
@@ -104,7 +104,7 @@ year=$(basename "${plain[0]}" | cut -c 8-11)
 expect 'years' "year
 $year" "$(query "SELECT DISTINCT strftime('%Y', log_time) AS year FROM veltbaseutil_log")"
 
-# The pipe traces from one thread, its first: thread of the records and process of the first line are one number.
+# veltpipe traces from its main thread: the thread id of the records is the process id of the first line.
 expect 'threads' 'count(*)
 5' "$(query 'SELECT count(*) FROM veltbaseutil_log AS head WHERE head.pid IN
       (SELECT DISTINCT CAST(thread AS INTEGER) FROM veltbaseutil_log WHERE thread IS NOT NULL)')"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Compares the manual pages with the programs: every option of --help is in the page and the other way round, every
-# word for a finding is explained, and what the pages and the operators' table say of the limits is what veltcfg knows.
+# word for a finding is explained, and the limits in the pages and in the operators' table are those of veltcfg.
 #
 #   man_test.sh SOURCE_DIRECTORY DIRECTORY_OF_PROGRAMS
 #
@@ -74,7 +74,7 @@ same 'limits of veltcfg and velt.cfg.5' "$limits" "$(limits_of_page)"
 same 'limits of veltcfg and operations.md' "$limits" "$(limits_of_table)"
 same 'limits of veltcfg and the example' "$limits" "$(limits_of_example)"
 
-# The example has every key, and is clean.
+# The example has every key, and veltcfg finds nothing in it.
 APP_ROOT=$source_directory/examples "$programs/veltcfg" >"$scratch/report" ||
   complain "veltcfg finds fault with examples/conf: $(sed -n '/^Findings/,$p' "$scratch/report")"
 grep -q '^Findings: none$' "$scratch/report" || complain 'veltcfg has notes on examples/conf'
@@ -84,7 +84,7 @@ if command -v mandoc >/dev/null; then
   for page in "$pages"/*; do
     warnings=$(mandoc -Tlint -Wwarning "$page") || true
     [[ -z $warnings ]] || complain "$warnings"
-    # A quote within quotes is a macro that has taken in the ones behind it.
+    # A quote within quotes: a macro has taken the macros behind it as its arguments.
     if nested=$(mandoc -Tutf8 "$page" | col -b | grep -E "‘[^’]*‘|’’"); then
       complain "${page##*/} has quotes within quotes: $nested"
     fi

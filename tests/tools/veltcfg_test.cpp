@@ -231,7 +231,7 @@ TEST_F(VeltcfgTest, AFileOfTheHostWithoutAnInstallationIsReadAlone) {
   EXPECT_THAT(outcome.out, HasSubstr("  nMaxFileNum             7 channels"));
   EXPECT_THAT(outcome.out, HasSubstr("  nFiltLogBufSize         100 records  (default)"));
   EXPECT_THAT(outcome.out, HasSubstr("[second-not-read]"));
-  EXPECT_THAT(outcome.out, Not(HasSubstr("[overridden]"))) << "nothing of velt.cfg would count anyhow";
+  EXPECT_THAT(outcome.out, Not(HasSubstr("[overridden]"))) << "no item of velt.cfg would have an effect";
 }
 
 TEST_F(VeltcfgTest, ADirectoryInPlaceOfTheFileIsExitCodeTwo) {
@@ -259,7 +259,8 @@ TEST_F(VeltcfgTest, APipeInPlaceOfEitherFileIsExitCodeTwoAndDoesNotHang) {
   EXPECT_THAT(second.out, HasSubstr("may wait without end"));
 }
 
-// Of the root user too: without these two capabilities its accesses are checked like anybody's.
+// From here on permissions hold for root, too: without these two capabilities its accesses are checked as any
+// user's.
 void ObeyPermissions() {
   prctl(PR_CAPBSET_DROP, 1 /* CAP_DAC_OVERRIDE */);
   prctl(PR_CAPBSET_DROP, 2 /* CAP_DAC_READ_SEARCH */);

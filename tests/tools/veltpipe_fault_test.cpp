@@ -70,7 +70,7 @@ TEST(VeltpipeSignalTest, ASignalBetweenRotationsLosesNothingThatWasRead) {
   EXPECT_EQ(FirstDifference(Lines(text.substr(0, read)), Traced(scratch / "logs")), "");
 }
 
-// Whether the program has got as far as receiving signals instead of dying of them.
+// Whether the program receives signals by now: before that they would end it.
 bool ReceivesSignals(RunningProgram const& program) {
   std::error_code gone;  // a descriptor may be closed between two looks
   for (auto const& entry :
@@ -181,14 +181,14 @@ TEST(VeltpipeFaultTest, ARecordThatAFullQueueRefusesIsTriedAgain) {
   RunningProgram program(Command(scratch / "logs", {"--print", "--stats"}), {input.read, output.write, err});
   input.read.Close();
   output.write.Close();
-  std::size_t lines = 127000;  // just fit into the queue, while standard output is not read
+  std::size_t lines = 127000;  // these just fit into the queue while standard output is not read
   WriteAll(input.write, std::string(lines, '\n'));
   auto limit = milliseconds(60'000);
   while (lines < 140000 && WaitUntil([&input] { return IsDrained(input.write); }, limit)) {
     lines += 100;
     WriteAll(input.write, std::string(100, '\n'));
     if (lines > 127200)
-      limit = milliseconds(2500);  // what is read is traced at once by now; a refusal takes a second
+      limit = milliseconds(2500);  // by now a line that is accepted is read at once; a refusal takes a second
   }
 
   input.write.Close();
@@ -220,8 +220,8 @@ TEST(VeltpipeFaultTest, OnAStallRecordsAreDroppedAndCountedAndTheInputIsReadOn) 
   input.read.Close();
   output.write.Close();
 
-  WriteAll(input.write,
-           std::string(400'000, '\n'));  // three times the queue, while standard output is not read
+  // Three times the queue, while standard output is not read.
+  WriteAll(input.write, std::string(400'000, '\n'));
   input.write.Close();
   std::string printed;
   ReadOn(output.read, printed, std::string::npos);
@@ -268,8 +268,7 @@ TEST(VeltpipeFaultTest, AFileThatTookNoMoreForAWhileCostsTheRecordsOfThatWhileAn
                          LimitFileSize);
   output.write.Close();
   std::string printed;
-  ASSERT_TRUE(ReadOn(output.read, printed, 600000))
-      << "twice what the file takes has been through the output thread";
+  ASSERT_TRUE(ReadOn(output.read, printed, 600000)) << "twice what the file takes";
   rlimit limit{};
   ASSERT_EQ(prlimit(program.Pid(), RLIMIT_FSIZE, nullptr, &limit), 0);
   limit.rlim_cur = limit.rlim_max;

@@ -14,7 +14,8 @@ namespace {
 
 using testing::HasSubstr;
 
-// With calls that fail by rule, see tests/faults/shim/environment.cpp. After so many seconds it gets SIGTERM.
+// Runs veltpipe with calls that fail as `rules` say (tests/faults/shim/shim.h). It gets SIGTERM after
+// `seconds`.
 Outcome TraceWith(std::string const& rules, std::string const& directory, std::string const& seconds = "2") {
   return RunProgram(
       {"/usr/bin/env", "LD_PRELOAD=" VELT_FAULT_SHIM, "VELT_SHIM=" + rules, "/usr/bin/timeout", "-s", "TERM",

@@ -50,7 +50,7 @@ class Terminal {
 
   Descriptor& Slave() { return slave_; }
 
-  // Everything until now; what a terminal adds to a newline is taken away again.
+  // Everything until now, without the carriage return that a terminal adds to a newline.
   std::string const& Text() {
     char block[4096];
     for (ssize_t count = 0; (count = read(master_, block, sizeof block)) > 0;)
@@ -63,7 +63,7 @@ class Terminal {
     return WaitUntil([&] { return Text().find(text) != std::string::npos; });
   }
 
-  // The states of the line, one after the other.
+  // Each text that the progress line showed, in order.
   std::vector<std::string> States() {
     std::vector<std::string> states;
     std::string state;
@@ -206,7 +206,7 @@ TEST_F(VeltpipeTerminalTest, ATerminalThatIsHeldDoesNotHoldTheLog) {
   EXPECT_THAT(ReadFamily(scratch.Path(), "t_"), HasSubstr("app I: one\n"));
 }
 
-// The program runs as a job of its own behind a shell that keeps the terminal.
+// Runs in the child: makes the program a background job, while a shell has the terminal.
 void StandBehind() {
   setsid();
   ioctl(STDERR_FILENO, TIOCSCTTY, 0);

@@ -17,8 +17,8 @@ constexpr std::size_t kBlockBytes = 65536;
 // never).
 void WaitForEither(int descriptor, int stop_descriptor, int milliseconds) {
   std::array<pollfd, 2> waited{{{descriptor, POLLIN, 0}, {stop_descriptor, POLLIN, 0}}};
-  (void)poll(waited.data(), waited.size(),
-             milliseconds);  // whatever ended the wait, the caller checks both
+  // The result is not needed: the caller checks both descriptors.
+  (void)poll(waited.data(), waited.size(), milliseconds);
 }
 
 bool IsTemporary(int reason) { return reason == EINTR || reason == EAGAIN || reason == EWOULDBLOCK; }

@@ -65,7 +65,7 @@ void Apply(Rule& rule, std::string const& word, std::string& path) {
   }
 }
 
-// Takes the part of `text` before the next `mark` off its head.
+// Removes the beginning of `text`, up to the next `mark`, and returns it.
 std::string Take(std::string& text, char mark) {
   std::size_t const end = text.find(mark);
   std::string part = text.substr(0, end);

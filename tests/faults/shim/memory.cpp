@@ -1,4 +1,4 @@
-// Wrappers of what allocates. Under a sanitizer, which has allocators of its own, only of operator new.
+// Wrappers of allocation functions. With a sanitizer, which replaces malloc itself, only of operator new.
 #include <cerrno>
 #include <cstdlib>
 #include <new>
@@ -21,7 +21,7 @@ bool Fails(Call call) {
 }  // namespace
 
 #if !VELT_ADDRESS_SANITIZER && !VELT_THREAD_SANITIZER
-// The C library's own under their other names: looking them up would allocate.
+// Other names of the C library's functions: looking the usual ones up at run time would allocate.
 // NOLINTBEGIN(bugprone-reserved-identifier): names that the C library gives
 extern "C" void* __libc_malloc(size_t size);
 extern "C" void* __libc_calloc(size_t count, size_t size);

@@ -17,7 +17,7 @@ Function* Next(char const* name) {
 
 }  // namespace velt::shim
 
-// The wrappers are what the program and its libraries shall find.
+// Exported, so that the program and its libraries use the wrappers.
 #define VELT_SHIM_EXPORT extern "C" __attribute__((visibility("default")))
 
 #endif

@@ -1,4 +1,4 @@
-// The rules of the shim: which calls they meet, and what becomes of those.
+// The rules of the shim: which calls they match, and what happens to these.
 #include <fnmatch.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -23,9 +23,8 @@ constexpr std::size_t kMostRules = 16;
 constexpr std::size_t kLongestPath = 512;
 constexpr long kAnyThread = 0;
 
-// A slot is filled before `used` is stored, so that readers need no lock, which calls in the middle of an
-// allocation could not take. After ClearRules it is filled again, perhaps under a call that still looks at
-// it.
+// A slot is filled before `used` is stored, so that readers need no lock: a call inside an allocation could
+// not take one. After ClearRules a slot may be filled again while a call still reads it.
 struct Slot {
   std::atomic<bool> used{false};
   std::atomic<Call> call{Call::kCalls};
@@ -135,7 +134,7 @@ Verdict Ask(Call call, char const* path) {
         while (slot.used.load(std::memory_order_acquire)) Wait(1);
         break;
       case Action::kStop:
-        // To this very thread, which then stops before it leaves the call.
+        // Sent to this thread, which then stops before it returns from the call.
         (void)syscall(SYS_tgkill, getpid(), syscall(SYS_gettid), SIGSTOP);
         break;
     }

@@ -1,4 +1,4 @@
-// Stands between a program and the system's functions, and makes chosen calls fail, come up short, wait or
+// Wraps the system's functions for a program, and makes chosen calls fail, write less than asked, wait or
 // stop.
 //
 // Linked into a program, its functions take the place of the system's for the whole program, the C++ library
@@ -70,10 +70,10 @@ struct Opens {
 void WatchOpens(char const* pattern);  // fnmatch pattern over the whole path, kept by the caller; null: none
 Opens WatchedOpens();                  // since then
 
-// What the wrappers tell.
+// Called by the wrappers for each open.
 void NoteOpen(char const* path, bool close_on_exec);
 
-// What the wrappers ask.
+// What a wrapper is to do with its call.
 struct Verdict {
   bool fail = false;
   bool half = false;
@@ -86,7 +86,7 @@ inline bool Watched(Call call) {
 Verdict Ask(Call call, char const* path);  // delays and stops here
 Verdict AskDescriptor(Call call, int descriptor);
 
-// Restores what VELT_SHIM asks for, once; the preloaded library does so when it is loaded.
+// Adds the rules of VELT_SHIM, once; the preloaded library does so when it is loaded.
 void ReadEnvironment();
 
 }  // namespace velt::shim

@@ -4,7 +4,7 @@
 #include "tests/faults/shim/next.h"
 #include "tests/faults/shim/shim.h"
 
-// clang's sanitizers have a pthread_create of their own in the program, and lose sight of threads without it.
+// clang's sanitizers put their own pthread_create into the program, and need it to know of threads.
 #ifdef __clang__
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 #define VELT_SHIM_WITHOUT_THREADS 1

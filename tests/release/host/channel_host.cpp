@@ -1,4 +1,4 @@
-// A host that uses a channel without the manager, and traces in a forked child: that is refused there.
+// A host that uses a channel without the manager. Its forked child traces, too, which must be refused.
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -1,11 +1,10 @@
-// A plug-in as its author would write it: linked with the library, loaded by a program that knows nothing of
-// it.
+// A plug-in as its author would write it: linked with the library, and loaded by a program that is not.
 #include <bitset>
 #include <string>
 
 #include "velt/manager.h"
 
-// What a thread does at its very end still reaches the log.
+// Traces in a destructor at the thread's end; the record must be in the log.
 struct LastWord {
   int thread = 0;
   ~LastWord() { VeltDebugMgr::Instance()->Printf(VeltLogLevel{3}, "thread %d ends", thread); }
