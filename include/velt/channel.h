@@ -81,7 +81,7 @@ struct VeltTraceCounts {
   uint64_t accepted;  // queued for the output thread, or taken out of the ring to be written
   uint64_t refused;  // the call returned false: queue full, not started, forked child, bad input; or it threw
   uint64_t written;  // whole in a log file
-  uint64_t printedOnly;  // went to standard output and, as asked, to no file
+  uint64_t printedOnly;  // handed to standard output, whatever that does with it, and to no file, as asked
   uint64_t lost;    // accepted, but refused by the device, dealt with while no file was open, or without text
   uint64_t queued;  // accepted and not yet dealt with
   uint64_t inRing;  // kept in the ring now

@@ -1,5 +1,6 @@
 // What a channel counts: every record once, as what became of it.
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -91,6 +92,22 @@ TEST_F(CountsTest, PrintedRecordsCountOnceAsWrittenWhenTheyAreLoggedToo) {
   EXPECT_EQ(now.accepted, 3U);
   EXPECT_EQ(now.printedOnly, 2U);
   EXPECT_EQ(now.written, 1U);
+}
+
+TEST_F(CountsTest, WhetherStandardOutputTakesAPrintedRecordIsNotLookedAt) {
+  int const standard_output = dup(1);
+  close(1);
+  Start();
+  bool const accepted = Trace(true, false);
+
+  VeltTraceCounts const now = Quiet();
+  dup2(standard_output, 1);
+  close(standard_output);
+
+  EXPECT_TRUE(accepted);
+  EXPECT_EQ(now.accepted, 1U);
+  EXPECT_EQ(now.printedOnly, 1U);
+  EXPECT_EQ(now.lost, 0U);
 }
 
 TEST_F(CountsTest, EveryCallThatIsRefusedCounts) {
