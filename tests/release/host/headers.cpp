@@ -3,6 +3,7 @@
 #include "velt/config.h"
 #include "velt/export.h"
 #include "velt/manager.h"
+#include "velt/problem.h"
 #include "velt/process.h"
 #include "velt/types.h"
 
