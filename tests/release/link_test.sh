@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Every way in which a host links the library, with velt/log.h and without: found by CMake or by pkg-config where it is
-# installed, as a part of the host's own build by add_subdirectory and by the README's lines for FetchContent; each
-# shared and static. Each host is built and run. The headers hold under a host's strict warnings in each language standard, and without exceptions and
-# run-time types. In the end the installed files are uninstalled.
+# installed; as a part of the host's own build, by add_subdirectory and by the README's lines for FetchContent; each
+# shared and static. Each host is built and run. The headers hold under a host's strict warnings in each language
+# standard, and without exceptions and run-time types. In the end the installed files are uninstalled.
 #
 #   link_test.sh SOURCE_DIRECTORY BUILD_DIRECTORY COMPILER...    the build directory is one of the shared library
 set -euo pipefail
