@@ -12,9 +12,10 @@ namespace velt {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using std::chrono::microseconds;
 
-constexpr std::chrono::microseconds kShortestPause(50);
-constexpr std::chrono::microseconds kLongestPause(2000);
+constexpr microseconds kShortestPause(50);
+constexpr microseconds kLongestPause(2000);
 constexpr std::chrono::seconds kWithoutProgress(1);
 
 pthread_mutex_t live_lock = PTHREAD_MUTEX_INITIALIZER;  // never destroyed: used until the process has ended
@@ -37,7 +38,7 @@ class LiveLock {
   bool locked_;
 };
 
-void Pause(std::chrono::microseconds length) {
+void Pause(microseconds length) {
   timespec const rest{0, static_cast<long>(length.count() * 1000)};
   (void)nanosleep(&rest, nullptr);  // if it ends early, the caller checks once more
 }
@@ -45,13 +46,16 @@ void Pause(std::chrono::microseconds length) {
 // Pauses that grow: a short wait ends soon, and a long one takes little time of the processor.
 class Pauses {
  public:
-  void Take() {
-    Pause(next_);
-    next_ = std::min(next_ * 2, kLongestPause);
+  // Returns how long the pause was meant to be.
+  microseconds Take() {
+    microseconds const length = next_;
+    Pause(length);
+    next_ = std::min(length * 2, kLongestPause);
+    return length;
   }
 
  private:
-  std::chrono::microseconds next_ = kShortestPause;
+  microseconds next_ = kShortestPause;
 };
 
 // Whether live channels still have to write what the flush waits for, and how far these are. Under live_lock.
@@ -93,15 +97,17 @@ Progress LookAtLiveChannels() {
   SetTargets();
   Pauses pauses;
   std::uint64_t steps = 0;
-  Clock::time_point moved_at = Clock::now();
+  // Counted in pauses, not by a clock: on a busy machine the output threads may have had no processor for a
+  // second, and the pauses of this thread then take as much longer.
+  microseconds without_progress(0);
   for (Progress now = LookAtLiveChannels(); now.pending; now = LookAtLiveChannels()) {
     if (now.steps != steps) {
       steps = now.steps;
-      moved_at = Clock::now();
-    } else if (Clock::now() - moved_at > kWithoutProgress) {
+      without_progress = microseconds(0);
+    } else if (without_progress > kWithoutProgress) {
       return;
     }
-    pauses.Take();
+    without_progress += pauses.Take();
   }
 }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -259,6 +260,7 @@ class SetBackUnderLoadTest : public ClockTest {
 
   void StartLoad(unsigned keep) {
     SetClock(kNoon);
+    started_ = std::chrono::steady_clock::now();
     Start(kRecords, {"producers=4", "pause_us=0", "max_bytes=" + std::to_string(kFileBytes),
                      "keep=" + std::to_string(keep)});
     ASSERT_TRUE(WaitForCreation("20260707_1200"));
@@ -266,31 +268,39 @@ class SetBackUnderLoadTest : public ClockTest {
   std::size_t Files() const {
     return test::FilesOf(dir / "logs", "t_", ".log").size() + test::FilesOf(dir / "logs", "t_", ".gz").size();
   }
-  void SetBack(std::time_t step) {
+  // What the host's clock shows.
+  std::time_t Clock() const {
+    auto const passed = std::chrono::steady_clock::now() - started_;
+    return kNoon + std::chrono::duration_cast<std::chrono::seconds>(passed).count();
+  }
+  void WaitForFiles() const {
     ASSERT_TRUE(test::WaitUntil([this] { return Files() >= 3; }));
-    SetClock(kNoon - step);
   }
 
+  std::chrono::steady_clock::time_point started_;
   static constexpr std::time_t kNoon = kGap + 100 * kDay + 9 * kHour;  // 2026-07-07 12:00:00 in Berlin
 };
 
 TEST_F(SetBackUnderLoadTest, TenSecondsBackEveryRecordIsThereInItsOrder) {
   StartLoad(1'000);
-  SetBack(10);
+  WaitForFiles();
+  SetClock(kNoon - 10);
   auto const times = Finish(true, kFileBytes);
   EXPECT_GE(Created(times, "20260707_1159"), 2U);
 }
 
 TEST_F(SetBackUnderLoadTest, AnHourBackEveryRecordIsThereInItsOrder) {
   StartLoad(1'000);
-  SetBack(kHour - 5);  // an hour, less what the names may be ahead of the clock
+  WaitForFiles();
+  SetClock(Clock() - kHour + 5);  // an hour, less what the names may be ahead of the clock
   auto const times = Finish(true, kFileBytes);
   EXPECT_GE(Created(times, "20260707_1100"), 2U);
 }
 
 TEST_F(SetBackUnderLoadTest, AYearBackEveryRecordIsThereAndNamesStartOver) {
   StartLoad(1'000);
-  SetBack(365 * kDay);
+  WaitForFiles();
+  SetClock(kNoon - 365 * kDay);
   auto const times = Finish(false, kFileBytes);
   EXPECT_GE(Created(times, "20250707_1200"), 2U);
   EXPECT_EQ(Created(times, "20250707_1200"), Named(times, "20250707_1200"));
@@ -298,7 +308,8 @@ TEST_F(SetBackUnderLoadTest, AYearBackEveryRecordIsThereAndNamesStartOver) {
 
 TEST_F(SetBackUnderLoadTest, ThePruningStillDeletesTheOldestByCreation) {
   StartLoad(3);
-  SetBack(10);
+  WaitForFiles();
+  SetClock(kNoon - 10);
   EXPECT_EQ(host->Wait(), 0);
 
   checker::Expectation expected;

@@ -292,7 +292,8 @@ TEST_P(ManyThreadsTest, EveryRecordOfEveryThreadIsThereInItsOrder) {
   ExpectCounted(counts, report);
   EXPECT_EQ(report.called, std::size_t{producers_.producers} * producers_.records);
   EXPECT_EQ(report.found + report.refused, report.called);
-  EXPECT_LT(Milliseconds(producers.LongestCall()), (kWait + kSlack).count());
+  milliseconds const turns(20 * GetParam());  // of the others, on a processor that all of them share
+  EXPECT_LT(Milliseconds(producers.LongestCall()), (kWait + kSlack + turns).count());
   Figure({{"threads", GetParam()},
           {"records_verified", static_cast<long long>(report.found)},
           {"refused", static_cast<long long>(report.refused)},
