@@ -69,15 +69,23 @@ inline void WriteCounts(std::string const& directory, unsigned run, VeltTraceCou
       << counts.lost << ' ' << counts.queued << '\n';
 }
 
+// Of one run; it must have left them.
+inline VeltTraceCounts ReadCounts(std::string const& directory, unsigned run) {
+  VeltTraceCounts counts{};
+  std::ifstream in(directory + "/counts." + std::to_string(run));
+  in >> counts.accepted >> counts.refused >> counts.written >> counts.printedOnly >> counts.lost >>
+      counts.queued;
+  EXPECT_TRUE(in) << run;
+  ExpectSum(counts);
+  return counts;
+}
+
 // The sums of all runs that have left theirs.
 inline VeltTraceCounts ReadCounts(std::string const& directory) {
   VeltTraceCounts sum{};
   for (auto const& name : test::FilesOf(directory, "counts.", "")) {
-    VeltTraceCounts one{};
-    std::ifstream in(directory + "/" + name);
-    in >> one.accepted >> one.refused >> one.written >> one.printedOnly >> one.lost >> one.queued;
-    EXPECT_TRUE(in) << name;
-    ExpectSum(one);
+    auto const run = static_cast<unsigned>(std::stoul(name.substr(name.rfind('.') + 1)));
+    VeltTraceCounts const one = ReadCounts(directory, run);
     sum.accepted += one.accepted;
     sum.refused += one.refused;
     sum.written += one.written;

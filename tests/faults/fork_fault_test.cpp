@@ -65,8 +65,8 @@ constexpr int kHungOfAThousand = VELT_ADDRESS_SANITIZER ? 10 : 0;
 
 VeltDebugMgr& Manager() { return *VeltDebugMgr::Instance(); }
 
-// In 12 ms each producer writes one record: of a family that is less than 600 kB a second, so that its files
-// of 1 MB never share a second. Meanwhile the threads trace filtered records as fast as they can.
+// In 12 ms each producer writes one record: of a family that is less than 600 kB a second. Meanwhile the
+// threads trace filtered records as fast as they can.
 faults::TraceCall Busy(faults::TraceCall const& trace) {
   return [trace](std::string const& text) {
     auto const begin = Clock::now();

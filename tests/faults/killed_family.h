@@ -12,19 +12,16 @@
 #include <csignal>
 #include <cstdlib>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/checker/outcomes.h"
 #include "tests/checker/report.h"
+#include "tests/faults/counted.h"
 #include "tests/faults/host.h"
 #include "tests/support/files.h"
 #include "tests/support/process.h"
 
 namespace velt::faults {
-
-// After less than this a restarted host may find its last file's name to be the current second.
-inline constexpr std::chrono::milliseconds kBetweenRestarts(1'100);
 
 class KilledFamily {
  public:
@@ -101,17 +98,14 @@ class KilledFamily {
     return true;
   }
 
-  // A run of its own that traces some records and ends; at least a second after the one before it.
+  // A run of its own that traces some records and ends.
   bool RunInOrder(unsigned records) {
-    WaitBeforeRestart();
     Start({"records=" + std::to_string(records)}, "");
     return test::WaitUntil([this] {
       LinkNow();
       return HasEnded();
     });
   }
-
-  static void WaitBeforeRestart() { std::this_thread::sleep_for(kBetweenRestarts); }
 
   void LinkNow() const { LinkLogs(directory_, "t_", witness_); }
 
@@ -125,6 +119,14 @@ class KilledFamily {
     expected.killed = true;
     expected.headless_allowed = true;
     return Check(expected, checker::ReadOutcomes(side_));
+  }
+
+  // The counts of the last run, which ended in order, and what it left of its records.
+  void ExpectLastRunCounted(checker::Report const& report, unsigned producers) const {
+    unsigned const run = next_run_ - 1;
+    std::size_t found = 0;
+    for (unsigned i = 0; i < producers; ++i) found += report.found_of.at({run, i});
+    ExpectCounts(ReadCounts(side_, run), found, 0, found);
   }
 
   // How many records that were in the files of `before` are neither in those of `after` nor pruned.
