@@ -15,7 +15,7 @@ scripts/setup.sh jq strace faketime libfaketime
 jobs=$(nproc)
 out=build/campaign
 limit=${VELT_CAMPAIGN_LIMIT:-1200}  # seconds for one scenario
-export VELT_FAULT_SCALE=full
+export VELT_FAULT_SCALE=${VELT_FAULT_SCALE:-full}  # "small" tries this script out
 
 rm -rf "$out"
 mkdir -p "$out"
@@ -23,6 +23,8 @@ mkdir -p "$out"
 # Scenarios that run in the release build only: those that kill a host a thousand times, or preload a library that sets
 # the clock.
 only_release='^(kill|clock)_test(_zlib)?$'
+# What traces as fast as the machine can runs by itself, after the others.
+alone='^unpaced_test$'
 
 build() {  # PRESET
   printf '== build %s\n' "$1"
@@ -55,7 +57,7 @@ run_one() {
   echo "== $result" >>"$log"
   echo "$result $preset $program $test" >>"$out/results"
   case $result in
-    passed) sed -nE "s|^FIGURE (.*)|$preset,$test,\1|p" "$log" >>"$out/figures.csv" ;;
+    passed) sed -nE "s|^FIGURE (.*)|$preset,$program,$test,\1|p" "$log" >>"$out/figures.csv" ;;
     skipped) printf 'SKIPPED %s %s: %s\n' "$preset" "$test" "$(grep -A1 -m1 'Skipped$' "$log" | tail -n 1)" ;;
     failed)
       printf 'FAILED %s %s\n' "$preset" "$test"
@@ -76,17 +78,19 @@ for name in "${chosen[@]}"; do
   grep -q "^release $name " <<<"$(scenarios release)" || { echo "no scenarios $name in tests/faults" >&2; exit 2; }
 done
 build asan
-echo 'build,scenario,figures' >"$out/figures.csv"
+echo 'build,program,scenario,figures' >"$out/figures.csv"
 : >"$out/results"
 for preset in release asan; do
   start=$SECONDS
+  list=$(scenarios "$preset")
   # Three scenarios per core, since they mostly wait.
-  scenarios "$preset" | xargs -r -P $((jobs * 3)) -L 1 bash -c 'run_one "$@"' run_one
+  awk -v alone="$alone" '$2 !~ alone' <<<"$list" | xargs -r -P $((jobs * 3)) -L 1 bash -c 'run_one "$@"' run_one
+  awk -v alone="$alone" '$2 ~ alone' <<<"$list" | xargs -r -L 1 bash -c 'run_one "$@"' run_one
   printf '== scenarios, %s (%d s)\n' "$preset" $((SECONDS - start))
 done
 
 echo
-awk -F, 'NR > 1 { printf "%-8s %-100s %s\n", $1, $2, $3 }' "$out/figures.csv" | sort
+awk -F, 'NR > 1 { printf "%-8s %-28s %-100s %s\n", $1, $2, $3, $4 }' "$out/figures.csv" | sort
 passed=$(grep -c '^passed' "$out/results" || true)
 failed=$(grep -c '^failed' "$out/results" || true)
 skipped=$(grep -c '^skipped' "$out/results" || true)

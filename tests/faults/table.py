@@ -32,8 +32,8 @@ def figures_of_scenarios():
     with (CAMPAIGN / "figures.csv").open() as file:
         next(file)
         for line in file:
-            build, scenario, text = line.rstrip("\n").split(",", 2)
-            figures.setdefault((build, scenario), []).append(pairs(text))
+            build, program, scenario, text = line.rstrip("\n").split(",", 3)
+            figures.setdefault((build, program, scenario), []).append(pairs(text))
     return figures
 
 
@@ -70,7 +70,7 @@ def totals(results, figures):
     counts = Counter(outcome for outcomes in results.values() for outcome in outcomes.items())
     builds = [build for build in BUILDS if any(counts[build, one] for one in RESULTS)]
     sums = Counter()
-    for (build, _), lines in figures.items():
+    for (build, _, _), lines in figures.items():
         for name, value in (pair for line in lines for pair in line if pair[0] in SUMMED):
             sums[build, name] += int(value)
     scenarios = "; ".join(
@@ -94,7 +94,7 @@ def rows(results, figures):
         parameter = names[-1] if "." not in names[-1] else ""
         shown = words(case) + (f" ({parameter})" if parameter else "")
         outcome = ", ".join(f"{build} {builds[build]}" for build in sorted(builds, reverse=True))
-        both = cell(*(figures.get((build, scenario), []) for build in BUILDS))
+        both = cell(*(figures.get((build, program, scenario), []) for build in BUILDS))
         yield f"| {shown} | {outcome} | {both} |"
 
 
