@@ -1,4 +1,4 @@
-// Keeps a thread from being cancelled in the middle of what must end in order.
+// Keeps a thread from being cancelled in the middle of work that must be completed.
 #ifndef VELT_PLATFORM_NO_CANCELLATION_H
 #define VELT_PLATFORM_NO_CANCELLATION_H
 
@@ -6,7 +6,8 @@
 
 namespace velt {
 
-// While it lives the calling thread is not cancelled; it is at its next cancellation point after that.
+// While it lives the calling thread is not cancelled; a request takes effect at the next cancellation point
+// after that.
 class NoCancellation {
  public:
   NoCancellation() noexcept { changed_ = pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_) == 0; }

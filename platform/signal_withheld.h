@@ -1,4 +1,4 @@
-// Keeps a signal that the library's own write raises from the host.
+// Keeps from the host a signal that the library's own write raises.
 #ifndef VELT_PLATFORM_SIGNAL_WITHHELD_H
 #define VELT_PLATFORM_SIGNAL_WITHHELD_H
 
@@ -9,8 +9,8 @@
 
 namespace velt {
 
-// While it lives, `signal` is blocked in the calling thread; one that came meanwhile is gone afterwards. The
-// signal is meant to be SIGPIPE or SIGXFSZ, which the kernel sends to the thread that writes.
+// While it lives, `signal` is blocked in the calling thread; one that is raised meanwhile is discarded at the
+// end. The signal is meant to be SIGPIPE or SIGXFSZ, which the kernel sends to the thread that writes.
 class SignalWithheld {
  public:
   explicit SignalWithheld(int signal) noexcept {

@@ -36,8 +36,8 @@ void RemakeInChild() {
   ServiceWaitState::KeepInheritedInstance();
 }
 
-// The lock order is that of the rest of the library: idle nodes after thread objects. The other two are never
-// held with another.
+// The lock order is that of the rest of the library: idle nodes after thread objects. Elsewhere no lock
+// is taken while one of the other two is held.
 void BeforeFork() {
   LockThreadObjects();
   LockIdleNodes();

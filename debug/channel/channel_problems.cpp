@@ -27,7 +27,7 @@ void Tell(ProblemGate& gate, VeltProblemKind kind, std::string const& path, int 
 }
 
 // Makes the report that a problem has ended, unless `count`, of what failed, is 0. If that is too early, the
-// count is kept and a later call makes the report: else the last word would be that of the problem.
+// count is kept and a later call makes the report: else the last report would be that of the problem.
 template <typename Sentence>
 void TellEnd(ProblemGate& gate, VeltProblemKind kind, std::string const& path, std::uint64_t& count,
              Sentence const& sentence) {

@@ -49,7 +49,7 @@ std::uint64_t Accepted(ChannelState const& state) noexcept;
 // record that makes the output thread write the ring, and must not count in its place.
 std::uint64_t AcceptedByQueue(ChannelState const& state) noexcept;
 
-// Whether as many queued records have been dealt with.
+// Whether so many of the queued records have been dealt with.
 bool QueueDealtWith(ChannelState const& state, std::uint64_t records) noexcept;
 
 // VeltDebugInfo::Counts.

@@ -28,7 +28,7 @@ namespace {
 constexpr std::size_t kLongestDirectory = 4097;
 constexpr mode_t kArchiveMode = 0440;
 
-// Release when it ends: who sees it ended sees the archives as they are.
+// Its end is stored with release: a thread that sees it also sees the finished archives.
 class HousekeepingMark {
  public:
   explicit HousekeepingMark(ChannelState& state) : state_(state) {

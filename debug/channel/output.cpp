@@ -126,7 +126,7 @@ bool OpenFileUntilExit(ChannelState& state) {
 // NOLINTNEXTLINE(misc-no-recursion): one level deep, as fromDiscard sees to
 bool OutputRecord(ChannelState& state, OutDataUnit const& rec, bool fromDiscard, DealtWith dealtWith) {
   if (state.m_pFile != nullptr && rec.m_nLevel == 0 && !fromDiscard) OutputDiscardQueue(state);
-  if (state.m_pFile == nullptr) {  // none was open, or the channel ended in a rotation during the ring
+  if (state.m_pFile == nullptr) {  // none was open, or the channel ended while the ring was written
     dealtWith(state, rec, false);
     return false;
   }
@@ -139,7 +139,7 @@ bool OutputRecord(ChannelState& state, OutDataUnit const& rec, bool fromDiscard,
   bool has_file = true;
   if (rec.m_bLog) {
     whole = LogRecord(state, rec, line);
-    // Before a rotation, which may take long: whoever flushes need not wait for that.
+    // Before a rotation, which may take long, so that a flush need not wait for it.
     if (!rec.m_bPrint) dealtWith(state, rec, whole);
     has_file = RotateWhenOutgrown(state);
   }

@@ -8,7 +8,7 @@ namespace velt {
 
 struct ChannelState;
 
-// Is called once for each record, when it went where it was to go: all of it if `whole`.
+// Called once for each record when it has been dealt with; `whole` is whether all of it was written.
 using DealtWith = void (*)(ChannelState& state, OutDataUnit const& rec, bool whole);
 
 // Writes one record to the file and to standard output, as its flags say. Returns what
