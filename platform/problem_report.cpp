@@ -35,6 +35,7 @@ void WriteLine(std::string const& sentence) {
   pollfd error{STDERR_FILENO, POLLOUT, 0};
   if (poll(&error, 1, 0) != 1 || (error.revents & POLLOUT) == 0) return;
   SignalWithheld const sigpipe(SIGPIPE);
+  SignalWithheld const sigxfsz(SIGXFSZ);  // standard error may be a file at its size limit
   (void)!write(STDERR_FILENO, line.data(), line.size());
 }
 

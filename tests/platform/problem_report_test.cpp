@@ -1,10 +1,12 @@
 // Problem reports to a standard error that cannot take them.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -38,6 +40,24 @@ TEST(ProblemReportTest, AStandardErrorThatNobodyReadsAnyMoreDoesNotEndTheProcess
 
   EXPECT_EQ(outcome.signal, 0);
   EXPECT_EQ(outcome.exit_code, 21) << "no SIGPIPE is left pending for the host";
+}
+
+TEST(ProblemReportTest, AStandardErrorAtTheFileSizeLimitDoesNotEndTheProcess) {
+  Outcome const outcome = RunInChild([] {
+    setenv("VELT_PROBLEMS", "stderr", 1);
+    ReadProblemSetting();
+    std::FILE* const file = std::tmpfile();
+    if (file == nullptr || dup2(fileno(file), STDERR_FILENO) == -1) return 90;
+    rlimit const none{0, 0};
+    if (setrlimit(RLIMIT_FSIZE, &none) != 0) return 91;
+    TellOne();
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, SIGXFSZ) == 0 ? 24 : 25;
+  });
+
+  EXPECT_EQ(outcome.signal, 0);
+  EXPECT_EQ(outcome.exit_code, 24) << "no SIGXFSZ is left pending for the host";
 }
 
 TEST(ProblemReportTest, AStandardErrorThatIsFullDoesNotHoldTheCaller) {
