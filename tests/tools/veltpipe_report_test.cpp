@@ -22,6 +22,7 @@
 #include "tests/support/files.h"
 #include "tests/support/process.h"
 #include "tests/support/running_program.h"
+#include "tests/tools/veltpipe.h"
 
 namespace velt::test {
 namespace {
@@ -30,14 +31,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
-
-std::string const kProgram = std::string(VELT_TOOLS_DIR) + "/veltpipe";
-
-std::vector<std::string> Command(std::string const& directory, std::vector<std::string> const& options) {
-  std::vector<std::string> command{kProgram, "--name", "t_", "--dir", directory};
-  command.insert(command.end(), options.begin(), options.end());
-  return command;
-}
 
 void WriteText(Descriptor const& to, std::string const& text) {
   ASSERT_EQ(write(to, text.data(), text.size()), static_cast<ssize_t>(text.size()));
