@@ -70,8 +70,8 @@ class Module {
   Module& operator=(Module const&) = default;
   ~Module() = default;
 
-  // Registers the module with these sets, as VeltDebugMgr::RegSubModuleInfo does. For example:
-  // Register(UpTo(kWarning), kToFile).
+  // Registers the module with these sets, as VeltDebugMgr::RegSubModuleInfo does, also when the configuration
+  // has others for it. For example: Register(UpTo(kWarning), kToFile).
   //
   // Returns false before Init, for an empty name, and in a forked child. May throw std::bad_alloc.
   bool Register(std::bitset<32> levels, std::bitset<32> outputs) const {

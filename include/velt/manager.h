@@ -104,9 +104,9 @@ class VELT_EXPORT VeltDebugMgr {
   // Reads the debug configuration, registers its modules and opens the main channel.
   //
   // - `name`: the prefix of the channel's file names.
-  // - `cfgFile`: the configuration; empty or missing, the installation's own file is read.
-  // - `logDir`: the channel's directory, created if missing (one level, 0755); empty means
-  //   VeltGetDefaultLogPath().
+  // - `cfgFile`: the path of the configuration; if empty or missing, the installation's own file is read.
+  // - `logDir`: the channel's directory, with or without a '/' at its end, created if missing (one level,
+  //   0755); empty means VeltGetDefaultLogPath().
   // - `fileHeader`: written at the top of every file.
   // - `channelFlag`: no effect.
   // - `silent`: opens no channel. Trace then returns false, AppTrace true.
