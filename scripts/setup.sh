@@ -4,11 +4,11 @@
 #   setup.sh [--tests] [PACKAGE...]    --tests: and what the tests need; and these packages
 set -euo pipefail
 
-packages=(g++ cmake ninja-build pkg-config libace-dev zlib1g-dev libisal-dev libfmt-dev nlohmann-json3-dev libgtest-dev
-  libgmock-dev)
+packages=(g++ cmake ninja-build pkg-config dpkg-dev file libace-dev zlib1g-dev libisal-dev libfmt-dev nlohmann-json3-dev
+  libgtest-dev libgmock-dev)
 if [ "${1:-}" = --tests ]; then
   shift
-  packages+=(abigail-tools clang-format clang-tidy doxygen dpkg-dev file git jq libfaketime lintian lnav mandoc python3 rsyslog)
+  packages+=(abigail-tools clang-format clang-tidy doxygen git jq libfaketime lintian lnav mandoc python3 rsyslog)
 fi
 packages+=("$@")
 
