@@ -160,6 +160,7 @@ bool VeltDebugInfo::Flush(unsigned milliseconds) {
 }
 
 void VeltDebugInfo::SetQueueWait(unsigned milliseconds) {
+  if (m_pState->InheritedByFork()) return;  // the locks of the queues may have been taken at the fork
   m_pState->m_OutputQueue.SetWait(std::chrono::milliseconds(milliseconds));
   m_pState->m_DiscardQueue.SetWait(std::chrono::milliseconds(milliseconds));
 }

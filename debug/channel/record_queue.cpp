@@ -60,6 +60,14 @@ RecordQueue::RecordQueue() = default;
 
 void RecordQueue::SetWait(std::chrono::milliseconds wait) noexcept {
   wait_ms_.store(wait.count(), std::memory_order_relaxed);
+  QueueLock const guard(lock_);
+  if (!guard.locked()) return;
+  ACE_Time_Value const deadline = ACE_OS::gettimeofday() + ACE_Time_Value(wait);
+  for (Caller* caller = first_caller_; caller != nullptr; caller = caller->next) {
+    if (caller->deadline <= deadline) continue;
+    caller->deadline = deadline;
+    (void)caller->queued_cond.signal();  // it begins to wait again, until its new deadline
+  }
 }
 
 std::chrono::milliseconds RecordQueue::Wait() const noexcept {
@@ -97,14 +105,16 @@ bool RecordQueue::AppendWhenRoom_i(ACE_Message_Block* block, std::chrono::millis
     return false;
   }
   // The wait begins here, so that the time in which the caller made its record does not count.
-  ACE_Time_Value deadline = ACE_OS::gettimeofday() + ACE_Time_Value(wait);
+  ACE_Time_Value const deadline = ACE_OS::gettimeofday() + ACE_Time_Value(wait);
   NoCancellation const none;  // a cancelled caller would lose its record and stay counted as waiting
-  Caller caller{block, lock_};
+  Caller caller{block, lock_, deadline};
   (last_caller_ == nullptr ? first_caller_ : last_caller_->next) = &caller;
   last_caller_ = &caller;
   callers_wait_.store(true, std::memory_order_relaxed);
   while (!caller.queued) {
-    if (caller.queued_cond.wait(&deadline) != -1 || caller.queued) continue;
+    // A copy: ACE writes the value back after the wait, over one that SetWait has set meanwhile.
+    ACE_Time_Value const until = caller.deadline;
+    if (caller.queued_cond.wait(&until) != -1 || caller.queued) continue;
     if (errno == ETIME) errno = EWOULDBLOCK;
     RemoveCaller_i(caller);
     return false;

@@ -22,7 +22,8 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
  public:
   RecordQueue();
 
-  // How long EnqueueRecord and EnqueueEvicting wait for room; one second unless set. Any thread.
+  // How long EnqueueRecord and EnqueueEvicting wait for room; one second unless set. Callers that
+  // wait already wait no longer than that from now on. Any thread.
   void SetWait(std::chrono::milliseconds wait) noexcept;
 
   // Puts `block` at the end. Waits for room while the queue is at its water mark, except on the thread that
@@ -79,6 +80,7 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   struct Caller {
     ACE_Message_Block* const block;
     ACE_Condition_Thread_Mutex queued_cond;
+    ACE_Time_Value deadline;
     bool queued = false;  // set by the thread that made room and queued the block
     Caller* next = nullptr;
   };

@@ -231,7 +231,8 @@ class VELT_EXPORT VeltDebugInfo {
   bool Flush(unsigned milliseconds);
 
   // Sets how long a trace call waits for room in a full queue. The default is 1000; with 0 a full queue
-  // refuses at once. Any thread.
+  // refuses at once. A call that waits already waits no longer than that from then on. Any thread. Has no
+  // effect in a forked child.
   void SetQueueWait(unsigned milliseconds);
 
   // The directory of the channel's files, ending in '/'. Never changes.

@@ -2,6 +2,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -429,6 +430,25 @@ TEST_F(QueueWaitTest, ACallGetsRoomThatIsMadeWhileItWaits) {
   EXPECT_TRUE(Logged());
   opener.join();
   EXPECT_EQ(Quiet().refused, 0U);
+}
+
+TEST_F(QueueWaitTest, ThatIsShortenedEndsACallThatWaitsAlready) {
+  Start();
+  Fill();
+  channel_->SetQueueWait(4'000'000'000);
+  std::atomic<bool> ended{false};
+  std::thread caller([&] {
+    EXPECT_FALSE(Logged());
+    ended = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // usually it waits then; else it is refused
+
+  channel_->SetQueueWait(0);
+
+  EXPECT_TRUE(WaitUntil([&] { return ended.load(); }, std::chrono::seconds(20)));
+  if (!ended) gate_.Open();
+  caller.join();
+  gate_.Open();
 }
 
 }  // namespace
