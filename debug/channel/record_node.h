@@ -55,6 +55,14 @@ OutDataUnit* RecordOfNodeBlock(ACE_Message_Block* block);
 // Prefetches what the output thread reads of a record into this core's cache; does nothing for null.
 void PrefetchRecord(ACE_Message_Block* block);
 
+// Writes a byte to each cache line that a usual record uses, outside the block, whose record is destroyed.
+//
+// The output thread reads most of them only. A line that one core has written and another has read is shared
+// by both, and the next write waits until the other core has given it up: five lines took a caller 300 ns
+// where the cores have no cache in common. A line that was written last moves as a whole, which the
+// recycler's prefetch hides.
+void WriteEachLine(RecordNode& node) noexcept;
+
 }  // namespace velt
 
 #endif

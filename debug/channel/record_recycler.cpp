@@ -197,6 +197,7 @@ bool ThreadNodes::TakeBunch() noexcept {
 }
 
 void ThreadNodes::Give(RecordNode* node) noexcept {
+  WriteEachLine(*node);
   if (current_.length == kBunchLength) {
     if (spare_.length == kBunchLength) {
       GiveBunch(spare_.head);

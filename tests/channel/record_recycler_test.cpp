@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstring>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <set>
@@ -262,6 +265,29 @@ TEST(RecordMemoryTest, RecordsOfAnArrayFreeTheirArrays) {
 }
 
 TEST(RecordMemoryTest, ARecordTakes512BytesWithItsArraysAndItsBlock) { EXPECT_EQ(sizeof(RecordNode), 512U); }
+
+TEST(RecordMemoryTest, WritingEachLineTouchesTheEndOfFourLinesAndNoLink) {
+  RecordNode node;
+  RecordNode other;
+  node.next = &other;
+  node.next_bunch = &other;
+  std::fill(std::begin(node.stamp), std::end(node.stamp), 'x');
+  std::fill(std::begin(node.text), std::end(node.text), 'x');
+  std::fill(std::begin(node.record), std::end(node.record), std::byte{1});
+
+  WriteEachLine(node);
+
+  EXPECT_EQ(node.record[47], std::byte{0});
+  EXPECT_EQ(std::count(std::begin(node.record), std::end(node.record), std::byte{0}), 1);
+  EXPECT_EQ(node.stamp[15], '\0');
+  EXPECT_EQ(std::count(std::begin(node.stamp), std::end(node.stamp), '\0'), 1);
+  EXPECT_EQ(node.text[47], '\0');
+  EXPECT_EQ(node.text[111], '\0');
+  EXPECT_EQ(std::count(std::begin(node.text), std::end(node.text), '\0'), 2);
+  EXPECT_EQ(node.next, &other);
+  EXPECT_EQ(node.next_bunch, &other);
+  EXPECT_EQ(node.block.data_block(), &node.data);
+}
 
 TEST(RecordMemoryTest, TheOtherFormsOfNewWork) {
   std::unique_ptr<OutDataUnit> const quiet(new (std::nothrow) OutDataUnit);
