@@ -79,12 +79,18 @@ close_pipe() {
   pipe=
 }
 records() { seq -f 'record %07.0f of a stream that is long enough to fill some files of one megabyte' "$1" "$2"; }
-# The same, slower than a file a second: the daemon misses a file that is removed before it is opened.
+# The same, slower than a file a second, and no faster than the daemon reads for half a minute: it misses a file that is
+# removed before it is opened.
 records_slowly() {
-  local first
+  local first last tries
   for ((first = $1; first <= $2; first += 5000)); do
-    records "$first" "$((first + 4999 < $2 ? first + 4999 : $2))"
+    last=$((first + 4999 < $2 ? first + 4999 : $2))
+    records "$first" "$last"
     sleep 0.7
+    for ((tries = 0; tries < 300; ++tries)); do
+      ! tail -n 20 "$out" 2>/dev/null | grep -aq "record 0*$last of" || break
+      sleep 0.1
+    done
   done
 }
 

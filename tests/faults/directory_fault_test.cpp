@@ -104,7 +104,8 @@ TEST_F(DirectoryFaultTest, WithoutDescriptorsAtItsStartAndAtARotationEveryRecord
 
   Report const report = family.Finish();
   EXPECT_TRUE(report.Clean()) << report.Text();
-  EXPECT_EQ(report.found, 2U);
+  EXPECT_EQ(report.found, report.called);
+  EXPECT_GE(report.found, 2U);
   family.Print(report);
 }
 
@@ -127,7 +128,8 @@ TEST_F(DirectoryFaultTest, AReadOnlyDirectoryStopsTheNextFileUntilItIsWritable) 
 
   EXPECT_TRUE(report.Clean()) << report.Text();
   EXPECT_EQ(report.archives, 2U);
-  EXPECT_EQ(report.found, 2U);
+  EXPECT_EQ(report.found, report.called);
+  EXPECT_GE(report.found, 2U);
   family.Print(report);
 }
 
