@@ -5,6 +5,8 @@
 namespace velt {
 namespace {
 
+constexpr std::size_t kLine = 64;  // bytes of a cache line
+
 // RecordNode has base classes of ACE in it, for which the macro is only conditionally supported; g++ and
 // clang do.
 #pragma GCC diagnostic push
@@ -13,12 +15,10 @@ static_assert(offsetof(RecordNode, block) == 0);
 constexpr std::size_t kRecordAt = offsetof(RecordNode, record);
 constexpr ACE_Message_Block::Message_Flags kNodeFlag = ACE_Message_Block::USER_FLAGS;
 constexpr std::size_t kTextAt = offsetof(RecordNode, text);
-static_assert(offsetof(RecordNode, next_bunch) + sizeof(RecordNode*) < 3 * 64,
-              "WriteEachLine keeps the links");
+static_assert(offsetof(RecordNode, next_bunch) + sizeof(void*) < 3 * kLine, "WriteEachLine keeps the links");
 #pragma GCC diagnostic pop
 constexpr std::size_t kUsualTextBytes = 112;
 constexpr std::size_t kUsualBytes = kTextAt + kUsualTextBytes;
-constexpr std::size_t kLine = 64;  // bytes of a cache line
 
 }  // namespace
 
