@@ -81,10 +81,11 @@ install_as_documented() {
   [[ $(wc -l <<<"$lines") -eq 4 ]] || return 1
   ldconfig() { :; } # the machine's own libraries stay as they are
   while IFS= read -r line; do
-    if [[ $line == *uninstall ]]; then
+    line=${line%%#*}
+    if [[ $line == *uninstall* ]]; then
       [[ -e $clone.root/usr/local/bin/veltcfg && $(find "$clone.root" -name libveltbaseutil.so.1) ]] || return 1
     fi
-    (cd "$clone" && if [[ $line == *--install* || $line == *uninstall ]]; then export DESTDIR=$clone.root; fi && eval "$line") || return 1
+    (cd "$clone" && if [[ $line == *--install* || $line == *uninstall* ]]; then export DESTDIR=$clone.root; fi && eval "$line") || return 1
   done <<<"$lines"
   [[ -z $(find "$clone.root" ! -type d) ]] &&
     [[ $(find "$clone/build/install/packages" -maxdepth 1 -name '*.deb' | wc -l) -eq 3 ]]
