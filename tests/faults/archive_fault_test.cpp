@@ -191,7 +191,8 @@ class SharedFamilyTest : public Scenario {
                                       "run=" + std::to_string(run),
                                       "records=" + std::to_string(records),
                                       "pause_us=" + std::to_string(pause_us),
-                                      "max_bytes=40000"};
+                                      "max_bytes=40000",
+                                      "keep=200"};
     std::vector<char*> argv;
     argv.reserve(words.size() + 1);
     for (auto& word : words) argv.push_back(word.data());
