@@ -51,7 +51,7 @@ valgrind_tests() {
   # Each test case in a process of its own here too. Left out are whole programs and scripts, which valgrind does not
   # follow into, what takes too long at its pace, and a thread's signal mask, which valgrind changes itself.
   local programs='Veltpipe|Veltcfg|ServiceHost|EndToEnd|Syslog|Checker|^fuzz_|^exports$|^docs$|^man$|^doxygen$|^picture$'
-  local others='Megabyte|Million|Depot|TheThreadBlocksEverySignal'
+  local others='Megabyte|Million|Depot|TheThreadBlocksEverySignal|NoThreadSeesSomeModules|ASignalChangesTheLevel'
   local settings=(-j $((jobs * 2)) -LE 'faults|load')
   # Programs that replace operator new keep theirs, and a busy thread does not keep others from running.
   build build/valgrind -DCMAKE_BUILD_TYPE=Debug \

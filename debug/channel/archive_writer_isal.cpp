@@ -73,7 +73,7 @@ struct ArchiveWriter::State {
   int descriptor;
   bool failed = false;
   isal_zstream stream;  // not cleared, since its window is large: isal_deflate_init sets what is needed
-  std::array<std::uint8_t, kLevelBytes> level;
+  std::array<std::uint8_t, kLevelBytes> level{};  // cleared: of an empty text its tables are read unset
   std::array<std::uint8_t, kOutBytes> out;
 };
 
