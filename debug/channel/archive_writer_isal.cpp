@@ -41,6 +41,7 @@ char const* ArchiveWriterName() { return "isal"; }
 struct ArchiveWriter::State {
   explicit State(int opened) : descriptor(opened) {
     isal_deflate_init(&stream);
+    stream.next_in = nullptr;  // isal_deflate_init leaves it unset, and isal_deflate looks at it
     stream.level = kLevel;
     stream.level_buf = level.data();
     stream.level_buf_size = static_cast<std::uint32_t>(level.size());
@@ -73,7 +74,7 @@ struct ArchiveWriter::State {
   int descriptor;
   bool failed = false;
   isal_zstream stream;  // not cleared, since its window is large: isal_deflate_init sets what is needed
-  std::array<std::uint8_t, kLevelBytes> level{};  // cleared: of an empty text its tables are read unset
+  std::array<std::uint8_t, kLevelBytes> level;
   std::array<std::uint8_t, kOutBytes> out;
 };
 
