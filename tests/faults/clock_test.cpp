@@ -154,9 +154,10 @@ class ClockTest : public Scenario {
 };
 
 TEST_F(ClockTest, AtTheEndOfSummerTimeNamesGoOnAndEveryRecordIsThereInItsOrder) {
-  SetClock(kFallBack - 3);
+  SetClock(kFallBack - 40);  // a busy machine takes seconds to start the host
   Start(700);
-  ASSERT_TRUE(WaitForCreation("20261025_02595"));
+  ASSERT_TRUE(WaitForCreation("20261025_0259"));
+  SetClock(kFallBack - 3);
   ASSERT_TRUE(WaitForCreation("20261025_0200"));
 
   auto const times = Finish(true);
@@ -169,9 +170,10 @@ TEST_F(ClockTest, AtTheEndOfSummerTimeNamesGoOnAndEveryRecordIsThereInItsOrder) 
 }
 
 TEST_F(ClockTest, AtTheBeginningOfSummerTimeNamesSkipAnHour) {
-  SetClock(kGap - 3);
+  SetClock(kGap - 40);
   Start(700);
-  ASSERT_TRUE(WaitForCreation("20260329_01595"));
+  ASSERT_TRUE(WaitForCreation("20260329_0159"));
+  SetClock(kGap - 3);
   ASSERT_TRUE(WaitForCreation("20260329_0300"));
 
   auto const times = Finish(true);
