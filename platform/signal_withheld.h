@@ -9,8 +9,8 @@
 
 namespace velt {
 
-// While it lives, `signal` is blocked in the calling thread; one that is raised meanwhile is discarded at the
-// end. The signal is meant to be SIGPIPE or SIGXFSZ, which the kernel sends to the thread that writes.
+// While it lives, `signal` is blocked in the calling thread; if raised meanwhile, it is discarded at the end.
+// Meant for SIGPIPE and SIGXFSZ, which the kernel sends to the thread that writes.
 class SignalWithheld {
  public:
   explicit SignalWithheld(int signal) noexcept {

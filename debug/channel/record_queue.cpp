@@ -112,7 +112,7 @@ bool RecordQueue::AppendWhenRoom_i(ACE_Message_Block* block, std::chrono::millis
   last_caller_ = &caller;
   callers_wait_.store(true, std::memory_order_relaxed);
   while (!caller.queued) {
-    // A copy: ACE writes the value back after the wait, over one that SetWait has set meanwhile.
+    // A copy: ACE writes the value back after the wait and would undo what SetWait has set meanwhile.
     ACE_Time_Value const until = caller.deadline;
     if (caller.queued_cond.wait(&until) != -1 || caller.queued) continue;
     if (errno == ETIME) errno = EWOULDBLOCK;

@@ -65,7 +65,8 @@ class RecordQueue : public ACE_Message_Queue<ACE_MT_SYNCH> {
   std::uint64_t Accepted() const noexcept { return accepted_.load(std::memory_order_relaxed); }
   std::uint64_t Evicted() const noexcept { return evicted_.load(std::memory_order_relaxed); }
 
-  // Makes the calling thread the one that empties the queue, as TakeAll does, but before it takes anything.
+  // Marks the calling thread as the thread that empties the queue, as TakeAll does, but before it takes
+  // anything.
   void BeginTaking();
 
   // Whether the calling thread is the last caller of TakeAll or BeginTaking.

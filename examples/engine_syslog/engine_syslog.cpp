@@ -145,7 +145,7 @@ class SyslogEngine::Sender {
       (sent ? counters_.sent : counters_.lost) += 1;
       bytes_ -= BytesOf(buffer_.front());
       buffer_.pop_front();
-      room_.notify_all();  // records differ in size: the first that waits may not be the one that fits
+      room_.notify_all();  // records differ in size: a later caller may fit where the first does not
     }
     counters_.lost += buffer_.size();
     buffer_.clear();

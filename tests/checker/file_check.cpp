@@ -141,7 +141,7 @@ class Inspection {
     ParsedRecord const record = ParseRecord(message);
     if (record.state == TextState::kWhole) list_.Add(record.id);
     if (record.state == TextState::kWrongChecksum) {
-      // A record that is torn within its last characters, and one that was changed, look alike.
+      // A record torn within its last characters looks like a changed record.
       Add(piece.has_newline ? Kind::kWrongChecksum : Kind::kTorn, file_.name + ": " + Shown(piece));
     } else if (record.state == TextState::kTorn || !piece.has_newline) {
       Add(Kind::kTorn, file_.name + ": " + Shown(piece));

@@ -154,7 +154,7 @@ TEST_F(ArchiveFaultTest, AnImmutableArchiveIsPassedOverAndNoNewerOneGoesForIt) {
   Report const report = family.Finish();
 
   EXPECT_TRUE(kept);
-  EXPECT_EQ(archives, 3U) << "two, and the one that cannot be removed";
+  EXPECT_EQ(archives, 3U) << "two, and the archive that cannot be removed";
   EXPECT_FALSE(test::Exists(old));
   EXPECT_EQ(Archives().size(), 2U);
   EXPECT_TRUE(report.Clean()) << report.Text();

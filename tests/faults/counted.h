@@ -62,6 +62,15 @@ inline void ExpectCounted(VeltTraceCounts const& counts, checker::Report const& 
   EXPECT_EQ(counts.lost, report.missing);
 }
 
+inline void AddCounts(VeltTraceCounts& sum, VeltTraceCounts const& counts) {
+  sum.accepted += counts.accepted;
+  sum.refused += counts.refused;
+  sum.written += counts.written;
+  sum.printedOnly += counts.printedOnly;
+  sum.lost += counts.lost;
+  sum.queued += counts.queued;
+}
+
 // Leaves the counts of a run in the directory of its side files, for another process.
 inline void WriteCounts(std::string const& directory, unsigned run, VeltTraceCounts const& counts) {
   std::ofstream(directory + "/counts." + std::to_string(run))
@@ -85,13 +94,7 @@ inline VeltTraceCounts ReadCounts(std::string const& directory) {
   VeltTraceCounts sum{};
   for (auto const& name : test::FilesOf(directory, "counts.", "")) {
     auto const run = static_cast<unsigned>(std::stoul(name.substr(name.rfind('.') + 1)));
-    VeltTraceCounts const one = ReadCounts(directory, run);
-    sum.accepted += one.accepted;
-    sum.refused += one.refused;
-    sum.written += one.written;
-    sum.printedOnly += one.printedOnly;
-    sum.lost += one.lost;
-    sum.queued += one.queued;
+    AddCounts(sum, ReadCounts(directory, run));
   }
   return sum;
 }

@@ -395,7 +395,7 @@ TEST_F(LockFailureTest, NoChannelIsMadeWithoutTheCreationLock) {
   EXPECT_EQ(ListDir(host_.LogDir()).size(), 1U) << "only the main channel's file";
 }
 
-// While it waits for its turn to make a channel, another thread makes the last one that the cap allows.
+// While it waits for its turn to make a channel, another thread makes the last channel under the cap.
 TEST_F(ChannelCapTest, AThreadThatComesTooLateForTheLastChannelMakesNone) {
   bool other = false;
   BeforeNextMutexLock([&other] {

@@ -292,7 +292,8 @@ TEST_P(ManyThreadsTest, EveryRecordOfEveryThreadIsThereInItsOrder) {
   ExpectCounted(counts, report);
   EXPECT_EQ(report.called, std::size_t{producers_.producers} * producers_.records);
   EXPECT_EQ(report.found + report.refused, report.called);
-  milliseconds const turns(20 * GetParam());  // of the others, on a processor that all of them share
+  // Turns of the others, on a processor that hundreds share.
+  milliseconds const turns(GetParam() > 64 ? 20 * GetParam() : 0);
   EXPECT_LT(Milliseconds(producers.LongestCall()), (kWait + kSlack + turns).count());
   Figure({{"threads", GetParam()},
           {"records_verified", static_cast<long long>(report.found)},

@@ -246,7 +246,7 @@ TEST(RecordFaultTest, ARecordFreesAnArrayWhereverThatLies) {
   EXPECT_EQ(not_freed, "");
 }
 
-// A host, for example one that prints a record itself, may replace the arrays of a record that a trace call
+// A host, for example to print a record itself, may replace the arrays of a record that a trace call
 // made.
 TEST(RecordFaultTest, ARecordFreesTheArraysThatReplaceTheOnesItWasMadeWith) {
   char text[8] = "text";

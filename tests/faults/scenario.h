@@ -14,6 +14,7 @@
 
 #include "tests/checker/outcomes.h"
 #include "tests/checker/report.h"
+#include "tests/faults/counted.h"
 #include "tests/faults/host.h"
 #include "tests/faults/scale.h"
 #include "tests/faults/shim/shim.h"
@@ -68,14 +69,8 @@ class Family {
   void Stop() {
     if (channel == nullptr) return;
     EXPECT_EQ(channel->Flush(drains ? 60'000 : 0), drains);
-    VeltTraceCounts const now = channel->Counts();
+    AddCounts(counts, channel->Counts());
     channel.reset();
-    counts.accepted += now.accepted;
-    counts.refused += now.refused;
-    counts.written += now.written;
-    counts.printedOnly += now.printedOnly;
-    counts.lost += now.lost;
-    counts.queued += now.queued;
   }
 
   // Stops the channel and checks its family; the sums must hold, the channels' counts agree with them, and no

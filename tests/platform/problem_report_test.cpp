@@ -26,6 +26,12 @@ int ReplaceStandardError() {
   return ends[0];
 }
 
+bool IsPending(int signal) {
+  sigset_t pending;
+  sigpending(&pending);
+  return sigismember(&pending, signal) != 0;
+}
+
 TEST(ProblemReportTest, AStandardErrorThatNobodyReadsAnyMoreDoesNotEndTheProcess) {
   Outcome const outcome = RunInChild([] {
     std::signal(SIGPIPE, SIG_DFL);
@@ -33,9 +39,7 @@ TEST(ProblemReportTest, AStandardErrorThatNobodyReadsAnyMoreDoesNotEndTheProcess
     ReadProblemSetting();
     close(ReplaceStandardError());
     TellOne();
-    sigset_t pending;
-    sigpending(&pending);
-    return sigismember(&pending, SIGPIPE) == 0 ? 21 : 22;
+    return IsPending(SIGPIPE) ? 22 : 21;
   });
 
   EXPECT_EQ(outcome.signal, 0);
@@ -53,10 +57,9 @@ TEST(ProblemReportTest, AStandardErrorAtTheFileSizeLimitDoesNotEndTheProcess) {
     rlimit const none{0, before.rlim_max};
     if (setrlimit(RLIMIT_FSIZE, &none) != 0) return 91;
     TellOne();
-    sigset_t pending;
-    sigpending(&pending);
+    bool const pending = IsPending(SIGXFSZ);
     setrlimit(RLIMIT_FSIZE, &before);  // for what a measured build writes at its exit
-    return sigismember(&pending, SIGXFSZ) == 0 ? 24 : 25;
+    return pending ? 25 : 24;
   });
 
   EXPECT_EQ(outcome.signal, 0);

@@ -104,7 +104,7 @@ lines=$(sed -n '/^```cmake$/,/^```$/p' "$source_directory/README.md" | sed '/^``
   fail "README.md has not the four lines of CMake for FetchContent: $lines"
 
 for kind in static shared; do
-  setting=() # shared is what a host gets that asks for nothing
+  setting=() # shared is the default
   if [[ $kind == static ]]; then setting=(-DBUILD_SHARED_LIBS=OFF); fi
   part_of "add_subdirectory_$kind" "$by_subdirectory" -DVELT_INSTALL=ON "${setting[@]}"
   part_of "fetch_content_$kind" "$lines" "${setting[@]}"
