@@ -142,7 +142,8 @@ bool HandleNextRecords(ChannelState& state) {
   if (state.m_bExit.load(std::memory_order_acquire) && queue.message_count() == 0) return false;
   ACE_Message_Block* next = TakeRecords(queue);
   if (next == nullptr) {
-    WriteFile(state, "can't get message block\n");
+    // Not the thread that is woken to end.
+    if (!state.m_bExit.load(std::memory_order_acquire)) WriteFile(state, "can't get message block\n");
     return true;
   }
   state.m_inHand.Begin();

@@ -47,6 +47,8 @@ bool EnqueueStopMarker(ChannelState& state, std::chrono::milliseconds wait) {
     (void)marker.release();
     return true;
   } catch (std::bad_alloc const&) {
+    // Wakes the thread, which ends without a marker once its queue is empty: memory may never return.
+    (void)state.m_OutputQueue.pulse();
     Sleep(wait);
     return false;
   }
@@ -91,7 +93,7 @@ bool IsAskedToEnd(ChannelState const& state) noexcept {
 void EndOutputThread(ChannelState& state) noexcept {
   AskOutputThreadToEnd(state);
   // Without the marker the thread could sleep for ever, so it is tried again when the queue is full or memory
-  // has run out, until the thread has ended.
+  // has run out, until the thread has ended. Each time also wakes a thread that has begun to sleep meanwhile.
   while (!state.m_bStopMarkerQueued && !HasEnded(state)) {
     state.m_bStopMarkerQueued = EnqueueStopMarker(state, kPoll);
   }
