@@ -44,14 +44,15 @@ struct Version {
   bool found;
 };
 
-// Whether every text is a valid set. Init replaces an invalid one; a reload changes nothing instead.
-bool AreSets(Texts const& items) {
-  for (auto const& item : items) {
-    std::string text = item.second;
+// What is wrong with the first text that is no valid set; empty if all are. `marker` follows each name in the
+// file. Init replaces an invalid text; a reload changes nothing instead.
+std::string FaultOfSets(Texts const& items, char const* marker) {
+  for (auto const& [name, value] : items) {
+    std::string text = value;
     std::bitset<32> set;
-    if (!velt::BitSetFromText(text, set)) return false;
+    if (!velt::BitSetFromText(text, set)) return name + marker + " is no text of 0 and 1";
   }
-  return true;
+  return {};
 }
 
 // The two items of module "debug", under the keys that the host may have changed.
@@ -64,17 +65,15 @@ Texts DebugItems(Texts const& all) {
   return items;
 }
 
-// Tells of a file that is not taken. Returns false.
-bool KeepWhatHolds(velt::ManagerState& state, std::string const& file) {
+// Tells of a file that is not taken: the system's reason where it cannot be opened, otherwise the fault.
+void TellNotTaken(velt::ManagerState& state, std::string const& file, std::string const& fault) {
   int const reason = access(file.c_str(), R_OK) == 0 ? 0 : errno;
   std::uint64_t all = 0;
-  if (state.m_reloadProblems.Pass(1, all)) {
-    velt::TellProblem(
-        VeltProblemKind::kNoConfiguration,
-        "the modules of the configuration file " + file + " were not taken, nothing has changed", file,
-        reason, all);
-  }
-  return false;
+  if (!state.m_reloadProblems.Pass(1, all)) return;
+  std::string sentence =
+      "the modules of the configuration file " + file + " were not taken, nothing has changed";
+  if (reason == 0) sentence.append(": ").append(fault);
+  velt::TellProblem(VeltProblemKind::kNoConfiguration, sentence, file, reason, all);
 }
 
 std::string CfgFile(velt::ManagerState& state) {
@@ -82,12 +81,13 @@ std::string CfgFile(velt::ManagerState& state) {
   return lock.locked() ? state.m_strCfgFile : std::string();
 }
 
-bool ReadNamedModules(std::string& file, VeltDebugMgr::ModuleSets& modules) {
+// Returns why the file is not taken; empty if it is.
+std::string ReadNamedModules(std::string& file, VeltDebugMgr::ModuleSets& modules) {
   std::string const default_file = VeltGetDefaultDebugCfgFile();
   std::string const secondary = VeltGetDefaultCfgFile();
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     Version const before(file);
-    if (before.found && !before.IsFile()) return false;
+    if (before.found && !before.IsFile()) return "it is not a regular file";
     Texts all;
     Texts levels;
     Texts outputs;
@@ -100,9 +100,13 @@ bool ReadNamedModules(std::string& file, VeltDebugMgr::ModuleSets& modules) {
     bool const names_debug =
         !debug.empty() || levels.count(velt::kDebugModule) != 0 || outputs.count(velt::kDebugModule) != 0;
     if (!names_debug) modules.erase(velt::kDebugModule);
-    return read && !modules.empty() && AreSets(levels) && AreSets(outputs) && AreSets(debug);
+    if (!read || modules.empty()) return "it names no module";
+    std::string fault = FaultOfSets(levels, "_level");
+    if (fault.empty()) fault = FaultOfSets(outputs, "_output");
+    if (fault.empty()) fault = FaultOfSets(debug, "");
+    return fault;
   }
-  return false;
+  return "it changed while it was read";
 }
 
 }  // namespace
@@ -112,7 +116,11 @@ bool VeltDebugMgr::ReloadModules() {
   std::string file = CfgFile(*m_pState);
   ModuleSets modules;
   // The file is read without the table's lock, which tracing threads may need.
-  if (!ReadNamedModules(file, modules)) return KeepWhatHolds(*m_pState, file);
+  std::string const fault = ReadNamedModules(file, modules);
+  if (!fault.empty()) {
+    TellNotTaken(*m_pState, file, fault);
+    return false;
+  }
   velt::WriteLock const lock(m_pState->m_modules.m_tableLock);
   if (!lock.locked()) return false;
   // The first changed module makes what threads remember out of date: they then wait for the lock, and see

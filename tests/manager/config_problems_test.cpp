@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -49,6 +50,10 @@ class ConfigProblemsTest : public ::testing::Test {
   static std::string In(std::string const& key, std::string const& rest) {
     std::string sentence = key;
     return sentence.append(" in ").append(file).append(rest);
+  }
+
+  static std::string NotTaken(std::string const& path) {
+    return "the modules of the configuration file " + path + " were not taken, nothing has changed";
   }
 
   inline static std::string file;
@@ -111,9 +116,47 @@ TEST_F(ConfigProblemsTest, AReloadThatIsNotTakenIsTold) {
 
   ASSERT_EQ(told.size(), 1U) << "the second within ten seconds is counted";
   EXPECT_EQ(told[0].kind, VeltProblemKind::kNoConfiguration);
-  EXPECT_EQ(told[0].sentence, "the modules of the configuration file " + host.ConfigFile() +
-                                  " were not taken, nothing has changed");
+  EXPECT_EQ(told[0].sentence, NotTaken(host.ConfigFile()) + ": net_level is no text of 0 and 1");
   EXPECT_EQ(told[0].path, host.ConfigFile());
+  EXPECT_EQ(told[0].error, 0);
+}
+
+TEST_F(ConfigProblemsTest, AReloadThatIsNotTakenTellsWhatIsWrongWithTheFile) {
+  std::vector<std::pair<std::string, std::string>> const faults = {
+      {"ok_level = 1\nnet_output = 2\n", "net_output is no text of 0 and 1"},
+      {"debug_level = 01a\nnet_level = 1\n", "debug_level is no text of 0 and 1"},
+      {"nMaxFileNum = 3\n", "it names no module"},
+      {"", "it names no module"}};
+  for (auto const& [content, fault] : faults) {
+    ManagerHost const host("net_level = 1111\n");
+    ASSERT_TRUE(host.Init("host_", true));
+    WriteFile(host.ConfigFile(), content);
+    EXPECT_FALSE(Manager()->ReloadModules());
+    ASSERT_FALSE(told.empty()) << content;
+    EXPECT_EQ(told.back().sentence, NotTaken(host.ConfigFile()) + ": " + fault);
+    EXPECT_EQ(told.back().error, 0);
+    VeltDebugMgr::Destroy();
+  }
+  EXPECT_EQ(told.size(), faults.size());
+}
+
+TEST_F(ConfigProblemsTest, AReloadWithoutAFileTellsWhatIsInItsPlace) {
+  ManagerHost const host("net_level = 1111\n");
+  ASSERT_TRUE(host.Init("host_", true));
+  std::filesystem::remove(host.ConfigFile());
+  EXPECT_FALSE(Manager()->ReloadModules());
+  ASSERT_EQ(told.size(), 1U);
+  EXPECT_EQ(told[0].sentence, NotTaken(host.ConfigFile()) + ": No such file or directory (2)");
+  EXPECT_EQ(told[0].error, ENOENT);
+  VeltDebugMgr::Destroy();
+
+  ManagerHost const other("net_level = 1111\n");
+  ASSERT_TRUE(other.Init("host_", true));
+  std::filesystem::remove(other.ConfigFile());
+  std::filesystem::create_directory(other.ConfigFile());
+  EXPECT_FALSE(Manager()->ReloadModules());
+  ASSERT_EQ(told.size(), 2U);
+  EXPECT_EQ(told[1].sentence, NotTaken(other.ConfigFile()) + ": it is not a regular file");
 }
 
 // Makes calls that together need all of the manager's locks.
