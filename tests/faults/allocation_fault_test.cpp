@@ -1,17 +1,11 @@
-// Memory and threads that the system refuses, at every point of every operation: the caller gets an error, no
-// lock stays held, and the next call works.
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
+// Memory that the system refuses, at every point of every operation: the caller gets an error, no lock stays
+// held, and the next call works.
 #include <cstddef>
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <new>
-#include <ostream>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -20,10 +14,9 @@
 #include "velt/config.h"
 #include "velt/manager.h"
 
+#include "tests/faults/allocation_fault.h"
 #include "tests/faults/counted.h"
-#include "tests/faults/process_state.h"
 #include "tests/faults/scale.h"
-#include "tests/faults/shim/shim.h"
 #include "tests/support/channel.h"
 #include "tests/support/files.h"
 #include "tests/support/manager_host.h"
@@ -32,125 +25,26 @@
 namespace velt::test {
 namespace {
 
+using faults::AllocationFaultTest;
+using faults::End;
 using faults::ExpectCounts;
-using faults::Figure;
+using faults::FailAt;
+using faults::kLevel3;
+using faults::Of;
 using faults::QuietCounts;
 using faults::Scaled;
+using faults::Times;
+using faults::Value;
 
-constexpr VeltLogLevel kLevel3{3};
 constexpr unsigned kLastFailure = 500;
 
 VeltDebugMgr& Manager() { return *VeltDebugMgr::Instance(); }
-
-// Whose allocations count. A test of the caller counts the caller's only: otherwise an output thread might
-// meet the failure.
-enum class Of { kCaller, kProcess };
-
-// Whether the n-th fails alone, or every one after it as well.
-enum class Times { kOnce, kFromThere };
-
-// While it lives, the n-th allocation from now on fails.
-class FailingAllocation {
- public:
-  FailingAllocation(unsigned nth, Of whose, Times times) {
-    shim::Rule rule;
-    // A sanitizer replaces malloc itself; there operator new is made to fail.
-    rule.call = faults::kSanitized ? shim::Call::kNew : shim::Call::kMalloc;
-    rule.first = nth;
-    rule.count = times == Times::kOnce ? 1 : 0;
-    rule.error = ENOMEM;
-    rule.own_thread = whose == Of::kCaller;
-    rule_ = shim::AddRule(rule);
-  }
-  ~FailingAllocation() { shim::ClearRules(); }
-  FailingAllocation(FailingAllocation const&) = delete;
-  FailingAllocation& operator=(FailingAllocation const&) = delete;
-
-  bool Happened() const { return shim::AppliedCalls(rule_) != 0; }
-
- private:
-  int rule_;
-};
-
-enum class End { kTrue, kFalse, kThrown };
-
-struct Tally {
-  long long points = 0;     // calls in which an allocation failed
-  long long untouched = 0;  // calls that needed fewer
-  long long thrown = 0;
-  long long answered_true = 0;
-  long long answered_false = 0;
-
-  void Add(End end, bool happened) {
-    ++(happened ? points : untouched);
-    thrown += end == End::kThrown ? 1 : 0;
-    answered_true += end == End::kTrue ? 1 : 0;
-    answered_false += end == End::kFalse ? 1 : 0;
-  }
-  void Print() const {
-    Figure({{"failed_allocations", points},
-            {"untouched", untouched},
-            {"bad_alloc", thrown},
-            {"true", answered_true},
-            {"false", answered_false}});
-  }
-};
-
-// How `operation` ends when its n-th allocation fails.
-template <typename Operation>
-End FailAt(unsigned nth, Of whose, Tally& tally, Operation const& operation, Times times = Times::kOnce) {
-  FailingAllocation const failing(nth, whose, times);
-  End end = End::kThrown;
-  try {
-    end = operation() ? End::kTrue : End::kFalse;
-  } catch (std::bad_alloc const&) {
-    end = End::kThrown;
-  }
-  tally.Add(end, failing.Happened());
-  return end;
-}
 
 // Runs `body` in a thread of its own: what the library keeps for each thread is then made for this one.
 template <typename Body>
 void InNewThread(Body const& body) {
   std::thread(body).join();
 }
-
-class Value : public AsnType {
- public:
-  AsnType* Clone() const override { return new Value(*this); }
-  void Print(std::ostream& out, int, int) const override { out << text_; }
-
- private:
-  std::string text_ = std::string(100, 'v');
-};
-
-class AllocationFaultTest : public ::testing::Test {
- protected:
-  // The records of all files of a family. A channel that failed and the one after it may have made files of
-  // the same name: one is then the archive and the other the log.
-  std::size_t RecordsIn(std::string const& prefix) const {
-    std::size_t count = 0;
-    for (auto const& name : ExactFamily(host_.LogDir(), prefix)) {
-      std::string const path = host_.LogDir() + "/" + name;
-      count += Bodies(name.back() == 'z' ? ReadGzip(path) : ReadFile(path)).size();
-    }
-    return count;
-  }
-  // Calls without a record: they returned false, or threw.
-  std::size_t Refused() const { return static_cast<std::size_t>(tally_.thrown + tally_.answered_false); }
-  void StartManager() {
-    ASSERT_TRUE(host_.Init());
-    ASSERT_TRUE(host_.WaitForFile());
-  }
-
-  ManagerHost const host_{
-      "nMaxFileNum = 100\nnFiltLogBufSize = 5\nnet_level = 1111\nnet_output = 01\ndebug_level = 1111\n"
-      "debug_output = 01\n"};
-  std::string const long_text_ = std::string(400, 't');
-  std::string const long_module_ = std::string(60, 'm');
-  Tally tally_;
-};
 
 // Memory that is short for one allocation, and until the call is over.
 class ShortMemoryTest : public AllocationFaultTest, public testing::WithParamInterface<Times> {
@@ -400,106 +294,6 @@ TEST_P(ShortMemoryTest, LookUpsThrowOrAnswerAndTheNextOneWorks) {
   unsetenv("APP_ROOT");
   EXPECT_GT(tally_.thrown, 5);
   tally_.Print();
-}
-
-// --- the output thread ---
-
-TEST_F(AllocationFaultTest, AnOutputThreadThatLacksMemoryKeepsTheOldFilesAndWritesTheRecord) {
-  unsigned const last = Scaled(40U, 200U);
-  long long given_up = 0;
-  std::string const old_text = std::string(200'000, 'o') + "\n";
-  for (unsigned n = 1; n <= last; ++n) {
-    ChannelSetup setup(host_.Dir() / ("out" + std::to_string(n)));
-    setup.prefix = "a_prefix_that_is_longer_than_thirty_characters_";
-    ASSERT_EQ(VeltMakeDirEx(setup.directory.c_str()), 0);
-    WriteFile(setup.directory + "/" + setup.prefix + "20200101_000000.log", old_text);
-    std::unique_ptr<VeltDebugInfo> channel;
-    Value const value;
-
-    FailAt(n, Of::kProcess, tally_, [&] {
-      channel = MakeChannel(setup);
-      // Until the thread has taken a record, so that its start is over.
-      return channel->Trace("m", kLevel3, "text", &value, false, true) &&
-             WaitUntil([&] { return OutputQueueOf(*channel).is_empty(); });
-    });
-    bool const accepted = channel != nullptr && channel->Trace("m", kLevel3, "after", nullptr, false, true);
-    VeltTraceCounts const counts = channel == nullptr ? VeltTraceCounts{} : QuietCounts(*channel);
-    channel.reset();
-
-    std::string const text = ReadFamily(setup.directory, setup.prefix);
-    EXPECT_EQ(counts.written, Bodies(text).size()) << n;
-    EXPECT_EQ(counts.lost, 0U) << n;
-    EXPECT_EQ(CountOf(text, " m I: after\n"), accepted ? 1U : 0U) << n;
-    std::string const old_archive = setup.directory + "/" + setup.prefix + "20200101_000000.log.gz";
-    // A file whose first read fails is given up, with an empty archive. Here that is zlib without memory.
-    bool const is_given_up = Exists(old_archive) && ReadGzip(old_archive).empty();
-    given_up += is_given_up ? 1 : 0;
-    EXPECT_EQ(CountOf(text, old_text), is_given_up ? 0U : 1U) << n << ": whole, as a file or as an archive";
-  }
-  EXPECT_LE(given_up, 8) << "only where the first read itself allocates";
-  tally_.Print();
-  Figure({{"old_files", last}, {"given_up", given_up}});
-}
-
-TEST_F(AllocationFaultTest, ARotationWithoutMemoryIsMadeUpFor) {
-  unsigned const last = Scaled(12U, 80U);
-  std::vector<std::unique_ptr<VeltDebugInfo>> channels;
-  std::vector<ChannelSetup> setups;
-  for (unsigned n = 1; n <= last; ++n) {
-    setups.emplace_back(host_.Dir() / ("rotate" + std::to_string(n)));
-    setups.back().prefix = "a_prefix_that_is_longer_than_thirty_characters_";
-    setups.back().max_bytes = 0;  // every record ends its file
-    channels.push_back(MakeChannel(setups.back()));
-  }
-  auto const text = [&](std::size_t i) { return ReadFamily(setups[i].directory, setups[i].prefix); };
-  for (std::size_t i = 0; i < last; ++i) {
-    ASSERT_TRUE(WaitUntil([&] { return CountOf(text(i), "Thread handle output string is") == 1; }));
-  }
-  WaitForNextSecond();
-
-  // One channel after the other: the failure is met by its output thread or by this one.
-  for (unsigned n = 1; n <= last; ++n) {
-    auto& channel = *channels[n - 1];
-    FailAt(n, Of::kProcess, tally_, [&] {
-      bool const accepted = channel.Trace("m", kLevel3, "rotates", nullptr, false, true);
-      WaitUntil([&] { return OutputQueueOf(channel).is_empty(); });
-      std::this_thread::sleep_for(std::chrono::milliseconds(30));  // for the rotation itself; most of it
-      return accepted;
-    });
-  }
-  WaitForNextSecond();
-  WaitForNextSecond();  // an opening that failed is tried again after a second
-  std::vector<VeltTraceCounts> counts;
-  for (auto& channel : channels) {
-    EXPECT_TRUE(channel->Trace("m", kLevel3, "after", nullptr, false, true));
-    counts.push_back(QuietCounts(*channel));
-  }
-  channels.clear();
-
-  long long given_up = 0;
-  std::size_t written = 0;
-  std::size_t refused = 0;
-  for (std::size_t i = 0; i < last; ++i) {
-    EXPECT_EQ(CountOf(text(i), " m I: after\n"), 1U) << i;
-    // As above: a file that zlib could not read for lack of memory is given up, with an empty archive.
-    auto const archives = FilesOf(setups[i].directory, setups[i].prefix, ".log.gz");
-    auto const is_empty = [&](std::string const& name) {
-      return ReadGzip(setups[i].directory + "/" + name).empty();
-    };
-    bool const is_given_up = std::any_of(archives.begin(), archives.end(), is_empty);
-    EXPECT_EQ(CountOf(text(i), "This is the first log file\n"), is_given_up ? 0U : 1U) << i;
-    given_up += is_given_up ? 1 : 0;
-    // The record went with the first file, into which it had been written.
-    EXPECT_EQ(counts[i].written, Bodies(text(i)).size() + (is_given_up ? 1 : 0)) << i;
-    EXPECT_EQ(counts[i].lost, 0U) << i;
-    written += counts[i].written;
-    refused += counts[i].refused;
-  }
-  EXPECT_EQ(written, last + static_cast<std::size_t>(tally_.answered_true));
-  EXPECT_EQ(refused, Refused());
-  EXPECT_LE(given_up, 8) << "only where the first read itself allocates";
-  tally_.Print();
-  Figure({{"rotations", last}, {"given_up", given_up}});
 }
 
 }  // namespace
