@@ -137,6 +137,7 @@ bool TraceTextUncounted(ChannelState& state, std::string const& module, VeltLogL
   return Enqueue(state, made, &NodeOf(made.get())->block);
 }
 
+VELT_PRINTF_FORMAT(4, 0)
 Printed TraceFormatUncounted(ChannelState& state, std::string const& module, VeltLogLevel level,
                              char const* fmt, std::va_list args, bool print, bool log) {
   if (module.size() > kLongestModule) return Printed::kRefused;

@@ -113,7 +113,8 @@ TEST_P(ShortMemoryTest, AFilteredTraceThrowsOrIsKeptAndTheRingStaysInOrder) {
   EXPECT_EQ(records.front(), " net " + long_text_);
   EXPECT_EQ(records.back(), " net A: level zero");
   ExpectCounts(counts, 6, Refused(), 6);
-  EXPECT_EQ(counts.displaced, kLastFailure * 2 - Refused() - 5) << "all others that the ring took";
+  EXPECT_EQ(counts.displaced, std::size_t{kLastFailure} * 2 - Refused() - 5)
+      << "all others that the ring took";
   EXPECT_GT(tally_.thrown, 0);
   tally_.Print();
 }

@@ -182,7 +182,7 @@ TEST_F(CompressionFaultTest, WithoutMemoryTheSourceStaysAndNoArchiveIsLeft) {
   std::string const source = dir_ / "source";
   std::string const archive = dir_ / "archive.gz";
 
-  for (unsigned n = 1; n <= 2; ++n) {
+  for (int n = 1; n <= 2; ++n) {
     SCOPED_TRACE(n);
     int result = 0;
     bool failed = false;

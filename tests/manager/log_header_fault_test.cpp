@@ -164,14 +164,14 @@ TEST_F(LogHeaderTest, ACopyIsTheSameModuleWithoutAnAllocation) {
     Module copy = long_name;
     Module assigned = net_;
     assigned = copy;
-    Module const moved = std::move(copy);
+    Module const moved = std::move(copy);  // NOLINT(performance-move-const-arg): what a host may write
     failed = first.Failed();
     (void)moved;
   }
   EXPECT_FALSE(failed);
 
   Module source("net");
-  Module const taken = std::move(source);
+  Module const taken = std::move(source);  // NOLINT(performance-move-const-arg): what a host may write
   EXPECT_TRUE(taken.Info("taken"));
   EXPECT_TRUE(source.Info("and left"));  // NOLINT(bugprone-use-after-move): that it may be used is the point
   EXPECT_EQ(texts_, (Strings{"net 3 taken", "net 3 and left"}));

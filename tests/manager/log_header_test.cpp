@@ -296,7 +296,7 @@ TEST(LogThreadTest, EightThreadsShareOneModule) {
   Module const net("net");
 
   InThreads(8, [&net](int thread) {
-    Module const own = net;
+    Module const own = net;  // NOLINT(performance-unnecessary-copy-initialization): copied by eight threads
     for (int i = 0; i < 500; ++i) EXPECT_TRUE(own.Info("thread {} record {}", thread, i));
   });
 

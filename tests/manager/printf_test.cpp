@@ -294,7 +294,7 @@ TEST_F(PrintfTest, PrintfKeepsMessagesOfEveryLengthWhole) {
     Manager()->Printf(kLevel3, VeltInterString("net"), "%s%d%s", text.c_str(), 7, "end");
     expected.push_back(" net I: " + text + "7end");
   }
-  for (std::size_t const length : {180, 200, 203, 204, 300}) {
+  for (std::size_t const length : {180U, 200U, 203U, 204U, 300U}) {
     std::string const module(length, 'm');
     Manager()->Printf(kLevel0, VeltInterString(module), "%s", "message");
     expected.push_back(' ' + module + " A: message");
