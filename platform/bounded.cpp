@@ -69,11 +69,14 @@ int strncpy_s(char* dst, std::size_t capacity, char const* src, std::size_t coun
 }
 
 int vsnprintf_s(char* dst, std::size_t capacity, std::size_t count, char const* format, std::va_list args) {
-  if (dst == nullptr || format == nullptr || count >= capacity) return -1;
+  if (dst == nullptr || format == nullptr || capacity > kLargestSize || count >= capacity) return -1;
   dst[0] = '\0';
   int const length = velt_plain_vsnprintf(dst, count + 1, format, args);
-  dst[count] = '\0';  // an expansion that fails half-way may leave no NUL
-  return length < 0 || static_cast<std::size_t>(length) > count ? -1 : length;
+  if (length < 0) {
+    dst[count] = '\0';  // an expansion that fails half-way may leave no NUL
+    return -1;
+  }
+  return static_cast<std::size_t>(length) > count ? -1 : length;
 }
 
 int snprintf_s(char* dst, std::size_t capacity, std::size_t count, char const* format, ...) {

@@ -23,8 +23,10 @@ int memset_s(void* dst, std::size_t capacity, int value, std::size_t count);
 // if it has room for a NUL: a text is never cut to the capacity. A count of 0 gives the empty text.
 int strncpy_s(char* dst, std::size_t capacity, char const* src, std::size_t count);
 
-// Format at most `count` characters and a NUL. Return the length of the text, or -1:
-// - for a null destination or format, a capacity of 0, or a count not below the capacity: nothing is written;
+// Format at most `count` characters and a NUL; the bytes behind the NUL stay. Return the length of the text,
+// or -1:
+// - for a null destination or format, a capacity of 0 or above half the address space, or a count not below
+//   the capacity: nothing is written;
 // - for a longer text: its first `count` characters and a NUL are left;
 // - for a format that cannot be expanded: some text of at most `count` characters is left.
 int snprintf_s(char* dst, std::size_t capacity, std::size_t count, char const* format, ...)

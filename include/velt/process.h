@@ -95,8 +95,8 @@ VELT_EXPORT void* VeltFrameSetBody(void* dst, void const* src, unsigned long siz
 VELT_EXPORT void* VeltFrameResetBody(void* dst, int value, unsigned long size);
 
 // Formats into `dst` of `dstMax` bytes, its NUL included. Returns the number of characters; a negative value
-// when the text was cut to dstMax - 1 characters, the format failed, or an argument is null or 0 (nothing is
-// written then).
+// when the text was cut to dstMax - 1 characters, the format failed, or an argument is null, 0 or a negative
+// size (nothing is written then).
 VELT_EXPORT int VeltFrameGetStr(char* dst, unsigned long dstMax, char const* format, ...)
     VELT_PRINTF_FORMAT(3, 4);
 

@@ -316,7 +316,7 @@ TEST(SnprintfSTest, ReturnsTheLengthOfATextThatFits) {
   int const length = snprintf_s(dst, 8, 7, "%s%d", "n=", 42);
 
   EXPECT_EQ(length, 4);
-  EXPECT_EQ(Bytes(dst, 5), std::string("n=42\0", 5));
+  EXPECT_EQ(Bytes(dst, 8), std::string("n=42\0...", 8)) << "the bytes behind the text stay";
 }
 
 TEST(SnprintfSTest, ATextOfTheLargestCountFits) {
@@ -367,6 +367,15 @@ TEST(SnprintfSTest, ACountNotBelowTheCapacityWritesNothing) {
   EXPECT_EQ(snprintf_s(dst, 0, kNegative, "%s", "a"), -1) << "the largest count: 0 - 1 as a size";
 
   EXPECT_EQ(Bytes(dst, 4), "....");
+}
+
+TEST(SnprintfSTest, ANegativeCapacityWritesNothing) {
+  char bytes[] = "................";
+
+  EXPECT_EQ(format_unchecked(bytes + 8, kNegative, kNegative - 1, "%s", "a"), -1);
+  EXPECT_EQ(format_unchecked(bytes + 8, kNegative, 3, "%s", "a"), -1);
+
+  EXPECT_EQ(Bytes(bytes, 16), "................");
 }
 
 TEST(SnprintfSTest, ANullDestinationOrFormatIsNegative) {

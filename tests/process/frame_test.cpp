@@ -163,7 +163,7 @@ TEST(FrameGetStrTest, ReturnsTheLengthOfATextThatFits) {
   int const length = VeltFrameGetStr(field, 8, "%d%s", 1, "ab");
 
   EXPECT_EQ(length, 3);
-  EXPECT_STREQ(field, "1ab");
+  EXPECT_EQ(Bytes(field, 8), std::string("1ab\0....", 8)) << "the bytes behind the text stay";
 }
 
 TEST(FrameGetStrTest, ATextOfOneLessThanTheCapacityFits) {
@@ -227,6 +227,17 @@ TEST(FrameGetStrTest, ACapacityOfZeroIsNegativeAndWritesNothing) {
 
   EXPECT_LT(length, 0);
   EXPECT_EQ(Bytes(field, 4), "....");
+}
+
+TEST(FrameGetStrTest, ANegativeCapacityIsNegativeAndWritesNothing) {
+  char bytes[] = "................";
+  char* const field = bytes + 8;
+
+  for (long const capacity : {-1L, -2L, -8L, LONG_MIN}) {
+    EXPECT_LT(format_unchecked(field, static_cast<unsigned long>(capacity), "%s", "ab"), 0) << capacity;
+  }
+
+  EXPECT_EQ(Bytes(bytes, 16), "................");
 }
 
 TEST(FrameGetStrTest, NullArgumentsAreNegativeAndWriteNothing) {
