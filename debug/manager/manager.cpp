@@ -165,7 +165,12 @@ void VeltDebugMgr::GetCfgItem(std::string const& cfgFile, int& filtLogBufSize, i
                               ModuleSets& modules) {
   velt::DebugConfig config;
   config.modules.swap(modules);
-  (void)velt::ReadConfig(*m_pState, cfgFile, config);  // without a file the defaults are the result
+  try {
+    (void)velt::ReadConfig(*m_pState, cfgFile, config);  // without a file the defaults are the result
+  } catch (...) {
+    config.modules.swap(modules);  // the caller keeps its own modules when memory runs out
+    throw;
+  }
   config.modules.swap(modules);
   filtLogBufSize = config.limits.m_nFiltLogBufSize;
   maxFileNum = config.limits.m_nMaxFileNum;
