@@ -146,9 +146,9 @@ class VELT_EXPORT VeltDebugMgr {
   bool SetLogOutput(std::string const& module, VeltOutputDirection direction, bool on);
 
   // Reads the modules of the configuration file again, while other threads may trace. The file is the one
-  // that Init read. Every module that it names gets the sets that Init would give it now, all in one step: no
-  // trace call sees some of them changed and others not. Modules that it does not name keep their sets, and
-  // the limits of the log files do not change.
+  // that Init read, or that a later GetCfgItem read in place of a missing one. Every module that it names
+  // gets the sets that Init would give it now, all in one step: no trace call sees some of them changed and
+  // others not. Modules that it does not name keep their sets, and the limits of the log files do not change.
   //
   // Returns true when the file was read and applied. Returns false and changes nothing
   // - before Init, and in a forked child;
