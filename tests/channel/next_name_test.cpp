@@ -105,7 +105,7 @@ TEST_F(NextNameTest, AClockThatIsSetBackFurtherStartsOver) {
 }
 
 TEST_F(NextNameTest, AClockThatIsSetBackAYearStartsOverAmongOldFiles) {
-  constexpr std::int64_t kYear = 365 * 86'400;
+  constexpr std::int64_t kYear = std::int64_t{365} * 86'400;
   Add(kNow);
   Add(kNow - kYear + 3, ".log.gz");
   Take();
@@ -132,7 +132,7 @@ class NextFileTest : public NextNameTest {
  protected:
   std::string Opened() {
     EXPECT_TRUE(OpenNextFile(state_));
-    std::string const name = fs::path(state_.m_strCurFileName).filename();
+    std::string name = fs::path(state_.m_strCurFileName).filename();
     CloseFile(state_);
     return name;
   }

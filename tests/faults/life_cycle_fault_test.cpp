@@ -232,8 +232,8 @@ TEST_F(LifeCycleFaultTest, DetachedThreadsMayTraceWhileTheProcessExits) {
 }  // namespace
 
 // The leak sanitizer asks at the end of the process. In one of some hundred exits under running threads it
-// took records that one of them was just moving for lost. NOLINTNEXTLINE(bugprone-reserved-identifier): the
-// sanitizer's name
+// took records that one of them was just moving for lost.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name that it asks for
 extern "C" int __lsan_is_turned_off() { return exits_under_running_threads ? 1 : 0; }
 
 }  // namespace velt::test

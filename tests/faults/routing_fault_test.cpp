@@ -193,7 +193,7 @@ TEST_P(FirstUseFaultTest, ASubNameThatTwoThreadsUseFirstHasOneChannelAndEveryRec
     for (int i = 0; i < kNames; ++i) {
       std::string const prefix = "host_s" + std::to_string(i) + "_";
       auto const bodies = host.Records(prefix);
-      faults::ExpectCounts(counts[prefix], 2 * kRecords, 0, bodies.size());
+      faults::ExpectCounts(counts[prefix], std::size_t{2} * kRecords, 0, bodies.size());
       records += static_cast<long long>(bodies.size());
       for (int thread = 0; thread < 2; ++thread) {
         auto at = bodies.begin();
