@@ -55,7 +55,7 @@ Expanded ExpandTail(std::size_t near_capacity, std::size_t tail) {
   std::string const& buffer = placed.near ? near : far;
   EXPECT_EQ(static_cast<std::size_t>(placed.message.kept), placed.message.length);
   EXPECT_EQ(placed.message.length, std::strlen(buffer.c_str()));
-  return {placed.near, buffer.c_str()};
+  return {placed.near, buffer.substr(0, placed.message.length)};
 }
 
 TEST(MessageFormatTest, AMessageIsExpandedNearWhereItFits) {

@@ -18,8 +18,8 @@ using testing::HasSubstr;
 // `seconds`.
 Outcome TraceWith(std::string const& rules, std::string const& directory, std::string const& seconds = "2") {
   return RunProgram(
-      {"/usr/bin/env", "LD_PRELOAD=" VELT_FAULT_SHIM, "VELT_SHIM=" + rules, "/usr/bin/timeout", "-s", "TERM",
-       seconds, std::string(VELT_TOOLS_DIR) + "/veltpipe", "--name", "t_", "--dir", directory},
+      {"/usr/bin/env", std::string("LD_PRELOAD=") + VELT_FAULT_SHIM, "VELT_SHIM=" + rules, "/usr/bin/timeout",
+       "-s", "TERM", seconds, std::string(VELT_TOOLS_DIR) + "/veltpipe", "--name", "t_", "--dir", directory},
       "line\n");
 }
 
