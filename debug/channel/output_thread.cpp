@@ -142,7 +142,7 @@ bool HandleNextRecords(ChannelState& state) {
   if (state.m_bExit.load(std::memory_order_acquire) && queue.message_count() == 0) return false;
   ACE_Message_Block* next = TakeRecords(queue);
   if (next == nullptr) {
-    // Not the thread that is woken to end.
+    // A channel whose end has no memory for the stop marker wakes its thread without a block.
     if (!state.m_bExit.load(std::memory_order_acquire)) WriteFile(state, "can't get message block\n");
     return true;
   }
