@@ -181,7 +181,8 @@ TEST_F(ClockTest, AtTheBeginningOfSummerTimeNamesSkipAnHour) {
   EXPECT_GE(Named(times, "20260329_0159"), 1U);
   EXPECT_GE(Named(times, "20260329_0300"), 2U);
   EXPECT_EQ(Named(times, "20260329_0159") + Named(times, "20260329_0300"), times.size());
-  for (auto const& time : times) EXPECT_EQ(time.in_name, time.created);
+  // Two files of one second, after an output thread has had to wait, are named by two: see Finish.
+  for (auto const& time : times) EXPECT_GE(time.in_name, time.created);
   EXPECT_GE(test::CountOf(texts, "File close at CEST 2026-03-29 03:00:"), 2U);
 }
 
