@@ -240,7 +240,7 @@ TEST(ForkBeforeInitTest, AChildOfAnUninitialisedProcessTracesAsUsual) {
 
 // What one thread traced, and how much of it was accepted, until it is told to stop.
 struct Tracer {
-  void Run(std::atomic<bool> const& stop) {
+  void Run(std::atomic<bool> const& stop, std::atomic<std::size_t>& tracing) {
     for (int i = 0; i < 10'000 && !stop; ++i) {
       std::string const text = "t" + std::to_string(number) + " " + std::to_string(i);
       bool const to_sub = i % 4 == 3;
@@ -248,6 +248,7 @@ struct Tracer {
                              ? Manager()->AppTrace("net", kLevel3, text.c_str(), nullptr, false, false, "gw")
                              : Manager()->Trace("net", kLevel3, text.c_str(), nullptr, false, false);
       if (taken) ++(to_sub ? accepted_sub : accepted_main);
+      if (i == 0) ++tracing;
     }
   }
 
@@ -258,13 +259,16 @@ struct Tracer {
 
 TEST_F(ForkTest, AParentThatForksWhileItsThreadsTraceLosesNothing) {
   std::atomic<bool> stop{false};
+  std::atomic<std::size_t> tracing{0};
   std::vector<Tracer> tracers(8);
   std::vector<std::thread> threads;
   threads.reserve(tracers.size());
   for (std::size_t i = 0; i < tracers.size(); ++i) {
     tracers[i].number = static_cast<int>(i);
-    threads.emplace_back([&tracer = tracers[i], &stop] { tracer.Run(stop); });
+    threads.emplace_back([&, &tracer = tracers[i]] { tracer.Run(stop, tracing); });
   }
+  // A thread that starts holds locks of a sanitizer's runtime: a child would wait for them for ever.
+  EXPECT_TRUE(WaitUntil([&] { return tracing == tracers.size(); }));
 
   int failed = 0;
   for (int i = 0; i < 30; ++i) {
