@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/faults/scale.h"
 #include "tests/support/files.h"
 #include "tests/support/process.h"
 #include "tests/support/running_program.h"
@@ -76,7 +77,10 @@ TEST(VeltpipeFileTest, ManyRotationsASecondLoseNothingAndKeepTheInputAtItsPace) 
   EXPECT_EQ(outcome.err, "veltpipe: lines in 150000, records out 150000, retries 0, files rotated " +
                              std::to_string(rotated) + "\n");
   EXPECT_EQ(FirstDifference(Lines(input), Traced(scratch.Path())), "");
-  EXPECT_LT(took, std::chrono::seconds(rotated)) << "a file a second is too slow";
+  // A sanitizer's build needs as long to write a file on a busy machine.
+  if (!faults::kSanitized) {
+    EXPECT_LT(took, std::chrono::seconds(rotated)) << "a file a second is too slow";
+  }
 }
 
 TEST(VeltpipeFileTest, KeepBoundsTheArchivesOfEarlierRuns) {
