@@ -249,6 +249,8 @@ struct Tracer {
                              : Manager()->Trace("net", kLevel3, text.c_str(), nullptr, false, false);
       if (taken) ++(to_sub ? accepted_sub : accepted_main);
       if (i == 0) ++tracing;
+      // Without a pause the last record would be traced long before the last fork.
+      if (i % 20 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
   }
 
