@@ -8,7 +8,7 @@ packages=(g++ cmake ninja-build pkg-config dpkg-dev file libace-dev zlib1g-dev l
   libgtest-dev libgmock-dev)
 if [ "${1:-}" = --tests ]; then
   shift
-  packages+=(abigail-tools clang-format clang-tidy doxygen git jq libfaketime lintian lnav mandoc python3 rsyslog)
+  packages+=(abigail-tools ccache clang-format clang-tidy doxygen git jq libfaketime lintian lnav mandoc python3 rsyslog)
 fi
 packages+=("$@")
 

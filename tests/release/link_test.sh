@@ -22,6 +22,13 @@ jobs=$(nproc)
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
+
+# The library is built four times from the same sources; what was compiled with the same options need not be again.
+launcher=()
+if command -v ccache >"$scratch/output"; then
+  launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+  export CCACHE_DIR=$scratch/ccache CCACHE_NOHASHDIR=1  # no two builds share a directory
+fi
 fail() {
   printf '%s\n' "$*" >&2
   exit 1
@@ -31,7 +38,7 @@ quietly() {
 }
 configure() { # SOURCE BUILD SETTING...
   quietly cmake -S "$1" -B "$2" -G Ninja -DCMAKE_CXX_COMPILER="${compilers[0]}" -DCMAKE_BUILD_TYPE=Debug \
-    -DCMAKE_CXX_FLAGS_DEBUG=-O0 "${@:3}"
+    -DCMAKE_CXX_FLAGS_DEBUG=-O0 "${launcher[@]}" "${@:3}"
 }
 
 # The host traces one line, and says how it was linked.
@@ -75,18 +82,20 @@ find_package_and_pkg_config() { # INSTALLED shared|static
 
 # Two hosts whose CMakeLists.txt has these lines, and the library in its directory veltbaseutil: `host`, and `log_host`,
 # which is of velt/log.h.
-part_of() { # NAME LINES SETTING...
+write_hosts() { # NAME LINES
   mkdir "$scratch/$1"
   ln -s "$source_directory" "$scratch/$1/veltbaseutil"
   cp "$hosts/host.cpp" "$log_hosts/log_host.cpp" "$scratch/$1"
   printf '%s\n' 'cmake_minimum_required(VERSION 3.25)' 'project(host LANGUAGES CXX)' 'add_executable(host host.cpp)' \
     "$2" 'add_executable(log_host log_host.cpp)' 'target_link_libraries(log_host PRIVATE veltbaseutil::log)' \
     >"$scratch/$1/CMakeLists.txt"
-  configure "$scratch/$1" "$scratch/$1/build" "${@:3}"
-  local extra
-  extra=$(cmake --build "$scratch/$1/build" --target help | grep -E '_test:|veltpipe:|veltcfg:|service_host:' || true)
-  [[ -z $extra ]] || fail "$1: the host's build has $extra"
-  quietly cmake --build "$scratch/$1/build" -j "$jobs"
+}
+build_hosts() { # NAME shared|static SETTING...
+  local build=$scratch/$1/$2 extra
+  configure "$scratch/$1" "$build" "${@:3}"
+  extra=$(cmake --build "$build" --target help | grep -E '_test:|veltpipe:|veltcfg:|service_host:' || true)
+  [[ -z $extra ]] || fail "$1, $2: the host's build has $extra"
+  quietly cmake --build "$build" -j "$jobs"
 }
 
 # --- installed, shared ---
@@ -103,17 +112,18 @@ lines=$(sed -n '/^```cmake$/,/^```$/p' "$source_directory/README.md" | sed '/^``
 [[ $lines == *FetchContent_MakeAvailable* && $(wc -l <<<"$lines") -eq 4 ]] ||
   fail "README.md has not the four lines of CMake for FetchContent: $lines"
 
+write_hosts add_subdirectory "$by_subdirectory"
+write_hosts FetchContent "$lines"
 for kind in static shared; do
   setting=() # shared is the default
   if [[ $kind == static ]]; then setting=(-DBUILD_SHARED_LIBS=OFF); fi
-  part_of "add_subdirectory_$kind" "$by_subdirectory" -DVELT_INSTALL=ON "${setting[@]}"
-  part_of "fetch_content_$kind" "$lines" "${setting[@]}"
-  for program in host log_host; do
-    try "$scratch/add_subdirectory_$kind/build/$program" "add_subdirectory, $program" "$kind"
-    try "$scratch/fetch_content_$kind/build/$program" "FetchContent, $program" "$kind"
+  build_hosts add_subdirectory "$kind" -DVELT_INSTALL=ON "${setting[@]}"
+  build_hosts FetchContent "$kind" "${setting[@]}"
+  for way in add_subdirectory FetchContent; do
+    for program in host log_host; do try "$scratch/$way/$kind/$program" "$way, $program" "$kind"; done
   done
 done
-quietly cmake --install "$scratch/add_subdirectory_static/build" --prefix "$scratch/static"
+quietly cmake --install "$scratch/add_subdirectory/static" --prefix "$scratch/static"
 find_package_and_pkg_config "$scratch/static" static
 
 # --- the headers ---
