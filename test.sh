@@ -6,6 +6,7 @@ cd "$(dirname "$0")"
 
 scripts/setup.sh --tests
 jobs=$(nproc)
+tests_at_once=$((jobs < 4 ? 16 : jobs * 4))  # many of them wait for a poll or a second
 logs=build/logs
 mkdir -p "$logs"
 . scripts/quietly.sh
@@ -18,8 +19,7 @@ run_tests() {
   local preset=$1 start=$SECONDS log=$logs/ctest-$1.log
   shift
   printf '== tests, %s' "$preset"
-  # More tests than cores at once: many of them wait for a poll or a second.
-  "$@" ctest --test-dir "build/$preset" -j $((jobs * 4)) --output-on-failure --timeout 300 >"$log" 2>&1 || true
+  "$@" ctest --test-dir "build/$preset" -j "$tests_at_once" --output-on-failure --timeout 300 >"$log" 2>&1 || true
   local summary
   summary=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests failed out of [0-9]+' "$log" || true)
   if [ -z "$summary" ]; then
